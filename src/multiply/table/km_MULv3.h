@@ -1,0 +1,109 @@
+// km_MULv3: which algorithm forms a product, and what that costs.
+//
+// A product of convolution length n (the sum of the operands' lengths, in words)
+// goes to the first row of an ordered table whose maximum is at least n:
+//
+//   in memory, 64-bit words:  54 BKT, 17409 FFT, 2^32 HNT, 9895604649984 VST
+//   in memory, 32-bit words:  each limit doubled
+//
+// An algorithm fills a parameter record for a product. Through the record the
+// two operands are transformed forward, multiplied, and transformed back. A
+// forward transform is a value: it can be kept and used in several products
+// of the same record.
+#pragma once
+
+#include "shell/types.h"
+
+namespace kelvane::Console { class Progress; }
+namespace kelvane::km_FFTv2 { class table_d; }
+
+namespace kelvane::km_MULv3 {
+
+// The tables of roots that products need, built once before a computation.
+struct TableSet {
+  const km_FFTv2::table_d* fft = nullptr;
+};
+
+// What every product is told by its caller.
+struct Context {
+  const TableSet* tables = nullptr;
+  u64 threads = 1;
+  Console::Progress* progress = nullptr; // ticked inside long products when the driver runs them; may be null
+};
+
+// Parameters of one in-memory product.
+//
+// Work buffers are the caller's, 64-byte aligned:
+//   transform   transform_bytes() each, one per operand
+//   scratch     scratch_bytes(), shared by all operations of the record
+class abstract_btp {
+public:
+  virtual ~abstract_btp() = default;
+
+  u64 threads() const { return threads_; }
+  u64 capacity_bits() const { return capacity_bits_; }   // the largest product that the record can form
+  virtual u64 transform_bytes() const = 0;
+  virtual u64 scratch_bytes() const = 0;
+  // True when transforms made through `other` may be combined with those made through this record.
+  virtual bool accepts(const abstract_btp& other) const = 0;
+
+  // T <- transform of the L words at A. 64 L must not exceed the capacity.
+  virtual void forward(void* T, const u64* A, u64 L, void* scratch) const = 0;
+  // out[0, n) <- the product of the two transformed operands; n is the sum of their lengths.
+  // TA is destroyed, TB is kept (they may be the same transform: a square). out may not overlap TA, TB, scratch.
+  virtual void inverse_fmul(u64* out, u64 n, void* TA, const void* TB, void* scratch) const = 0;
+  // out[0, n) <- the square; T is destroyed.
+  virtual void inverse_fsqr(u64* out, u64 n, void* T, void* scratch) const = 0;
+
+protected:
+  u64 threads_ = 1;
+  u64 capacity_bits_ = 0;
+};
+
+// Caller's storage for a parameter record; records own nothing and need no destruction.
+struct btp_storage {
+  alignas(64) unsigned char bytes[512];
+};
+
+// One algorithm for products of words of type W (u32 or u64).
+template <class W> class algorithm_p {
+public:
+  virtual ~algorithm_p() = default;
+  virtual u64 capacity_bits() const = 0;
+  virtual const char* short_name() const = 0;
+  virtual const char* description() const = 0;
+  // Bytes of work memory of one product of n words: both transforms and the scratch.
+  virtual u64 memory_cost(u64 n, u64 threads) const = 0;
+  // Builds the parameter record for a product of n words in the caller's storage; null storage gives null.
+  virtual abstract_btp* make_parameters(u64 n, const Context& context, btp_storage* storage) const = 0;
+};
+
+struct Row64 { u64 max_length; const algorithm_p<u64>* algorithm; };
+struct Row32 { u64 max_length; const algorithm_p<u32>* algorithm; };
+
+// The rows in force, ascending, and their number.
+const Row64* table64(u64* rows);
+const Row32* table32(u64* rows);
+
+// Selection. Beyond the last row: km_exception with code -4.
+const algorithm_p<u64>& select(u64 n);
+abstract_btp* select(u64 n, const Context& context, btp_storage* storage);
+
+// Work bytes that suffice for every product of up to n words.
+u64 memory_cost(u64 n, u64 threads);
+// Bytes of work memory of exactly one product of length n through the selected algorithm (<= memory_cost(n)).
+u64 product_cost(u64 n, u64 threads);
+
+// Placement of one product's work memory, shared by cost query and run.
+// out[0, nA+nB) = A * B. out may overlap neither the operands nor the work area.
+// work: product_cost(nA + nB) bytes, 64-byte aligned. Lengths at least 1.
+void multiply(const Context& context, u64* out, const u64* A, u64 nA, const u64* B, u64 nB, void* work);
+void square(const Context& context, u64* out, const u64* A, u64 nA, void* work);
+
+// Bytes of root tables that products of up to n words need.
+u64 table_bytes(u64 n);
+
+// The option listing of both tables.
+void print_tables();
+
+} // namespace kelvane::km_MULv3

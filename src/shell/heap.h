@@ -1,0 +1,109 @@
+// Heap: first-fit allocator over one reserved block, with child heaps for the
+// two halves of a parallel split. The reservation is committed when it is made;
+// nothing inside a computation asks the system for memory.
+//
+// Layout of the managed range [start, end):
+//   blocks grow up from start, the allocation table grows down from end
+//   (16 bytes {base, size} per live allocation, sorted by base; free space is
+//   the gaps between entries). Every block begins with an 8-byte header that
+//   names its heap; block sizes are multiples of 8.
+//
+// Cost: allocate and free walk or search the table (few live blocks at a time).
+#pragma once
+
+#include "shell/types.h"
+
+namespace kelvane {
+
+class Heap {
+public:
+  Heap() = default;
+  Heap(const Heap&) = delete;
+  Heap& operator=(const Heap&) = delete;
+
+  // Root heap over a new system reservation of `size` bytes, all of it written with zeros by
+  // `threads` threads. Fatal "Insufficient Memory or address space." when the system refuses.
+  void create_root(u64 size, u64 threads = 1);
+  // Heap inside a block taken from parent. Fatal "Memory Allocation Failure." when it does not fit.
+  void create_in(Heap& parent, u64 size);
+  // Heap over the caller's buffer (8-byte aligned, else fatal "Alignment Error").
+  void init(void* buffer, u64 size);
+
+  // First fit. The block is 8-byte aligned; null when nothing fits.
+  void* allocate(u64 size);
+  // As allocate, but null is fatal ("Memory Allocation Failure.").
+  void* allocate_or_die(u64 size);
+  // Block whose address is a multiple of `alignment` (a power of two up to 4096): takes
+  // aligned_size(size, alignment) bytes from the heap. Fatal when it does not fit.
+  void* allocate_aligned(u64 size, u64 alignment = 64);
+  static void free(void* pointer);
+  static void free_aligned(void* pointer);
+
+  // Bytes that a block of `size` bytes takes from a heap, its table entry included.
+  static u64 footprint(u64 size) { return ((size + 7) & ~u64{7}) + 8 + 16; }
+  // The same for allocate_aligned.
+  static u64 aligned_footprint(u64 size, u64 alignment = 64) { return footprint(size + alignment + 8); }
+
+  // Two child heaps of equal size for two parallel halves; n is the number of allocations of the
+  // parent to leave table room for. Returns the first of two consecutive heaps; join with join_children.
+  Heap* split(u64 n);
+  void join_children();
+
+  // Root: reports a leak, gives the block back. Child: live blocks move into the parent's table.
+  void destroy();
+
+  u64 free_bytes() const; // the largest `size` that allocate would accept at the top
+  u64 active() const { return active_; }
+  u64 peak_active() const { return peak_active_; }
+  u64 used_bytes() const { return static_cast<u64>(top_ - start_); }
+  u64 peak_bytes() const { return static_cast<u64>(peak_top_ - start_); }
+  void dump() const;
+
+private:
+  struct Entry { u8* base; u64 size; };
+  // Entry i lies 16*(i+1) bytes below end.
+  Entry* entry(u64 i) const { return reinterpret_cast<Entry*>(end_) - 1 - i; }
+  void insert(u64 index, u8* base, u64 size);
+
+  Heap* parent_ = nullptr;
+  u8* start_ = nullptr;
+  u8* end_ = nullptr;
+  u8* top_ = nullptr;
+  u8* table_limit_ = nullptr;
+  Heap* children_ = nullptr;
+  u8* saved_top_ = nullptr;
+  u64 active_ = 0;
+  u64 peak_active_ = 0;
+  u8* peak_top_ = nullptr;
+};
+
+// Memory outside heaps: alignment up to 128 (more is an assertion failure), at least 8.
+void* aligned_malloc(u64 size, u64 alignment);
+void aligned_free(void* pointer);
+
+// Places consecutive buffers in one work area, or only measures them.
+//
+// An algorithm writes its placement once, as a constructor that takes its buffers from a Layout;
+// the memory query runs it over a null base and reads used(), the run runs it over the real
+// buffer, so that the figure shown and the bytes used cannot differ.
+class Layout {
+public:
+  static constexpr u64 ALIGNMENT = 64;
+
+  Layout() = default; // measuring
+  Layout(void* base, u64 size) : base_(static_cast<u8*>(base)), size_(size) {}
+
+  // `count` elements of T, 64-byte aligned relative to the base (which must itself be so aligned).
+  template <class T> T* take(u64 count) { return static_cast<T*>(take_bytes(count * sizeof(T))); }
+  void* take_bytes(u64 bytes);
+  u64 used() const { return used_; }
+  u64 left() const { return size_ - used_; }
+  bool measuring() const { return base_ == nullptr; }
+
+private:
+  u8* base_ = nullptr;
+  u64 size_ = 0;
+  u64 used_ = 0;
+};
+
+} // namespace kelvane
