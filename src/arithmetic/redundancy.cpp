@@ -6,7 +6,8 @@
 
 namespace kelvane {
 
-void modular_redundancy_check(const kob_cdi_EFPh* const* results, u64 count, u64 a, u64 b, std::string* text) {
+void modular_redundancy_check(const kob_cdi_EFPh* const* results, u64 count, u64 a, u64 b, std::string* text,
+                             const char* summary) {
   u64 difference[4] = {};
   bool failed = false;
   for (u64 i = 0; i < count; i++) {
@@ -22,9 +23,9 @@ void modular_redundancy_check(const kob_cdi_EFPh* const* results, u64 count, u64
   Console::print("\n\n" + lines + "\n");
   Console::set_color_white();
 
-  const std::string summary = "Modular Redundancy Check Failed: " + std::to_string(a) + " : " + std::to_string(b);
-  if (text != nullptr) *text = summary;
-  throw kc_BSRModularCheckFailed(summary);
+  const std::string where = summary + std::to_string(a) + " : " + std::to_string(b);
+  if (text != nullptr) *text = where;
+  throw kc_BSRModularCheckFailed(where);
 }
 
 void check_product_residue(u64 hash_a, u64 hash_b, const u64* product, u64 n) {
