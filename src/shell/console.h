@@ -10,10 +10,20 @@
 
 namespace kelvane::Console {
 
+// Restores the terminal's own colours.
+inline constexpr char RESET_SEQUENCE[] = "\033[39;49m";
+
+// Takes the encoding of the environment, UTF-8 where it names none. To be called before the first output.
+void set_locale();
+
 void print(const char* s);
 void print(const wchar_t* s);
-inline void print(const std::string& s) { print(s.c_str()); }
-inline void print(const std::wstring& s) { print(s.c_str()); }
+inline void print(const std::string& s) {
+  print(s.c_str());
+}
+inline void print(const std::wstring& s) {
+  print(s.c_str());
+}
 
 void set_color(char code);
 void set_color_blue(bool bright);
@@ -47,7 +57,7 @@ void print_fixed3(double x);
 void print_fixed10(double x);
 void print_general(double x);
 void print_pointer(const void* p);
-void print_hex_bytes(const u8* bytes); // 32 bytes, low nibble first
+void print_hex_bytes(const u8* bytes);         // 32 bytes, low nibble first
 void print_bytes(u64 bytes, int rounding = 0); // rounding: 0 truncate, 1 up, -1 snap to a round binary value
 void print_seconds(double seconds);
 void print_title(const char* title); // rule, then the title in yellow
@@ -59,9 +69,12 @@ std::string format_seconds(double seconds);
 
 // Input. Standard input that ends at a prompt which needs an answer prints a message and ends the
 // program with status 1; at a wait for ENTER the end of input counts as ENTER.
+// read_line: leading control characters are skipped, the next one ends the line; what exceeds the buffer is
+// dropped.
 void read_line(wchar_t* buffer, size_t capacity);
 u64 scan_u64_range(const wchar_t* prompt, u64 low, u64 high);
-void wait_for_enter(); // "Press ENTER to continue . . ."
+u64 scan_u64(const wchar_t* prompt); // any number; unlike at a wait, the end of the input ends the program
+void wait_for_enter();               // "Press ENTER to continue . . ."
 u64 scan_bytes();
 u64 parse_bytes(const wchar_t* line); // the grammar of scan_bytes
 

@@ -29,7 +29,7 @@ enum : s32 {
 };
 
 class km_exception : public std::exception {
-public:
+ public:
   s32 code = 0;
   const char* message = nullptr; // static text, may be null
   std::string text;              // further detail, may be empty
@@ -44,7 +44,7 @@ public:
 
 // An unrecoverable failure: data were left in a state that cannot be repaired.
 class km_error : public std::exception {
-public:
+ public:
   km_exception cause;
   const char* reason; // static text
   km_error(km_exception&& cause_, const char* reason_) : cause(std::move(cause_)), reason(reason_) {}
@@ -53,7 +53,7 @@ public:
 
 // A product whose residue modulo 2^61 - 1 disagrees with that of its operands.
 class kc_BSRModularCheckFailed : public km_exception {
-public:
+ public:
   explicit kc_BSRModularCheckFailed(std::string text_) : km_exception(ERROR_REDUNDANCY, std::move(text_)) {}
 };
 
@@ -90,7 +90,8 @@ const wchar_t* skip_field(const wchar_t* p);
 // Direct conversions for 7-bit text; other characters are fatal.
 std::wstring widen(const std::string& s);
 std::string narrow(const std::wstring& s);
-// Paths: UTF-8 on disk, wide inside the program; never fails (bytes that are no UTF-8 map one to one and back).
+// Paths: UTF-8 on disk, wide inside the program; never fails (bytes that are no UTF-8 map one to one and
+// back).
 std::wstring path_to_wide(const std::string& s);
 std::string path_to_narrow(const std::wstring& s);
 

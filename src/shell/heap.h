@@ -16,15 +16,17 @@
 namespace kelvane {
 
 class Heap {
-public:
+ public:
   Heap() = default;
+  ~Heap(); // gives a root's reservation back; nothing for other heaps
   Heap(const Heap&) = delete;
   Heap& operator=(const Heap&) = delete;
 
   // Root heap over a new system reservation of `size` bytes, all of it written with zeros by
   // `threads` threads. Fatal "Insufficient Memory or address space." when the system refuses.
   void create_root(u64 size, u64 threads = 1);
-  // Heap inside a block taken from parent. Fatal "Memory Allocation Failure." when it does not fit.
+  // Heap inside a block of `size` bytes taken from parent. Fatal "Memory Allocation Failure." when it does
+  // not fit.
   void create_in(Heap& parent, u64 size);
   // Heap over the caller's buffer (8-byte aligned, else fatal "Alignment Error").
   void init(void* buffer, u64 size);
@@ -46,10 +48,16 @@ public:
 
   // Two child heaps of equal size for two parallel halves; n is the number of allocations of the
   // parent to leave table room for. Returns the first of two consecutive heaps; join with join_children.
+  // Between the two calls the parent is not touched: neither allocations nor frees of its blocks.
   Heap* split(u64 n);
   void join_children();
+  // Bytes of free space in the parent that give each child `child_size` bytes.
+  static u64 split_footprint(u64 child_size, u64 n) {
+    return footprint(2 * sizeof(Heap)) + 2 * ((child_size + 7) & ~u64{7}) + 32 * n + 32;
+  }
 
-  // Root: reports a leak, gives the block back. Child: live blocks move into the parent's table.
+  // Root: reports a leak, gives the block back. Child: live blocks move into the parent's table and
+  // keep their addresses; fatal "Critical Internal Assertion Failure: APIs-448" when the table has no room.
   void destroy();
 
   u64 free_bytes() const; // the largest `size` that allocate would accept at the top
@@ -59,11 +67,20 @@ public:
   u64 peak_bytes() const { return static_cast<u64>(peak_top_ - start_); }
   void dump() const;
 
-private:
-  struct Entry { u8* base; u64 size; };
+ private:
+  struct Entry {
+    u8* base;
+    u64 size;
+  };
   // Entry i lies 16*(i+1) bytes below end.
   Entry* entry(u64 i) const { return reinterpret_cast<Entry*>(end_) - 1 - i; }
+  void manage(u8* start, u8* end, Heap* parent);
+  bool table_full() const { return static_cast<u64>(table_limit_ - top_) < sizeof(Entry); }
+  void* place(u64 index, u8* base, u64 size);
   void insert(u64 index, u8* base, u64 size);
+  u64 find(const u8* base) const; // first entry that does not lie below base
+  void adopt(u8* base, u64 size);
+  u8* end_of_blocks() const;
 
   Heap* parent_ = nullptr;
   u8* start_ = nullptr;
@@ -75,6 +92,8 @@ private:
   u64 active_ = 0;
   u64 peak_active_ = 0;
   u8* peak_top_ = nullptr;
+  u8* block_ = nullptr; // what destroy gives back: a root's reservation, a child's block of the parent
+  u64 reserved_ = 0;    // length of a root's reservation
 };
 
 // Memory outside heaps: alignment up to 128 (more is an assertion failure), at least 8.
@@ -87,20 +106,21 @@ void aligned_free(void* pointer);
 // the memory query runs it over a null base and reads used(), the run runs it over the real
 // buffer, so that the figure shown and the bytes used cannot differ.
 class Layout {
-public:
+ public:
   static constexpr u64 ALIGNMENT = 64;
 
   Layout() = default; // measuring
   Layout(void* base, u64 size) : base_(static_cast<u8*>(base)), size_(size) {}
 
-  // `count` elements of T, 64-byte aligned relative to the base (which must itself be so aligned).
+  // `count` elements of T, 64-byte aligned relative to the base (which must itself be so aligned). Every
+  // buffer takes a multiple of 64 bytes. Past the end of a real area: fatal "Insufficient Allocated Space".
   template <class T> T* take(u64 count) { return static_cast<T*>(take_bytes(count * sizeof(T))); }
   void* take_bytes(u64 bytes);
   u64 used() const { return used_; }
   u64 left() const { return size_ - used_; }
   bool measuring() const { return base_ == nullptr; }
 
-private:
+ private:
   u8* base_ = nullptr;
   u64 size_ = 0;
   u64 used_ = 0;

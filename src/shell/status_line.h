@@ -12,20 +12,24 @@
 namespace kelvane::Console {
 
 class StatusLine {
-public:
-  struct Segment { char color; std::string text; };
+ public:
+  struct Segment {
+    char color;
+    std::string text;
+  };
 
   u64 width = 79;
-  s32 newline = 0;           // end each refresh with a newline
-  double interval = 1.0;     // seconds between refreshes in mode 1
+  s32 newline = 0;       // end each refresh with a newline
+  double interval = 1.0; // seconds between refreshes in mode 1
   std::vector<Segment> segments;
 
-  void restart_clock();      // sets the start time of print_time
-  void clear();              // "\r", width blanks, "\r"
-  void print_time();         // clears, "Time:    ", the elapsed seconds, "\n"
-  void refresh(int mode);    // 0 nothing, 1 at most once per interval, else at once
+  void restart_clock();   // sets the start time of print_time
+  void clear();           // "\r", width blanks, "\r"
+  void print_time();      // clears, "Time:    ", the elapsed seconds, "\n"
+  bool due() const;       // nothing printed yet, or the interval has passed
+  void refresh(int mode); // 0 nothing, 1 at most once per interval, else at once
 
-private:
+ private:
   double start_ = 0;
   double last_ = 0;
   bool printed_ = false;
@@ -36,18 +40,18 @@ StatusLine& status_line(); // the program's status line: width 79, no newline, 1
 // Progress of one phase on the status line: label, percentage of the cost done, elapsed and estimated
 // remaining time. Any thread may add cost; only the thread that called begin draws, at most once a second.
 class Progress {
-public:
+ public:
   Progress(const char* label, double total_cost, u64 width = 79); // draws at once
   ~Progress();                                                    // clears the line
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
-  void set_label(const char* label);
-  void add(double cost); // cost done; also draws when due
-  void tick();           // draws when due
+  void set_label(const char* label); // the creating thread only
+  void add(double cost);             // cost done; also draws when due
+  void tick();                       // draws when due
   double done() const { return done_.load(std::memory_order_relaxed); }
 
-private:
+ private:
   void draw(int mode);
   std::string label_;
   double total_;

@@ -25,7 +25,10 @@ template <class Body> s32 run_task_body(const Body& body) {
 }
 
 template <class Block, class F> s32 fork_join(Block& first, Block& second, const F& f) {
-  struct Argument { Block* block; const F* f; } argument{&first, &f};
+  struct Argument {
+    Block* block;
+    const F* f;
+  } argument{&first, &f};
   Thread thread;
   Thread::start(
       thread,
