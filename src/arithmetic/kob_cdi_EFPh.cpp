@@ -160,6 +160,24 @@ void kob_cdi_EFPh::sub_in_place(const kob_cdi_EFPh& B) {
   hash = residue::sub(hash, b.hash);
 }
 
+void kob_cdi_EFPh::reverse_sub_in_place(const kob_cdi_EFPh& B) {
+  if (B.exp != exp || B.L < L || L + room() < B.L)
+    assert_fail(INVALID_FUNCTION_PARAMETERS, L"kob_cdi_EFPh::reverse_sub_in_place()", L"Operands do not fit.");
+  std::fill(T + L, T + B.L, u64{0});
+  if (words::sub(T, B.T, T, B.L) != 0)
+    assert_fail(INVALID_FUNCTION_PARAMETERS, L"kob_cdi_EFPh::reverse_sub_in_place()", L"The difference is negative.");
+  L = words::normalized_length(T, B.L);
+  hash = residue::sub(B.hash, hash);
+}
+
+void kob_cdi_EFPh::mul_word_in_place(u64 w) {
+  if (room() == 0)
+    assert_fail(INVALID_FUNCTION_PARAMETERS, L"kob_cdi_EFPh::mul_word_in_place()", L"AL is too small.");
+  T[L] = words::mul_word(T, T, L, w);
+  L += T[L] != 0;
+  hash = residue::mul(hash, residue::reduce(w));
+}
+
 void kob_cdi_EFPh::set_inverse_fmul(const Transform& TA, const Transform& TB, void* scratch) {
   const u64 n = check_product(TA, TB, AL, "kob_cdi_EFPh::set_inverse_fmul()");
   T = buffer;

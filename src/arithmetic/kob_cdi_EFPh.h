@@ -55,6 +55,10 @@ public:
   // result is off by less than one unit of its last word. Needs one word of room above.
   void add_in_place(const kob_cdi_EFPh& B);
   void sub_in_place(const kob_cdi_EFPh& B);
+  // This = B - this, for B > this with the same exponent (else an assertion failure). Needs AL >= B.L.
+  void reverse_sub_in_place(const kob_cdi_EFPh& B);
+  // This *= w, w > 0. Needs one word of room above.
+  void mul_word_in_place(u64 w);
 
   // This = the product of two transformed operands. TA's data are destroyed, TB's kept.
   // Fatal: mismatching parameters, a product longer than the transform holds, too little room.
