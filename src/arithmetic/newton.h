@@ -7,7 +7,8 @@
 // Precision. A level that ends with p + 2 words kept has a relative error of about
 // 2^(-64 (p + 1)) (the top word may hold a single bit). The next level, for P <= 2p words,
 // squares that error, 2^(-128 (p + 1)) <= 2^(-64 (P + 2)), so that the error of every level
-// is that of its own truncation: errors do not build up over the levels.
+// is that of its own truncation: errors do not build up over the levels. Only p = 1 stays at the
+// square of a double's error, about 2^(-100), which p = 2 squares once more.
 #pragma once
 
 #include "multiply/table/km_MULv3.h"
