@@ -22,7 +22,6 @@ struct ComputeSettings {
 
   std::unique_ptr<kcr_Constant> constant; // null until the registry's select_constant has been called
   u32 constant_index = 3;                 // registry number; 3 is Pi
-  u64 parameter = 0;                      // n of Sqrt(n), ArcCoth(n), Log(n)
   s32 algorithm = 0;                      // index into the constant's algorithms
   u32 mode = RAM_ONLY;
   u64 decimal_digits = 50'000'000;     // after the point
@@ -67,7 +66,7 @@ struct ComputeSettings {
   static u64 words_for(u64 hexadecimal) { return hexadecimal / 16 + 2; }
 
  private:
-  const char* change_precision(u64 decimal, u64 hexadecimal);
+  void change_digits(u64 decimal, u64 hexadecimal);
 };
 
 } // namespace kelvane
