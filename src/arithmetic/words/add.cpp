@@ -1,0 +1,225 @@
+// Both families run on whole words. Operands are read and written by memcpy, so that the 32-bit views of
+// word arrays that callers hold break no aliasing rule and need only 4-byte alignment; on a little-endian
+// machine two halves, low half first, are exactly one word.
+#include "arithmetic/words/add.h"
+
+#include <immintrin.h>
+
+#include <cstring>
+#include <type_traits>
+
+namespace kelvane::words {
+
+namespace {
+
+using ull = unsigned long long; // the operand type of the carry intrinsics; as wide as u64
+
+inline ull load(const u8* p) {
+  ull v;
+  std::memcpy(&v, p, sizeof v);
+  return v;
+}
+inline void store(u8* p, ull v) {
+  std::memcpy(p, &v, sizeof v);
+}
+inline u32 load_half(const u8* p) {
+  u32 v;
+  std::memcpy(&v, p, sizeof v);
+  return v;
+}
+inline void store_half(u8* p, u32 v) {
+  std::memcpy(p, &v, sizeof v);
+}
+
+inline u8* bytes(void* p) {
+  return static_cast<u8*>(p);
+}
+inline const u8* bytes(const void* p) {
+  return static_cast<const u8*>(p);
+}
+
+struct Plus {
+  static unsigned char step(unsigned char c, ull a, ull b, ull* d) { return _addcarry_u64(c, a, b, d); }
+};
+struct Minus {
+  static unsigned char step(unsigned char c, ull a, ull b, ull* d) { return _subborrow_u64(c, a, b, d); }
+};
+
+// D = A op B op c over n whole words. Four words a turn keep the carry in the flag; all of a turn's
+// operands are read before its results are written, so D may equal A or B.
+template <class Op> u64 combine(u8* D, const u8* A, const u8* B, u64 n, u64 carry) {
+  unsigned char c = static_cast<unsigned char>(carry);
+  u64 i = 0;
+  for (; i + 4 <= n; i += 4, A += 32, B += 32, D += 32) {
+    ull d0, d1, d2, d3;
+    c = Op::step(c, load(A), load(B), &d0);
+    c = Op::step(c, load(A + 8), load(B + 8), &d1);
+    c = Op::step(c, load(A + 16), load(B + 16), &d2);
+    c = Op::step(c, load(A + 24), load(B + 24), &d3);
+    store(D, d0);
+    store(D + 8, d1);
+    store(D + 16, d2);
+    store(D + 24, d3);
+  }
+  for (; i < n; i++, A += 8, B += 8, D += 8) {
+    ull d;
+    c = Op::step(c, load(A), load(B), &d);
+    store(D, d);
+  }
+  return c;
+}
+
+// The same over n halves: whole words, then the odd half.
+template <class Op> u32 combine_halves(u32* D, const u32* A, const u32* B, u64 n, u32 carry) {
+  constexpr bool minus = std::is_same_v<Op, Minus>;
+  const u64 c = combine<Op>(bytes(D), bytes(A), bytes(B), n / 2, carry);
+  if (n % 2 == 0) return static_cast<u32>(c);
+  const u64 at = (n - 1) * 4;
+  const u64 a = load_half(bytes(A) + at), b = load_half(bytes(B) + at);
+  const u64 d = minus ? a - b - c : a + b + c;
+  store_half(bytes(D) + at, static_cast<u32>(d));
+  return static_cast<u32>(d >> 32) & 1;
+}
+
+// A += x or A -= x over at most n elements, until the carry dies.
+template <class W> W carry_on(W* A, u64 n, W x) {
+  for (u64 i = 0; i < n && x != 0; i++) {
+    W a;
+    std::memcpy(&a, A + i, sizeof a);
+    a = static_cast<W>(a + x);
+    x = a < x;
+    std::memcpy(A + i, &a, sizeof a);
+  }
+  return x;
+}
+template <class W> W borrow_on(W* A, u64 n, W x) {
+  for (u64 i = 0; i < n && x != 0; i++) {
+    W a;
+    std::memcpy(&a, A + i, sizeof a);
+    const W d = static_cast<W>(a - x);
+    x = a < x;
+    std::memcpy(A + i, &d, sizeof d);
+  }
+  return x;
+}
+
+constexpr u64 NO_LIMIT = ~u64{0}; // the caller's guard stops the carry
+
+} // namespace
+
+u32 add_word(u32* A, u64 n, u32 x) {
+  return carry_on(A, n, x);
+}
+u32 sub_word(u32* A, u64 n, u32 x) {
+  return borrow_on(A, n, x);
+}
+u32 add_in_place(u32* A, const u32* B, u64 n) {
+  return combine_halves<Plus>(A, A, B, n, 0);
+}
+u32 sub_in_place(u32* A, const u32* B, u64 n) {
+  return combine_halves<Minus>(A, A, B, n, 0);
+}
+u32 add(u32* D, const u32* A, const u32* B, u64 n) {
+  return combine_halves<Plus>(D, A, B, n, 0);
+}
+u32 sub(u32* D, const u32* A, const u32* B, u64 n) {
+  return combine_halves<Minus>(D, A, B, n, 0);
+}
+u32 add_carry(u32* D, const u32* A, const u32* B, u64 n, u32 c) {
+  return combine_halves<Plus>(D, A, B, n, c);
+}
+u32 sub_borrow(u32* D, const u32* A, const u32* B, u64 n, u32 c) {
+  return combine_halves<Minus>(D, A, B, n, c);
+}
+void add_propagate(u32* A, const u32* B, u64 n) {
+  carry_on(A + n, NO_LIMIT, add_in_place(A, B, n));
+}
+void sub_propagate(u32* A, const u32* B, u64 n) {
+  borrow_on(A + n, NO_LIMIT, sub_in_place(A, B, n));
+}
+
+u64 add_word(u64* A, u64 n, u64 x) {
+  return carry_on(A, n, x);
+}
+u64 sub_word(u64* A, u64 n, u64 x) {
+  return borrow_on(A, n, x);
+}
+u64 add_in_place(u64* A, const u64* B, u64 n) {
+  return add_carry(A, A, B, n, 0);
+}
+u64 sub_in_place(u64* A, const u64* B, u64 n) {
+  return sub_borrow(A, A, B, n, 0);
+}
+u64 add(u64* D, const u64* A, const u64* B, u64 n) {
+  return add_carry(D, A, B, n, 0);
+}
+u64 sub(u64* D, const u64* A, const u64* B, u64 n) {
+  return sub_borrow(D, A, B, n, 0);
+}
+u64 add_carry(u64* D, const u64* A, const u64* B, u64 n, u64 c) {
+  return combine<Plus>(bytes(D), bytes(A), bytes(B), n, c);
+}
+u64 sub_borrow(u64* D, const u64* A, const u64* B, u64 n, u64 c) {
+  return combine<Minus>(bytes(D), bytes(A), bytes(B), n, c);
+}
+void add_propagate(u64* A, const u64* B, u64 n) {
+  carry_on(A + n, NO_LIMIT, add_in_place(A, B, n));
+}
+void sub_propagate(u64* A, const u64* B, u64 n) {
+  borrow_on(A + n, NO_LIMIT, sub_in_place(A, B, n));
+}
+
+// (2^64-1)^2 + (2^64-1) = 2^128 - 2^64: product and carry fit in 128 bits, with one word to spare for D's.
+u64 mul_word(u64* D, const u64* A, u64 n, u64 x, u64 c) {
+  for (u64 i = 0; i < n; i++) {
+    const u128 t = static_cast<u128>(A[i]) * x + c;
+    D[i] = static_cast<u64>(t);
+    c = static_cast<u64>(t >> 64);
+  }
+  return c;
+}
+
+u64 mul_word_add(u64* D, const u64* A, u64 n, u64 x) {
+  u64 c = 0;
+  for (u64 i = 0; i < n; i++) {
+    const u128 t = static_cast<u128>(A[i]) * x + D[i] + c;
+    D[i] = static_cast<u64>(t);
+    c = static_cast<u64>(t >> 64);
+  }
+  return c;
+}
+
+// Left shifts run from the top and right shifts from the bottom, so that D may equal A.
+u64 shift_left(u64* D, const u64* A, u64 n, unsigned s) {
+  if (n == 0) return 0;
+  const u64 out = A[n - 1] >> (64 - s);
+  for (u64 i = n - 1; i > 0; i--) D[i] = A[i] << s | A[i - 1] >> (64 - s);
+  D[0] = A[0] << s;
+  return out;
+}
+
+u64 shift_right(u64* D, const u64* A, u64 n, unsigned s) {
+  if (n == 0) return 0;
+  const u64 out = A[0] << (64 - s);
+  for (u64 i = 0; i + 1 < n; i++) D[i] = A[i] >> s | A[i + 1] << (64 - s);
+  D[n - 1] = A[n - 1] >> s;
+  return out;
+}
+
+void complement(u64* D, const u64* A, u64 n) {
+  for (u64 i = 0; i < n; i++) D[i] = ~A[i];
+}
+
+int compare(const u64* A, const u64* B, u64 n) {
+  while (n-- > 0) {
+    if (A[n] != B[n]) return A[n] < B[n] ? -1 : 1;
+  }
+  return 0;
+}
+
+u64 normalized_length(const u64* A, u64 n) {
+  while (n > 0 && A[n - 1] == 0) n--;
+  return n;
+}
+
+} // namespace kelvane::words

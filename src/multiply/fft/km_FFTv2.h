@@ -1,0 +1,54 @@
+// km_FFTv2: products of 55 to 17409 words by a floating-point FFT.
+//
+// A product of at most N b bits is carried by N points of b bits. The plan (N, b) comes from a table of 73
+// sizes in ascending order of capacity; N = 2^m, 3 2^m or 5 2^m.
+#pragma once
+
+#include "multiply/table/km_MULv3.h"
+#include "shell/types.h"
+
+namespace kelvane::km_FFTv2 {
+
+// The size of one transform.
+struct Plan {
+  u64 threads = 1;
+  u64 requested_bits = 0;
+  u32 k = 0;             // size index
+  u32 b = 0;             // bits per point
+  u32 r = 1;             // radix factor
+  u32 p = 0;             // power: N = r 2^p
+  u64 N = 0;             // points
+  u64 N4 = 0;            // 4 N, bytes of scratch
+  u64 N8 = 0;            // 8 N, bytes of one transform
+  u64 capacity_bits = 0; // N b
+};
+
+// N(k) = (4 + k mod 4) 2^(floor(k/4) - 2), k >= 8.
+constexpr u64 points(u32 k) {
+  return u64{4 + k % 4} << (k / 4 - 2);
+}
+
+// The number of rows of the size table; the largest product in bits.
+inline constexpr u64 PLANS = 73;
+inline constexpr u64 MAX_BITS = u64{1} << 34;
+
+// The plan of row i of the size table.
+Plan plan_of_row(u64 row, u64 bits, u64 threads);
+// The smallest plan that carries a product of `bits` bits; beyond the table km_exception with code -4.
+Plan make_plan(u64 bits, u64 threads);
+
+// Work bytes of a product of n 64-bit words: both transforms and the scratch, 4 N + 2 * 8 N.
+u64 memory_cost(u64 n, u64 threads);
+
+// The algorithm. Lengths count words of W.
+template <class W> class algorithm final : public km_MULv3::algorithm_p<W> {
+ public:
+  u64 capacity_bits() const override { return MAX_BITS; }
+  const char* short_name() const override { return "FFT"; }
+  const char* description() const override { return "Floating-Point FFT"; }
+  u64 memory_cost(u64 n, u64 threads) const override;
+  km_MULv3::abstract_btp* make_parameters(u64 n, const km_MULv3::Context& context,
+                                          km_MULv3::btp_storage* storage) const override;
+};
+
+} // namespace kelvane::km_FFTv2

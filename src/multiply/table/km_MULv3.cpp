@@ -1,0 +1,114 @@
+#include "multiply/table/km_MULv3.h"
+
+#include <array>
+
+#include "arithmetic/words/add.h"
+#include "multiply/basecase/km_MULB.h"
+#include "multiply/fft/km_FFTv2.h"
+#include "multiply/hnt/km_HNT.h"
+#include "multiply/vst/km_VSTv2.h"
+#include "shell/exception.h"
+#include "shell/heap.h"
+
+namespace kelvane::km_MULv3 {
+
+namespace {
+
+// The largest product in bits that the hybrid NTT's row takes.
+constexpr u64 HNT_LIMIT_BITS = u64{1} << 38;
+
+// The objects have no state: both they and the tables are constants, there before main runs.
+const km_MULB::algorithm_c32_p BKT32;
+const km_MULB::algorithm_c64_p BKT64;
+const km_FFTv2::algorithm<u32> FFT32;
+const km_FFTv2::algorithm<u64> FFT64;
+const km_HNT::algorithm<u32> HNT32;
+const km_HNT::algorithm<u64> HNT64;
+const km_VSTv2::algorithm<u32> VST32;
+const km_VSTv2::algorithm<u64> VST64;
+
+constexpr u64 BKT_MAX = 54, FFT_MAX = 17409, VST_MAX = 9895604649984;
+
+const std::array<Row64, 4> TABLE64{
+    {{BKT_MAX, &BKT64}, {FFT_MAX, &FFT64}, {HNT_LIMIT_BITS / 64, &HNT64}, {VST_MAX, &VST64}}};
+const std::array<Row32, 4> TABLE32{
+    {{2 * BKT_MAX, &BKT32}, {2 * FFT_MAX, &FFT32}, {HNT_LIMIT_BITS / 32, &HNT32}, {2 * VST_MAX, &VST32}}};
+
+// Work memory of one product: its two transforms and the scratch.
+struct Placement {
+  void* TA;
+  void* TB;
+  void* scratch;
+  Placement(Layout layout, const abstract_btp& record)
+      : TA(layout.take_bytes(record.transform_bytes())), TB(layout.take_bytes(record.transform_bytes())),
+        scratch(layout.take_bytes(record.scratch_bytes())) {}
+};
+
+u64 max_of(u64 a, u64 b) {
+  return a > b ? a : b;
+}
+
+} // namespace
+
+const Row64* table64(u64* rows) {
+  *rows = TABLE64.size();
+  return TABLE64.data();
+}
+const Row32* table32(u64* rows) {
+  *rows = TABLE32.size();
+  return TABLE32.data();
+}
+
+const algorithm_p<u64>& select(u64 n) {
+  for (const Row64& row : TABLE64) {
+    if (n <= row.max_length) return *row.algorithm;
+  }
+  throw km_exception(ERROR_BEYOND_TABLE, "");
+}
+
+abstract_btp* select(u64 n, const Context& context, btp_storage* storage) {
+  return select(n).make_parameters(n, context, storage);
+}
+
+u64 memory_cost(u64 n, u64 threads) {
+  u64 cost = 0;
+  for (const Row64& row : TABLE64) {
+    if (n <= row.max_length) return max_of(cost, row.algorithm->memory_cost(n, threads));
+    cost = max_of(cost, row.algorithm->memory_cost(row.max_length, threads));
+  }
+  throw km_exception(ERROR_BEYOND_TABLE, "");
+}
+
+u64 product_cost(u64 n, u64 threads) {
+  return select(n).memory_cost(n, threads);
+}
+
+void multiply(const Context& context, u64* out, const u64* A, u64 nA, const u64* B, u64 nB, void* work) {
+  const u64 n = nA + nB;
+  if (A == B && nA == nB) return square(context, out, A, nA, work);
+  // Short products need no record: the operands themselves are the transforms.
+  if (n <= BKT_MAX) return km_MULB::multiply_unbalanced(out, A, nA, B, nB, static_cast<u64*>(work));
+  btp_storage storage;
+  const abstract_btp* const record = select(n, context, &storage);
+  const Placement p(Layout(work, product_cost(n, context.threads)), *record);
+  record->forward(p.TA, A, nA, p.scratch);
+  record->forward(p.TB, B, nB, p.scratch);
+  record->inverse_fmul(out, n, p.TA, p.TB, p.scratch);
+}
+
+void square(const Context& context, u64* out, const u64* A, u64 nA, void* work) {
+  const u64 n = 2 * nA;
+  if (n <= BKT_MAX) return km_MULB::square(out, A, nA, static_cast<u64*>(work));
+  btp_storage storage;
+  const abstract_btp* const record = select(n, context, &storage);
+  const Placement p(Layout(work, product_cost(n, context.threads)), *record);
+  record->forward(p.TA, A, nA, p.scratch);
+  record->inverse_fsqr(out, n, p.TA, p.scratch);
+}
+
+u64 table_bytes(u64 n) {
+  static_cast<void>(n);
+  return 0;
+}
+
+} // namespace kelvane::km_MULv3
