@@ -4,6 +4,7 @@
 
 #include <cpuid.h>
 #include <cstring>
+#include <initializer_list>
 
 namespace kelvane {
 
