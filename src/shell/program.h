@@ -1,0 +1,10 @@
+// The program: start-up checks, one pass through the main menu, exit.
+#pragma once
+
+namespace kelvane {
+
+// The outermost handler. A km_exception or std::exception that reaches it is printed and the program goes on
+// to its normal end. On every way out the terminal's own colours are restored.
+void run_program();
+
+} // namespace kelvane
