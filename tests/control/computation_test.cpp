@@ -13,6 +13,7 @@
 #include "control/driver.h"
 #include "control/registry.h"
 #include "control/report.h"
+#include "shell/console.h"
 #include "shell/exception.h"
 #include "shell/settings.h"
 #include "support/capture.h"
@@ -119,7 +120,8 @@ void expect_right(const Job& job, const Folder& folder, const std::string& expec
   u64 peak = 0, planned = 0;
   ASSERT_EQ(std::sscanf(outcome.captured.output.c_str() + at, "peak %lu of %lu", &peak, &planned), 2);
   EXPECT_LE(peak, planned) << describe(job);
-  EXPECT_GE(static_cast<double>(peak), 0.97 * static_cast<double>(planned)) << describe(job);
+  // Table entries of the heap and alignment are in the plan but not in the peak.
+  EXPECT_GE(static_cast<double>(peak) + 1000, 0.97 * static_cast<double>(planned)) << describe(job);
 }
 
 const Job KINDS[] = {{CONSTANT_PI, 0, 0, 0, 0},  {CONSTANT_PI, 0, 1, 0, 0},  {CONSTANT_PI, 0, 2, 0, 0},
@@ -146,7 +148,7 @@ TEST(Computation, EveryDigitCountFrom100To400) {
 
 TEST(Computation, OddCountsAndThreads) {
   const Folder folder;
-  for (const u64 digits : {u64{999}, u64{1000}, u64{12345}, u64{short_run() ? 20001 : 100003}}) {
+  for (const u64 digits : {u64{999}, u64{1000}, u64{12345}, short_run() ? u64{20001} : u64{100003}}) {
     for (const Job& kind : KINDS) {
       const std::string expected = reference(kind.constant, kind.parameter, digits);
       for (const u64 threads : {1, 3, 8, 256}) {
@@ -197,7 +199,7 @@ TEST(ComputationFaults, ADamagedProductEndsTheRunWithItsRange) {
 }
 
 // Damages a converted word, or makes the conversion report failure once.
-class ConversionFault final : public CBRv2::FaultHook {
+class ConversionFault final : public CBRv2::Faults {
 public:
   explicit ConversionFault(bool damage) : damage_(damage) {}
   bool visit(Stage stage, u64* words, u64 n) override {
