@@ -12,6 +12,7 @@
 namespace kelvane {
 
 class kcr_Constant;
+struct MemoryQuery;
 
 struct ComputeSettings {
   static constexpr u32 RAM_ONLY = 0;
@@ -22,7 +23,6 @@ struct ComputeSettings {
 
   std::unique_ptr<kcr_Constant> constant; // null until the registry's select_constant has been called
   u32 constant_index = 3;                 // registry number; 3 is Pi
-  u64 parameter = 0;                      // n of Sqrt(n), ArcCoth(n), Log(n)
   s32 algorithm = 0;                      // index into the constant's algorithms
   u32 mode = RAM_ONLY;
   u64 decimal_digits = 50'000'000;     // after the point
@@ -55,6 +55,7 @@ struct ComputeSettings {
   const char* set_digits_per_file(u64 digits);
   const char* set_output_path(const std::wstring& path);
 
+  MemoryQuery memory_query() const; // what the memory need depends on
   // Recomputes the memory and disk figures.
   void update();
 
@@ -67,7 +68,7 @@ struct ComputeSettings {
   static u64 words_for(u64 hexadecimal) { return hexadecimal / 16 + 2; }
 
  private:
-  const char* change_precision(u64 decimal, u64 hexadecimal);
+  void change_digits(u64 decimal, u64 hexadecimal);
 };
 
 } // namespace kelvane
