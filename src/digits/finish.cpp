@@ -111,7 +111,7 @@ class Finish {
   void verify();
 
   template <class F> void for_each_block(const u64* words, u64 n, u64 digits, int radix, const F& f);
-  template <class F> bool write_file(const char* heading, int radix, u64 digits, const F& write);
+  template <class F> bool write_file(const char* heading, int radix, u64 digits, u64 available, const F& write);
 
   km_MULv3::Context context_;
   const FinishInput& input_;
@@ -140,7 +140,7 @@ template <class F> void Finish::for_each_block(const u64* words, u64 n, u64 digi
 }
 
 // Writes one digit file, asking and starting again when that fails. False: given up, the failure is kept.
-template <class F> bool Finish::write_file(const char* heading, int radix, u64 digits, const F& write) {
+template <class F> bool Finish::write_file(const char* heading, int radix, u64 digits, u64 available, const F& write) {
   char first[32];
   std::snprintf(first, sizeof first, radix == 10 ? "%" PRIu64 "." : "%" PRIx64 ".", input_.integer);
   for (;;) {
@@ -152,6 +152,7 @@ template <class F> bool Finish::write_file(const char* heading, int radix, u64 d
     Console::print("\n");
     Console::print(heading);
     try {
+      if (digits > available) throw km_exception(ERROR_OUT_OF_RANGE, "Out of range.");
       const std::unique_ptr<DigitWriter> writer =
           DigitViewer::make_writer(output_, radix, first, at_.staging, at_.staging_bytes, files_);
       write(*writer);
@@ -177,8 +178,7 @@ void Finish::write_hexadecimal() {
   begin("Writing Hexadecimal Digits");
   set_status("Writing hexadecimal Digits");
   const u64 H = input_.hexadecimal_digits, n = input_.fraction_words;
-  write_file("Writing Hexadecimal Digits:   ", 16, H, [&](DigitWriter& writer) {
-    if (H > n * CVN::HEXADECIMAL_DIGITS) throw km_exception(ERROR_OUT_OF_RANGE, "Out of range.");
+  write_file("Writing Hexadecimal Digits:   ", 16, H, n * CVN::HEXADECIMAL_DIGITS, [&](DigitWriter& writer) {
     for_each_block(input_.fraction, n, H, 16,
                    [&](const char* digits, u64 count) { writer.write(digits, count); });
   });
@@ -234,7 +234,7 @@ void Finish::take_statistics() {
 
 void Finish::write_decimal() {
   begin("Writing Decimal Digits");
-  result_.digits_written = write_file("Writing Decimal Digits:   ", 10, D_, [&](DigitWriter& writer) {
+  result_.digits_written = write_file("Writing Decimal Digits:   ", 10, D_, W_ * CVN::DECIMAL_DIGITS, [&](DigitWriter& writer) {
     for_each_block(at_.out, W_, D_, 10, [&](const char* digits, u64 count) { writer.write(digits, count); });
   });
   result_.write_seconds = elapsed();

@@ -120,10 +120,14 @@ const char* ComputeSettings::set_output_path(const std::wstring& path) {
   return nullptr;
 }
 
+MemoryQuery ComputeSettings::memory_query() const {
+  return {precision_words, decimal_digits, hexadecimal_digits, threads};
+}
+
 void ComputeSettings::update() {
   memory_needed = memory_minimum = disk_needed = 0;
   if (!constant) return;
-  const MemoryQuery query{precision_words, decimal_digits, hexadecimal_digits, threads};
+  const MemoryQuery query = memory_query();
   if (constant->get_memory_B(algorithm, query, nullptr) == 0) return;
   MemoryFigure figure;
   constant->get_memory_B(algorithm, query, &figure);

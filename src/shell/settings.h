@@ -12,6 +12,7 @@
 namespace kelvane {
 
 class kcr_Constant;
+struct MemoryQuery;
 
 struct ComputeSettings {
   static constexpr u32 RAM_ONLY = 0;
@@ -54,6 +55,7 @@ struct ComputeSettings {
   const char* set_digits_per_file(u64 digits);
   const char* set_output_path(const std::wstring& path);
 
+  MemoryQuery memory_query() const; // what the memory need depends on
   // Recomputes the memory and disk figures.
   void update();
 

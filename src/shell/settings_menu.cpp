@@ -53,7 +53,7 @@ bool print_start(const ComputeSettings& settings) {
   }
   Console::print_colored("Start Computation!\n", 'G');
   const u64 total = physical_memory();
-  const u64 available = available_physical_memory();
+  const u64 available = available_memory();
   if (total != 0 && settings.memory_needed > total) {
     Console::print_colored("        Warning: There is insufficient physical memory.\n\n", 'R');
   } else if (available != 0 && settings.memory_needed > available) {
@@ -173,21 +173,26 @@ void constant_menu(ComputeSettings& settings) {
   print_constant_list();
   for (;;) {
     const auto number = static_cast<u32>(Console::scan_u64_range(L"option: ", 0, CONSTANT_EULER_GAMMA));
-    const bool takes_parameter =
-        number == CONSTANT_SQRT || number == CONSTANT_ARCCOTH || number == CONSTANT_LOG;
-    if (number == CONSTANT_SQRT) Console::print("\n\nSquare Root of n\n\n");
-    if (number == CONSTANT_ARCCOTH) Console::print("\n\nArcCoth(n)\n\n");
-    if (number == CONSTANT_LOG) Console::print("\n\nLog(n)\n\n");
-    const u64 parameter = takes_parameter ? Console::scan_u64(L"Select a parameter: ") : 0;
-
-    const char* error = validate_and_select(settings, number, parameter);
-    if (error == nullptr) return;
-    if (number == CONSTANT_SQRT) {
-      Console::print("\nThis number is a perfect square.\nPlease choose something more interesting :)\n");
-    } else {
+    const char* const title = number == CONSTANT_SQRT      ? "\n\nSquare Root of n\n\n"
+                              : number == CONSTANT_ARCCOTH ? "\n\nArcCoth(n)\n\n"
+                              : number == CONSTANT_LOG     ? "\n\nLog(n)\n\n"
+                                                           : nullptr;
+    if (title == nullptr) {
+      const char* error = validate_and_select(settings, number, 0);
+      if (error == nullptr) return;
       print_error(error);
+      continue;
     }
-    Console::print("\n");
+    Console::print(title);
+    for (;;) {
+      const char* error = validate_and_select(settings, number, Console::scan_u64(L"Select a parameter: "));
+      if (error == nullptr) return;
+      if (number == CONSTANT_SQRT) {
+        Console::print("\nThis number is a perfect square.\nPlease choose something more interesting :)\n\n");
+      } else {
+        print_error(error);
+      }
+    }
   }
 }
 

@@ -62,7 +62,7 @@ u64 physical_memory() {
   return u64{info.totalram} * info.mem_unit;
 }
 
-u64 available_physical_memory() {
+u64 available_memory() {
   const u64 available = meminfo("MemAvailable");
   if (available != 0) return available;
   struct sysinfo info {};

@@ -8,8 +8,8 @@
 namespace kelvane {
 
 std::string processor_brand();
-u64 physical_memory();           // bytes
-u64 available_physical_memory(); // bytes that can be claimed without swapping
+u64 physical_memory();  // bytes
+u64 available_memory(); // bytes that can be claimed without swapping
 // Hz of the time-stamp counter, which on today's processors is the nominal clock. Takes 50 ms.
 u64 measure_cpu_frequency();
 
