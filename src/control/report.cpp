@@ -6,10 +6,10 @@
 #include "shell/console.h"
 #include "shell/exception.h"
 #include "shell/file.h"
-#include "shell/program.h"
 #include "shell/settings.h"
 #include "shell/system_info.h"
 #include "shell/thread.h"
+#include "shell/version.h"
 
 namespace kelvane {
 
@@ -86,7 +86,7 @@ std::string last_digit_lines(const std::string& tail, u64 start) {
 void print_last_digits(const ComputeSettings& settings, const FinishResult& result) {
   Console::print("Last Digits:  ");
   Console::print_colored(settings.constant->get_name() + "\n", 'G');
-  Console::print(last_digit_lines(result.tail_digits, result.tail_start) + "\n");
+  Console::print(last_digit_lines(result.tail, result.tail_start) + "\n");
 }
 
 namespace {
@@ -94,7 +94,7 @@ namespace {
 std::string report_text(const ComputeSettings& settings, const RunRecord& record) {
   const kcr_Constant& constant = *settings.constant;
   const auto entry = [](const std::string& label, const std::string& value) { return label + value + "\n"; };
-  std::string text = "Kelvane v" + program_version() + "\n" + entry("Version:  ", build_tag()) + "\n";
+  std::string text = std::string("Kelvane v") + VERSION + "\n" + entry("Version:  ", BUILD_TAG) + "\n";
   text += entry("Processor(s):        ", processor_brand());
   text += entry("Logical Cores:       ", std::to_string(logical_processors()));
   text += entry("Physical Memory:     ", Console::format_bytes(physical_memory()));
@@ -118,9 +118,9 @@ std::string report_text(const ComputeSettings& settings, const RunRecord& record
   text += "\nEvents (seconds since the start):\n";
   for (const Event& event : record.events.events()) text += "  " + fixed3(event.seconds) + "  " + event.name + "\n";
   text += "\nDigits after the point, each of 0 to 9:\n";
-  for (const u64 count : record.result.digit_counts) text += "  " + Console::format_commas(count) + "\n";
+  for (const u64 count : record.result.counts) text += "  " + Console::format_commas(count) + "\n";
   text += entry("\nDecimal digits as an integer, modulo 2^61 - 1:  ", std::to_string(record.result.decimal_hash));
-  text += "\nLast Digits:\n" + last_digit_lines(record.result.tail_digits, record.result.tail_start);
+  text += "\nLast Digits:\n" + last_digit_lines(record.result.tail, record.result.tail_start);
   text += "\nFiles:\n";
   for (const std::wstring& path : record.result.files) text += "  " + path_to_narrow(path) + "\n";
   return text;
@@ -131,7 +131,7 @@ std::wstring report_path(const ComputeSettings& settings, std::time_t start) {
   localtime_r(&start, &tm);
   char stamp[32];
   std::strftime(stamp, sizeof stamp, " - %Y%m%d-%H%M%S.txt", &tm);
-  return in_folder(settings.output_path, path_to_wide(settings.constant->get_name() + stamp));
+  return folder_prefix(settings.output_path) + path_to_wide(settings.constant->get_name() + stamp);
 }
 
 } // namespace
@@ -139,9 +139,12 @@ std::wstring report_path(const ComputeSettings& settings, std::time_t start) {
 void write_report(const ComputeSettings& settings, const RunRecord& record) {
   const std::wstring path = report_path(settings, record.times.start);
   try {
-    write_whole_file(path, report_text(settings, record));
+    const std::string text = report_text(settings, record);
+    File file(posix_files(), path, OpenMode::CREATE);
+    file.write(0, text.data(), text.size());
+    file.close();
     Console::print("Report:  ");
-    Console::print_colored(path_to_narrow(path) + "\n", 'G');
+    Console::print_colored(path_to_narrow(full_path(path)) + "\n", 'G');
   } catch (const km_exception& e) {
     print_exception(e);
   }

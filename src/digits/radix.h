@@ -27,10 +27,10 @@ constexpr u64 output_words(u64 D) {
 }
 
 // Points at which a test may look at or damage the work.
-class FaultHook {
+class Faults {
  public:
   enum Stage { POWER, PRODUCT, OUTPUT, VERIFY_POWER, VERIFY_PRODUCT };
-  virtual ~FaultHook() = default;
+  virtual ~Faults() = default;
   // The words may be changed. Returns true to make the running call report failure. Any thread.
   virtual bool visit(Stage stage, u64* words, u64 n) = 0;
 };
@@ -51,10 +51,10 @@ inline constexpr const char* LABEL_MULTIPLYING = "Multiplying...    ";
 
 // out[0, W) <- N. context.threads must be 1..256 and, like W and n, as in the query.
 int convert(const km_MULv3::Context& context, u64* out, u64 W, const u64* fraction, u64 n, void* scratch,
-            FaultHook* hook = nullptr);
+            Faults* hook = nullptr);
 
 // *hash_out <- floor(f R^W) mod 2^61 - 1. W = 0 or n = 0 give 0.
 int verify(const km_MULv3::Context& context, u64 W, const u64* fraction, u64 n, u64* hash_out, void* scratch,
-           FaultHook* hook = nullptr);
+           Faults* hook = nullptr);
 
 } // namespace kelvane::CBRv2

@@ -76,7 +76,7 @@ struct Failure {
 
 class Conversion {
  public:
-  Conversion(const Plan& plan, const Workspace& space, u64* out, FaultHook* hook)
+  Conversion(const Plan& plan, const Workspace& space, u64* out, Faults* hook)
       : plan_(plan), space_(space), out_(out), hook_(hook) {}
 
   bool run(const u64* fraction, u64 n);
@@ -103,7 +103,7 @@ class Conversion {
   u64 top(const Node& node) const { return plan_.W - node.slot * plan_.base; } // end of its words in out_
   u64* fraction_end(u64 slot) const { return space_.slots + (plan_.slots() - slot) * plan_.slot_words(); }
   bool is_cut(const Node& node) const { return node.main > plan_.span(node.level + 1); }
-  bool visit(FaultHook::Stage stage, u64* words, u64 n) {
+  bool visit(Faults::Stage stage, u64* words, u64 n) {
     return hook_ != nullptr && hook_->visit(stage, words, n);
   }
   void progress(double cost) {
@@ -124,7 +124,7 @@ class Conversion {
   const Plan& plan_;
   const Workspace& space_;
   u64* out_;
-  FaultHook* hook_;
+  Faults* hook_;
   Power powers_[Plan::MOST_LEVELS];
   Failure failure_;
 };
@@ -176,7 +176,7 @@ bool Conversion::make_powers() {
       std::copy_n(b.product + skip, power.length, words);
       progress(2 * transform_cost(2 * half.length));
     }
-    if (visit(FaultHook::POWER, words, power.length)) return false;
+    if (visit(Faults::POWER, words, power.length)) return false;
     power.hash = residue::hash_words(words, power.length);
     const u64 expected = residue::mul(residue::pow(residue::reduce(RADIX), exponent),
                                       residue::weight(-static_cast<s64>(power.zeros)));
@@ -203,7 +203,7 @@ bool Conversion::cut(const Node& node, const ProductBuffers& buffers, Failure& f
   power.record->forward(buffers.transform, fraction, l, buffers.scratch);
   power.record->inverse_fmul(buffers.product, n, buffers.transform, space_.power_transforms[node.level],
                              buffers.scratch);
-  if (visit(FaultHook::PRODUCT, buffers.product, n)) return false;
+  if (visit(Faults::PRODUCT, buffers.product, n)) return false;
   const u64 expected = residue::mul(fraction_hash, power.hash);
   const u64 actual = residue::hash_words(buffers.product, n);
   if (actual != expected)
@@ -325,7 +325,7 @@ bool Conversion::run(const u64* fraction, u64 n) {
   const u64 taken = n < l ? n : l;
   std::copy_n(fraction + (n - taken), taken, end - taken);
   std::fill_n(end - l, l - taken, u64{0});
-  if (!make_powers() || !kmq_CBRv2_ci_btrf_T() || visit(FaultHook::OUTPUT, out_, plan_.W)) {
+  if (!make_powers() || !kmq_CBRv2_ci_btrf_T() || visit(Faults::OUTPUT, out_, plan_.W)) {
     if (failure_.text != nullptr) failure_.print();
     return false;
   }
@@ -358,7 +358,7 @@ double convert_cost(u64 W, u64 n, u64 threads) {
 }
 
 int convert(const km_MULv3::Context& context, u64* out, u64 W, const u64* fraction, u64 n, void* scratch,
-            FaultHook* hook) {
+            Faults* hook) {
   if (W == 0) return 0;
   const Plan plan = kmp_CBRv2_ci_btrf_ap_make(W, context);
   Layout layout(scratch, convert_scratch_bytes(W, n, context.threads));

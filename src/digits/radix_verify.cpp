@@ -159,7 +159,7 @@ double verify_cost(u64 W, u64 n, u64 threads) {
 }
 
 int verify(const Context& context, u64 W, const u64* fraction, u64 n, u64* hash_out, void* scratch,
-           FaultHook* hook) {
+           Faults* hook) {
   *hash_out = 0;
   if (W == 0 || n == 0) return 0;
   Layout layout(scratch, verify_scratch_bytes(W, n, context.threads));
@@ -168,7 +168,7 @@ int verify(const Context& context, u64 W, const u64* fraction, u64 n, u64* hash_
 
   u64 zeros = 0;
   u64 length = raise_power(context, W, at, &zeros);
-  if (hook != nullptr && hook->visit(FaultHook::VERIFY_POWER, at.power, length)) return 1;
+  if (hook != nullptr && hook->visit(Faults::VERIFY_POWER, at.power, length)) return 1;
   const u64 power =
       residue::mul(residue::hash_words(at.power, length), residue::weight(static_cast<s64>(zeros)));
   if (power != expected_power || zeros != power_zero_words(W))
@@ -184,7 +184,7 @@ int verify(const Context& context, u64 W, const u64* fraction, u64 n, u64* hash_
     record.forward(at.second_transform, at.power, length, at.scratch);
     const u64 product_length = last.fraction + length;
     record.inverse_fmul(at.product, product_length, at.transform, at.second_transform, at.scratch);
-    if (hook != nullptr && hook->visit(FaultHook::VERIFY_PRODUCT, at.product, product_length)) return 1;
+    if (hook != nullptr && hook->visit(Faults::VERIFY_PRODUCT, at.product, product_length)) return 1;
     const u64 expected =
         residue::mul(residue::hash_words(fraction, last.fraction), residue::hash_words(at.power, length));
     const u64 actual = residue::hash_words(at.product, product_length);
