@@ -18,7 +18,7 @@ namespace {
 constexpr u64 RESERVATION_SLACK = 1048592;
 
 void warn_of_little_memory(u64 needed) {
-  const u64 available = available_physical_memory();
+  const u64 available = available_memory();
   if (available == 0 || available >= needed) return;
   Console::set_color('Y');
   Console::print("Warning:\n");

@@ -86,7 +86,7 @@ std::string last_digit_lines(const std::string& tail, u64 start) {
 void print_last_digits(const ComputeSettings& settings, const FinishResult& result) {
   Console::print("Last Digits:  ");
   Console::print_colored(settings.constant->get_name() + "\n", 'G');
-  Console::print(last_digit_lines(result.tail, result.tail_start) + "\n");
+  Console::print(last_digit_lines(result.tail_digits, result.tail_start) + "\n");
 }
 
 namespace {
@@ -118,9 +118,9 @@ std::string report_text(const ComputeSettings& settings, const RunRecord& record
   text += "\nEvents (seconds since the start):\n";
   for (const Event& event : record.events.events()) text += "  " + fixed3(event.seconds) + "  " + event.name + "\n";
   text += "\nDigits after the point, each of 0 to 9:\n";
-  for (const u64 count : record.result.counts) text += "  " + Console::format_commas(count) + "\n";
+  for (const u64 count : record.result.digit_counts) text += "  " + Console::format_commas(count) + "\n";
   text += entry("\nDecimal digits as an integer, modulo 2^61 - 1:  ", std::to_string(record.result.decimal_hash));
-  text += "\nLast Digits:\n" + last_digit_lines(record.result.tail, record.result.tail_start);
+  text += "\nLast Digits:\n" + last_digit_lines(record.result.tail_digits, record.result.tail_start);
   text += "\nFiles:\n";
   for (const std::wstring& path : record.result.files) text += "  " + path_to_narrow(path) + "\n";
   return text;
@@ -139,10 +139,7 @@ std::wstring report_path(const ComputeSettings& settings, std::time_t start) {
 void write_report(const ComputeSettings& settings, const RunRecord& record) {
   const std::wstring path = report_path(settings, record.times.start);
   try {
-    const std::string text = report_text(settings, record);
-    File file(posix_files(), path, OpenMode::CREATE);
-    file.write(0, text.data(), text.size());
-    file.close();
+    write_whole_file(path, report_text(settings, record));
     Console::print("Report:  ");
     Console::print_colored(path_to_narrow(full_path(path)) + "\n", 'G');
   } catch (const km_exception& e) {

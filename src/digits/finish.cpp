@@ -111,7 +111,8 @@ class Finish {
   void verify();
 
   template <class F> void for_each_block(const u64* words, u64 n, u64 digits, int radix, const F& f);
-  template <class F> bool write_file(const char* heading, int radix, u64 digits, u64 available, const F& write);
+  template <class F>
+  bool write_file(const char* heading, int radix, u64 digits, u64 available, const F& write);
 
   km_MULv3::Context context_;
   const FinishInput& input_;
@@ -140,7 +141,8 @@ template <class F> void Finish::for_each_block(const u64* words, u64 n, u64 digi
 }
 
 // Writes one digit file, asking and starting again when that fails. False: given up, the failure is kept.
-template <class F> bool Finish::write_file(const char* heading, int radix, u64 digits, u64 available, const F& write) {
+template <class F>
+bool Finish::write_file(const char* heading, int radix, u64 digits, u64 available, const F& write) {
   char first[32];
   std::snprintf(first, sizeof first, radix == 10 ? "%" PRIu64 "." : "%" PRIx64 ".", input_.integer);
   for (;;) {
@@ -207,14 +209,14 @@ void Finish::take_statistics() {
   R_ = residue::hash_radix_words(CVN::DECIMAL_RADIX, at_.out, W_);
 
   result_.tail_start = tail_start(D_);
-  result_.tail.clear();
-  std::fill(result_.counts, result_.counts + 10, u64{0});
+  result_.tail_digits.clear();
+  std::fill(result_.digit_counts, result_.digit_counts + 10, u64{0});
   u64 position = 0;
   for_each_block(at_.out, W_, D_, 10, [&](const char* digits, u64 count) {
-    count_digits(result_.counts, digits, count);
+    count_digits(result_.digit_counts, digits, count);
     const u64 from = std::max(position, result_.tail_start);
     for (u64 i = from; i < position + count; ++i)
-      result_.tail += static_cast<char>('0' + digits[i - position]);
+      result_.tail_digits += static_cast<char>('0' + digits[i - position]);
     position += count;
   });
 
@@ -234,9 +236,11 @@ void Finish::take_statistics() {
 
 void Finish::write_decimal() {
   begin("Writing Decimal Digits");
-  result_.digits_written = write_file("Writing Decimal Digits:   ", 10, D_, W_ * CVN::DECIMAL_DIGITS, [&](DigitWriter& writer) {
-    for_each_block(at_.out, W_, D_, 10, [&](const char* digits, u64 count) { writer.write(digits, count); });
-  });
+  result_.digits_written =
+      write_file("Writing Decimal Digits:   ", 10, D_, W_ * CVN::DECIMAL_DIGITS, [&](DigitWriter& writer) {
+        for_each_block(at_.out, W_, D_, 10,
+                       [&](const char* digits, u64 count) { writer.write(digits, count); });
+      });
   result_.write_seconds = elapsed();
 }
 

@@ -38,8 +38,8 @@ struct FinishInput {
 
 struct FinishResult {
   bool digits_written = false;     // the decimal digits are in their file
-  u64 counts[10] = {};             // of the digits 0..9 among the decimal digits after the point
-  std::string tail;                // the last decimal digits, from tail_start to the end
+  u64 digit_counts[10] = {};       // of the digits 0..9 among the decimal digits after the point
+  std::string tail_digits;         // the last decimal digits, from tail_start to the end
   u64 tail_start = 0;              // a multiple of 50
   u64 decimal_hash = 0;            // of all decimal digits, integer part included, modulo 2^61 - 1
   std::vector<std::wstring> files; // full paths, in the order of writing

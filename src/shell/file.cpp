@@ -202,6 +202,13 @@ void sync_folder(FileSystem& files, const std::wstring& folder) {
   check(files.sync_folder(folder), "Error writing to file.", folder);
 }
 
+void write_whole_file(const std::wstring& path, const std::string& text, FileSystem& files) {
+  File file(files, path, OpenMode::CREATE);
+  file.write(0, text.data(), text.size());
+  file.sync();
+  file.close();
+}
+
 std::wstring folder_prefix(const std::wstring& folder) {
   if (folder.empty() || folder.back() == L'/' || folder.back() == L'\\') return folder;
   return folder + L"/";

@@ -86,8 +86,14 @@ void rename_file(FileSystem& files, const std::wstring& from,
                  const std::wstring& to); // "Unable to rename file."
 void sync_folder(FileSystem& files, const std::wstring& folder);
 
+// Makes or replaces a small text file.
+void write_whole_file(const std::wstring& path, const std::string& text, FileSystem& files = posix_files());
+
 // `folder` with "/" appended when it is neither empty nor ends in "/" or "\".
 std::wstring folder_prefix(const std::wstring& folder);
+inline std::wstring in_folder(const std::wstring& folder, const std::wstring& name) {
+  return folder_prefix(folder) + name;
+}
 // The folder part of a path, "." when it has none.
 std::wstring folder_of(const std::wstring& path);
 // The path from the root, for showing to the user.

@@ -115,10 +115,10 @@ TEST(Finish, WritesCountsAndHashesTheDigits) {
     EXPECT_TRUE(run.result.digits_written);
     EXPECT_EQ(run.result.files.back(), Sequence::DEC);
     EXPECT_EQ(run.result.tail_start, c.start);
-    EXPECT_EQ(run.result.tail, digits.substr(c.start));
+    EXPECT_EQ(run.result.tail_digits, digits.substr(c.start));
     u64 counts[10] = {};
     for (const char digit : digits) ++counts[digit - '0'];
-    for (int i = 0; i < 10; ++i) EXPECT_EQ(run.result.counts[i], counts[i]) << i;
+    for (int i = 0; i < 10; ++i) EXPECT_EQ(run.result.digit_counts[i], counts[i]) << i;
     Integer all;
     mpz_set_str(all.z, ("31" + digits).c_str(), 10);
     EXPECT_EQ(run.result.decimal_hash, test::residue_of(all));
@@ -145,7 +145,7 @@ TEST(Finish, WithoutFiles) {
   run.go();
   EXPECT_FALSE(run.result.digits_written);
   EXPECT_FALSE(run.files.exists(Sequence::DEC) || run.files.exists(Sequence::HEX));
-  EXPECT_EQ(run.result.tail, run.decimal().substr(run.result.tail_start));
+  EXPECT_EQ(run.result.tail_digits, run.decimal().substr(run.result.tail_start));
   EXPECT_EQ(run.events.back(), "Verifying Base Conversion");
 }
 
@@ -224,7 +224,7 @@ TEST(Finish, FullDiskIsReportedAfterTheRest) {
   EXPECT_FALSE(run.result.digits_written);
   EXPECT_EQ(run.result.files, std::vector<std::wstring>{Sequence::HEX});
   EXPECT_EQ(run.events.back(), "Verifying Base Conversion");
-  EXPECT_EQ(run.result.tail, run.decimal().substr(run.result.tail_start));
+  EXPECT_EQ(run.result.tail_digits, run.decimal().substr(run.result.tail_start));
 }
 
 TEST(Finish, AfterAFailureTheUserMayMakeRoomOrChooseAFolder) {

@@ -104,6 +104,14 @@ TEST(File, FinishesShortTransfers) {
   EXPECT_EQ(std::string(data, 9), "123456789");
 }
 
+TEST(File, WholeFileIsReplacedAndLasting) {
+  MemoryFiles files;
+  files.put(L"f", "an older and longer text");
+  write_whole_file(L"f", "text", files);
+  files.crash();
+  EXPECT_EQ(files.text(L"f"), "text");
+}
+
 TEST(File, FullDiskKeepsWhatFits) {
   MemoryFiles files;
   files.capacity = 7;
