@@ -2,9 +2,10 @@
 
 #include "control/constant.h"
 #include "control/report.h"
-#include "multiply/fft/km_FFTv2.h"
+#include "control/phases.h"
+#include "multiply/fft/twiddles.h"
 #include "shell/console.h"
-#include "shell/exception.h"
+#include "shell/reservation.h"
 #include "shell/settings.h"
 #include "shell/status_line.h"
 #include "shell/system_info.h"
@@ -29,14 +30,32 @@ void warn_of_little_memory(u64 needed) {
   Console::print("\n");
 }
 
-// A reservation that is given back on every way out.
-class Reservation {
+// The working memory and the root tables of a run, given back on every way out.
+class WorkingMemory {
 public:
-  Reservation(u64 bytes, u64 threads) { heap.create_root(bytes, threads); }
-  ~Reservation() { heap.destroy(); }
-  Reservation(const Reservation&) = delete;
-  Reservation& operator=(const Reservation&) = delete;
+  WorkingMemory(u64 bytes, u64 threads) { heap.create_root(bytes, threads); }
+  ~WorkingMemory() { heap.destroy(); }
+  WorkingMemory(const WorkingMemory&) = delete;
+  WorkingMemory& operator=(const WorkingMemory&) = delete;
   Heap heap;
+};
+
+class RootTables {
+public:
+  RootTables(u64 product_words, u64 threads)
+      : bytes(km_MULv3::table_bytes(product_words)), memory_(reserve_memory(bytes, threads)) {
+    fft_.build(memory_, product_words, threads);
+    set.fft = &fft_;
+  }
+  ~RootTables() { release_memory(memory_, bytes); }
+  RootTables(const RootTables&) = delete;
+  RootTables& operator=(const RootTables&) = delete;
+  const u64 bytes;
+  km_MULv3::TableSet set;
+
+private:
+  u8* memory_;
+  km_FFTv2::table_d fft_;
 };
 
 void print_phase(EventLog& events, const char* event, const char* label) {
@@ -60,7 +79,8 @@ void run_computation(ComputeSettings& settings) {
 
 void run_computation(ComputeSettings& settings, const RunFaults& faults, RunRecord& record) {
   kcr_Constant& constant = *settings.constant;
-  const MemoryQuery query = settings.memory_query();
+  const MemoryQuery query = MemoryQuery{settings.precision_words, settings.decimal_digits, settings.hexadecimal_digits,
+                                settings.threads};
   Console::print("\n");
   constant.prepare(settings.precision_words);
   MemoryFigure figure;
@@ -73,14 +93,14 @@ void run_computation(ComputeSettings& settings, const RunFaults& faults, RunReco
   Console::print("\n");
 
   print_phase(record.events, "Reserving Working Memory", "Reserving Working Memory...         ");
-  const Reservation working(figure.working + RESERVATION_SLACK, settings.threads);
-  Heap& heap = const_cast<Heap&>(working.heap);
+  WorkingMemory working(figure.working + RESERVATION_SLACK, settings.threads);
+  record.planned_bytes = figure.working;
   record.working_bytes = figure.working + RESERVATION_SLACK;
   print_size(record.working_bytes);
 
   print_phase(record.events, "Constructing Twiddle Tables", "Constructing Twiddle Tables...      ");
-  const km_MULv3::Tables tables(largest_product(query), settings.threads);
-  record.table_bytes = tables.bytes();
+  const RootTables tables(largest_product(query), settings.threads);
+  record.table_bytes = tables.bytes;
   print_size(record.table_bytes);
 
   print_phase(record.events, "Allocating I/O Buffers", "Allocating I/O Buffers...           ");
@@ -89,14 +109,15 @@ void run_computation(ComputeSettings& settings, const RunFaults& faults, RunReco
 
   print_phase(record.events, "Begin Computation", "Begin Computation:\n\n");
   const double wall = Console::wall_seconds(), cpu = Console::cpu_seconds();
-  ComputeContext context{settings, heap,          {&tables.set(), settings.threads, nullptr},
+  ComputeContext context{settings, working.heap,  {&tables.set, settings.threads, nullptr},
                          record.events, record.result, faults};
   constant.run_B(settings.algorithm, context);
   record.events.record("End Computation");
   record.times.end = std::time(nullptr);
   record.times.total = Console::wall_seconds() - wall;
-  record.times.computation = context.compute_end - wall;
+  record.times.computation = context.compute_end - wall + record.result.convert_seconds;
   record.times.cpu = Console::cpu_seconds() - cpu;
+  record.peak_bytes = working.heap.peak_bytes();
 
   print_timings(record);
   print_last_digits(settings, record.result);

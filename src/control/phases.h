@@ -32,6 +32,9 @@ void finish(ComputeContext& context, kob_cdi_GFP& result);
 // The allocations of finish(), on top of those that are live when it is called.
 void plan_finish(MemoryPlan& plan, const MemoryQuery& query);
 
+// The longest product of a run, in words: products of two numbers of the run's precision, guard words included.
+constexpr u64 largest_product(const MemoryQuery& query) { return 2 * (query.precision_words + 16); }
+
 // The figure of a run from its plan: reservation, root tables for its largest product, and the rest.
 MemoryFigure memory_figure(const MemoryPlan& plan, const MemoryQuery& query);
 

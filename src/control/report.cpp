@@ -6,10 +6,10 @@
 #include "shell/console.h"
 #include "shell/exception.h"
 #include "shell/file.h"
-#include "shell/program.h"
 #include "shell/settings.h"
 #include "shell/system_info.h"
 #include "shell/thread.h"
+#include "shell/version.h"
 
 namespace kelvane {
 
@@ -94,7 +94,7 @@ namespace {
 std::string report_text(const ComputeSettings& settings, const RunRecord& record) {
   const kcr_Constant& constant = *settings.constant;
   const auto entry = [](const std::string& label, const std::string& value) { return label + value + "\n"; };
-  std::string text = "Kelvane v" + program_version() + "\n" + entry("Version:  ", build_tag()) + "\n";
+  std::string text = std::string("Kelvane v") + VERSION + "\n" + entry("Version:  ", BUILD_TAG) + "\n";
   text += entry("Processor(s):        ", processor_brand());
   text += entry("Logical Cores:       ", std::to_string(logical_processors()));
   text += entry("Physical Memory:     ", Console::format_bytes(physical_memory()));
@@ -131,7 +131,7 @@ std::wstring report_path(const ComputeSettings& settings, std::time_t start) {
   localtime_r(&start, &tm);
   char stamp[32];
   std::strftime(stamp, sizeof stamp, " - %Y%m%d-%H%M%S.txt", &tm);
-  return in_folder(settings.output_path, path_to_wide(settings.constant->get_name() + stamp));
+  return folder_prefix(settings.output_path) + path_to_wide(settings.constant->get_name() + stamp);
 }
 
 } // namespace
@@ -141,7 +141,7 @@ void write_report(const ComputeSettings& settings, const RunRecord& record) {
   try {
     write_whole_file(path, report_text(settings, record));
     Console::print("Report:  ");
-    Console::print_colored(path_to_narrow(path) + "\n", 'G');
+    Console::print_colored(path_to_narrow(full_path(path)) + "\n", 'G');
   } catch (const km_exception& e) {
     print_exception(e);
   }
