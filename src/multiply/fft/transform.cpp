@@ -34,18 +34,19 @@ u64 min_of(u64 a, u64 b) {
 } // namespace
 
 btp_t::btp_t(const Plan& plan, const km_MULv3::Context& context) : plan_(plan), progress_(context.progress) {
+  // Without tables the record answers questions of size only.
   const km_MULv3::TableSet* const set = context.tables;
-  if (set == nullptr || set->fft == nullptr ||
-      64 * set->fft->max_words() < min_of(plan.requested_bits, MAX_BITS)) {
+  const table_t* const table = set != nullptr && set->fft != nullptr ? &set->fft->table() : nullptr;
+  if (table != nullptr && 64 * set->fft->max_words() < min_of(plan.requested_bits, MAX_BITS)) {
     assert_fail(INVALID_FUNCTION_PARAMETERS, L"km_FFTv2::btp_t()",
                 L"The twiddle tables do not cover the product.");
   }
-  const table_t& table = set->fft->table();
   threads_ = plan.threads;
   capacity_bits_ = plan.capacity_bits;
   const u32 q = plan.p - 1;
-  kernels_ = &kernels_for(table.isa, q);
-  shape_ = {plan.r, q, plan.b, plan.N / 2, &table.lanes[kernels_->log_lanes - 1]};
+  kernels_ = &kernels_for(table != nullptr ? table->isa : simd::active_isa(), q);
+  shape_ = {plan.r, q, plan.b, plan.N / 2,
+            table != nullptr ? &table->lanes[kernels_->log_lanes - 1] : nullptr};
   const u64 useful = tile_levels(q) == 0 ? 1 : shape_.n / MIN_POINTS_PER_THREAD;
   workers_ = min_of(threads_, useful > 0 ? useful : 1);
 }
