@@ -4,7 +4,7 @@
 // holds 19 decimal digits (a value below 10^19) or 16 hexadecimal digits; the first digit of the
 // group is the most significant. Radix is 10 or 16 everywhere; any other raises "Unsupported Radix".
 //
-// Cost: about 0.2 ns per digit for words to raw decimal digits, less for all others; no division
+// Cost: about 0.3 ns per digit for words to raw decimal digits, less for all others; no division
 // and no table, eight digits at a time in one register.
 #pragma once
 

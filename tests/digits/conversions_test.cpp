@@ -48,7 +48,7 @@ std::vector<u64> sample_words(int radix, u64 count, u64 seed) {
 
 TEST(Conversions, WordsAndDigitsOfBothRadices) {
   for (const int radix : {10, 16})
-    for (const u64 count : {0, 1, 2, 3, 513, 1000}) {
+    for (const u64 count : {0u, 1u, 2u, 3u, 513u, 1000u}) {
       std::vector<u64> words = sample_words(radix, 1000, 11 + count);
       words.erase(words.begin(),
                   words.end() - static_cast<s64>(count)); // odd and even counts, the random end

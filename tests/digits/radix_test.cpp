@@ -83,7 +83,7 @@ TEST(Radix, WordCountsAroundTheTreesShapes) {
 }
 
 TEST(Radix, LargeOddSizes) {
-  for (const u64 D : {9999, 30011, 77777, 200003})
+  for (const u64 D : {9999u, 30011u, 77777u, 200003u})
     ASSERT_EQ(shortfall(output_words(D), test::random_fraction(test::words_for(D), D), 2), 0)
         << "digits and seed " << D;
 }
@@ -97,7 +97,7 @@ TEST(Radix, AMillionDigits) {
 // the tree lies in such a run, where the two halves may come out one apart.
 TEST(Radix, RunsOfZerosAndNines) {
   std::mt19937_64 random(5);
-  for (const u64 W : {8, 97, 200, 401, 3000})
+  for (const u64 W : {8u, 97u, 200u, 401u, 3000u})
     for (int sample = 0; sample < 24; ++sample) {
       const u64 n = fraction_words(W) + random() % 3;
       const u64 digits = random() % (19 * W) + 1; // length of the short decimal
@@ -116,7 +116,7 @@ TEST(Radix, RunsOfZerosAndNines) {
       ASSERT_TRUE(below == 0 || below == 1)
           << "W " << W << " n " << n << " sample " << sample << " digits " << digits;
     }
-  for (const u64 W : {8, 97, 400})
+  for (const u64 W : {8u, 97u, 400u})
     for (const u64 word : {u64{0}, ~u64{0}}) {
       Words fraction(fraction_words(W), word);
       ASSERT_EQ(shortfall(W, fraction, 1), 0);
@@ -132,7 +132,7 @@ TEST(Radix, ThreadsDoNotChangeTheWords) {
   u64 hash_one = 0, hash_many = 0;
   ASSERT_EQ(run_convert(one, W, fraction, 1), 0);
   ASSERT_EQ(run_verify(hash_one, W, fraction, 1), 0);
-  for (const u64 threads : {2, 3, 8, 64, 256}) {
+  for (const u64 threads : {2u, 3u, 8u, 64u, 256u}) {
     ASSERT_EQ(run_convert(many, W, fraction, threads), 0);
     EXPECT_EQ(many, one) << threads << " threads";
     ASSERT_EQ(run_verify(hash_many, W, fraction, threads), 0);
@@ -147,7 +147,7 @@ TEST(Radix, EmptyInputAndBadThreadCounts) {
   hash = 7;
   EXPECT_EQ(run_verify(hash, 0, Words(3, 1), 1), 0);
   EXPECT_EQ(hash, 0u);
-  for (const u64 threads : {0, 257}) {
+  for (const u64 threads : {0u, 257u}) {
     try {
       convert_scratch_bytes(100, 100, threads);
       ADD_FAILURE();
@@ -194,7 +194,7 @@ TEST(Radix, DamageIsNoticed) {
     u64 hash;
     return run_verify(hash, W, fraction, 2, hook);
   };
-  for (const u64 threads : {1, 8}) {
+  for (const u64 threads : {1u, 8u}) {
     const auto converting = [&](Faults* hook) { return run_convert(out, W, fraction, threads, hook); };
     for (const int at : {0, 2, 4}) expect_noticed("Power Hash Mismatch", converting, Faults::POWER, at);
     for (const int at : {0, 1, 5, 20})

@@ -37,7 +37,7 @@ std::string raw(const std::string& text) {
 
 TEST(TextWriter, WritesPrefixAndDigitsThroughAnyStaging) {
   const std::string digits(50000, '7'), hex = "0123456789abcdef";
-  for (const u64 staging_bytes : {0, 1, 7, 1000, 100000}) {
+  for (const u64 staging_bytes : {0u, 1u, 7u, 1000u, 100000u}) {
     MemoryFiles files;
     std::vector<char> staging(staging_bytes);
     char* const buffer = staging_bytes == 0 ? nullptr : staging.data();

@@ -4,6 +4,7 @@
 // sizes in ascending order of capacity; N = 2^m, 3 2^m or 5 2^m.
 #pragma once
 
+#include "multiply/fft/kernels.h"
 #include "multiply/table/km_MULv3.h"
 #include "shell/types.h"
 
@@ -39,6 +40,50 @@ Plan make_plan(u64 bits, u64 threads);
 
 // Work bytes of a product of n 64-bit words: both transforms and the scratch, 4 N + 2 * 8 N.
 u64 memory_cost(u64 n, u64 threads);
+
+// The parameter record: the plan and the kernels that carry it out.
+//
+// A transform is 8 N bytes. The scratch of 4 N bytes takes the words of the product before they go to the
+// caller (N b / 8 <= 2.63 N bytes), and the threads' buffers of the steps over large blocks.
+class btp_t final : public km_MULv3::abstract_btp {
+ public:
+  // tables must cover the plan.
+  btp_t(const Plan& plan, const km_MULv3::Context& context);
+
+  const Plan& plan() const { return plan_; }
+  const Shape& shape() const { return shape_; }
+  const Kernels& kernels() const { return *kernels_; }
+
+  u64 transform_bytes() const override { return plan_.N8; }
+  u64 scratch_bytes() const override { return plan_.N4; }
+  bool accepts(const km_MULv3::abstract_btp& other) const override;
+  // 64 (L + 1) must not exceed the capacity when a product is to be formed.
+  void forward(void* T, const u64* A, u64 L, void* scratch) const override;
+  void inverse_fmul(u64* out, u64 n, void* TA, const void* TB, void* scratch) const override;
+  void inverse_fsqr(u64* out, u64 n, void* T, void* scratch) const override;
+  // TA <- the points of the product, not yet scaled by 2/N and rounded; the first part of inverse_fmul, for
+  // measurements of the rounding error.
+  void inverse_points(void* TA, const void* TB, void* scratch) const;
+
+ private:
+  // The number of levels that one step over a block of r 2^q points in memory takes, 0 when the block fits
+  // the cache.
+  u32 tile_levels(u32 q) const;
+  void forward_tiles(double* data, u32 q, u64 J, u64 threads, const DigitSource* digits,
+                     double* scratch) const;
+  void inverse_tiles(double* data, u32 q, u64 J, u64 threads, double* scratch) const;
+  void forward_large(double* data, u32 q, u64 J, double* buffer) const;
+  void inverse_large(double* data, const double* other, u32 q, u64 J, double* buffer) const;
+  void inverse_quarters(double* data, const double* other) const;
+  void carry_words(u64* out, u64 n, const double* data, bool step, void* scratch) const;
+  void tick() const;
+
+  Plan plan_;
+  Shape shape_;
+  const Kernels* kernels_;
+  Console::Progress* progress_;
+  u64 workers_; // threads that the size can feed
+};
 
 // The algorithm. Lengths count words of W.
 template <class W> class algorithm final : public km_MULv3::algorithm_p<W> {

@@ -1,18 +1,35 @@
 #include <new>
 
-#include "multiply/basecase/km_MULB.h"
 #include "multiply/fft/km_FFTv2.h"
+#include "shell/exception.h"
 
 namespace kelvane::km_FFTv2 {
 
-// Not the transform yet: every length is formed by Karatsuba, correct but slow.
-template <class W> u64 algorithm<W>::memory_cost(u64 n, u64 threads) const {
-  return km_MULB::algorithm<W>().memory_cost(n, threads);
+namespace {
+// A product of n words of W in 64-bit words.
+template <class W> u64 words64(u64 n) {
+  return sizeof(W) == 8 ? n : n / 2 + n % 2;
 }
+} // namespace
+
+u64 memory_cost(u64 n, u64 threads) {
+  if (n > MAX_BITS / 64) throw km_exception(ERROR_BEYOND_TABLE, "");
+  const Plan plan = make_plan(64 * n, threads);
+  return plan.N4 + 2 * plan.N8;
+}
+
+template <class W> u64 algorithm<W>::memory_cost(u64 n, u64 threads) const {
+  return km_FFTv2::memory_cost(words64<W>(n), threads);
+}
+
 template <class W>
 km_MULv3::abstract_btp* algorithm<W>::make_parameters(u64 n, const km_MULv3::Context& context,
                                                       km_MULv3::btp_storage* storage) const {
-  return km_MULB::algorithm<W>().make_parameters(n, context, storage);
+  if (storage == nullptr) return nullptr;
+  static_assert(sizeof(btp_t) <= sizeof(km_MULv3::btp_storage));
+  const u64 words = words64<W>(n);
+  if (words > MAX_BITS / 64) throw km_exception(ERROR_BEYOND_TABLE, "");
+  return new (storage->bytes) btp_t(make_plan(64 * words, context.threads), context);
 }
 
 template class algorithm<u32>;

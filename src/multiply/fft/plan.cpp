@@ -60,10 +60,4 @@ Plan make_plan(u64 bits, u64 threads) {
   return plan_of_row(static_cast<u64>(row - ROWS.begin()), bits, threads);
 }
 
-u64 memory_cost(u64 n, u64 threads) {
-  if (n > MAX_BITS / 64) throw km_exception(ERROR_BEYOND_TABLE, "");
-  const Plan plan = make_plan(64 * n, threads);
-  return plan.N4 + 2 * plan.N8;
-}
-
 } // namespace kelvane::km_FFTv2

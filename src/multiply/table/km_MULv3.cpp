@@ -6,6 +6,7 @@
 #include "multiply/basecase/km_MULB.h"
 #include "multiply/fft/km_FFTv2.h"
 #include "multiply/hnt/km_HNT.h"
+#include "multiply/table/tables.h"
 #include "multiply/vst/km_VSTv2.h"
 #include "shell/exception.h"
 #include "shell/heap.h"
@@ -106,9 +107,16 @@ void square(const Context& context, u64* out, const u64* A, u64 nA, void* work) 
   record->inverse_fsqr(out, n, p.TA, p.scratch);
 }
 
+u64 Tables::bytes(u64 n) {
+  return km_FFTv2::table_d::bytes(n);
+}
+void Tables::build(void* memory, u64 n, u64 threads) {
+  fft_.build(memory, n, threads);
+  set_.fft = &fft_;
+}
+
 u64 table_bytes(u64 n) {
-  static_cast<void>(n);
-  return 0;
+  return Tables::bytes(n);
 }
 
 } // namespace kelvane::km_MULv3

@@ -1,0 +1,245 @@
+// Base blocks and the steps above them. Part of the kernel sources fft_kernels_*.cpp (internal linkage).
+//
+// A base block below node J has r L^2 points, L rows of r vectors. One radix-L step down the columns makes
+// row l node L J + l of r L points; the transposition of L x L squares turns rows into lanes; one radix-L
+// step with the lanes' own roots leaves x^r - c at every lane, and for r = 3, 5 a radix-r step follows.
+// Points stay in that order: product and inverse transform take them as they are.
+//
+// The radix-r step stands here, at the bottom, since its roots then come from one number per block and power;
+// at the top each of the r children would need a table of roots of its own.
+#pragma once
+
+#include "multiply/fft/butterflies_impl.h"
+#include "multiply/fft/kernels.h"
+
+namespace kelvane::km_FFTv2 {
+namespace {
+
+template <class V> struct Blocks {
+  using C = Cx<V>;
+  static constexpr u32 L = V::LANES, LOG = V::LOG_LANES;
+  static constexpr u64 VECTOR = 2 * L;       // doubles
+  static constexpr u64 NODE_ROOTS = 4 * LOG; // doubles of one node's entry in LaneTable::roots
+
+  static const double* node(const LaneTable& table, u64 J) { return table.roots + J * NODE_ROOTS; }
+
+  // The roots of a step of 2^K children below node J, the same in all lanes.
+  template <u32 K> static StepRoots<V> step_roots(const LaneTable& table, u64 J) {
+    StepRoots<V> roots;
+    roots.w[0] = C::broadcast(node(table, J));
+    if constexpr (K >= 2) roots.w[1] = C::broadcast(node(table, 2 * J));
+    if constexpr (K >= 3) {
+      roots.w[2] = C::broadcast(node(table, 4 * J));
+      roots.w[3] = C::broadcast(node(table, 4 * J + 2));
+    }
+    return roots;
+  }
+
+  // Those of a base block's first step: e(psi/2), e(psi/4), e(psi/8) stand side by side.
+  static StepRoots<V> column_roots(const double* entry) {
+    StepRoots<V> roots;
+    for (u32 i = 0; i < LOG; i++) roots.w[i] = C::broadcast(entry + 2 * i);
+    if constexpr (LOG == 3) roots.w[3] = rotate_eighth(roots.w[2]);
+    return roots;
+  }
+  // Those of its second step: lane l works below node L J + l, psi = rev(l) + psi_J / L.
+  static StepRoots<V> lane_roots(const double* entry, const LaneTable& table) {
+    StepRoots<V> roots;
+    for (u32 i = 0; i < LOG; i++) {
+      roots.w[i] = mul(C::broadcast(entry + 2 * (LOG + i)), C::load(table.lane_roots + i * VECTOR));
+    }
+    if constexpr (LOG == 3) {
+      roots.w[3] = mul(C::broadcast(entry + 2 * (LOG + 2)), C::load(table.lane_roots + 3 * VECTOR));
+    }
+    return roots;
+  }
+
+  static void transpose_square(C* x) {
+    V t[L];
+    for (u32 i = 0; i < L; i++) t[i] = x[i].r;
+    transpose(t);
+    for (u32 i = 0; i < L; i++) x[i].r = t[i];
+    for (u32 i = 0; i < L; i++) t[i] = x[i].i;
+    transpose(t);
+    for (u32 i = 0; i < L; i++) x[i].i = t[i];
+  }
+
+  // The roots w^c of the radix-R step at the leaves of child g, all lanes.
+  template <u32 R> static void leaf_roots(C* w, const LaneTable& table, u64 J, u32 g) {
+    const double* const block = (R == 3 ? table.cubic : table.quintic) + J * (2 * (R - 1));
+    const double* const lanes = (R == 3 ? table.lane_cubic : table.lane_quintic) + g * (R - 1) * VECTOR;
+    for (u32 c = 1; c < R; c++)
+      w[c] = mul(C::broadcast(block + 2 * (c - 1)), C::load(lanes + (c - 1) * VECTOR));
+  }
+
+  template <u32 R> static void forward_base(double* data, u64 J, u64 count, const LaneTable& table) {
+    for (; count > 0; count--, J++, data += R * L * VECTOR) {
+      const double* const entry = node(table, J);
+      if constexpr (R == 1) {
+        C x[L];
+        for (u32 l = 0; l < L; l++) x[l] = C::load(data + l * VECTOR);
+        radix<LOG>(x, column_roots(entry));
+        transpose_square(x);
+        radix<LOG>(x, lane_roots(entry, table));
+        for (u32 l = 0; l < L; l++) x[l].store(data + l * VECTOR);
+      } else {
+        alignas(64) double points[R * L * VECTOR]; // point p of all lanes at vector p
+        const StepRoots<V> columns = column_roots(entry);
+        for (u32 c = 0; c < R; c++) {
+          C x[L];
+          for (u32 l = 0; l < L; l++) x[l] = C::load(data + (l * R + c) * VECTOR);
+          radix<LOG>(x, columns);
+          transpose_square(x);
+          for (u32 l = 0; l < L; l++) x[l].store(points + (c * L + l) * VECTOR);
+        }
+        const StepRoots<V> lanes = lane_roots(entry, table);
+        for (u32 c = 0; c < R; c++) {
+          C x[L];
+          for (u32 h = 0; h < L; h++) x[h] = C::load(points + (h * R + c) * VECTOR);
+          radix<LOG>(x, lanes);
+          for (u32 h = 0; h < L; h++) x[h].store(points + (h * R + c) * VECTOR);
+        }
+        for (u32 g = 0; g < L; g++) {
+          C x[R], w[R];
+          leaf_roots<R>(w, table, J, g);
+          x[0] = C::load(points + g * R * VECTOR);
+          for (u32 c = 1; c < R; c++) x[c] = mul(C::load(points + (g * R + c) * VECTOR), w[c]);
+          if constexpr (R == 3) {
+            leaf3<1>(x[0], x[1], x[2]);
+          } else {
+            leaf5<1>(x[0], x[1], x[2], x[3], x[4]);
+          }
+          for (u32 c = 0; c < R; c++) x[c].store(data + (g * R + c) * VECTOR);
+        }
+      }
+    }
+  }
+
+  static C product(const double* a, const double* b) { return mul(C::load(a), C::load(b)); }
+
+  template <u32 R>
+  static void inverse_base(double* data, const double* other, u64 J, u64 count, const LaneTable& table) {
+    for (; count > 0; count--, J++, data += R * L * VECTOR, other += R * L * VECTOR) {
+      const double* const entry = node(table, J);
+      if constexpr (R == 1) {
+        C x[L];
+        for (u32 l = 0; l < L; l++) x[l] = product(data + l * VECTOR, other + l * VECTOR);
+        inverse_radix<LOG>(x, lane_roots(entry, table));
+        transpose_square(x);
+        inverse_radix<LOG>(x, column_roots(entry));
+        for (u32 l = 0; l < L; l++) x[l].store(data + l * VECTOR);
+      } else {
+        alignas(64) double points[R * L * VECTOR];
+        for (u32 g = 0; g < L; g++) {
+          C x[R], w[R];
+          leaf_roots<R>(w, table, J, g);
+          for (u32 c = 0; c < R; c++) {
+            x[c] = product(data + (g * R + c) * VECTOR, other + (g * R + c) * VECTOR);
+          }
+          if constexpr (R == 3) {
+            leaf3<-1>(x[0], x[1], x[2]);
+          } else {
+            leaf5<-1>(x[0], x[1], x[2], x[3], x[4]);
+          }
+          x[0].store(points + g * R * VECTOR);
+          for (u32 c = 1; c < R; c++) mul_conj(x[c], w[c]).store(points + (g * R + c) * VECTOR);
+        }
+        const StepRoots<V> lanes = lane_roots(entry, table);
+        for (u32 c = 0; c < R; c++) {
+          C x[L];
+          for (u32 h = 0; h < L; h++) x[h] = C::load(points + (h * R + c) * VECTOR);
+          inverse_radix<LOG>(x, lanes);
+          for (u32 h = 0; h < L; h++) x[h].store(points + (h * R + c) * VECTOR);
+        }
+        const StepRoots<V> columns = column_roots(entry);
+        for (u32 c = 0; c < R; c++) {
+          C x[L];
+          for (u32 l = 0; l < L; l++) x[l] = C::load(points + (c * L + l) * VECTOR);
+          transpose_square(x);
+          inverse_radix<LOG>(x, columns);
+          for (u32 l = 0; l < L; l++) x[l].store(data + (l * R + c) * VECTOR);
+        }
+      }
+    }
+  }
+
+  // A step of 2^K children from rows to rows of `vectors` vectors.
+  template <u32 K>
+  static void forward_rows(double* dst, u64 dst_stride, const double* src, u64 src_stride, u64 vectors, u64 J,
+                           const LaneTable& table) {
+    const StepRoots<V> roots = step_roots<K>(table, J);
+    for (; vectors > 0; vectors--, src += VECTOR, dst += VECTOR) {
+      C x[1 << K];
+      for (u32 j = 0; j < 1 << K; j++) x[j] = C::load(src + j * src_stride);
+      radix<K>(x, roots);
+      for (u32 j = 0; j < 1 << K; j++) x[j].store(dst + j * dst_stride);
+    }
+  }
+  template <u32 K>
+  static void inverse_rows(double* dst, u64 dst_stride, const double* src, u64 src_stride, u64 vectors, u64 J,
+                           const LaneTable& table) {
+    const StepRoots<V> roots = step_roots<K>(table, J);
+    for (; vectors > 0; vectors--, src += VECTOR, dst += VECTOR) {
+      C x[1 << K];
+      for (u32 j = 0; j < 1 << K; j++) x[j] = C::load(src + j * src_stride);
+      inverse_radix<K>(x, roots);
+      for (u32 j = 0; j < 1 << K; j++) x[j].store(dst + j * dst_stride);
+    }
+  }
+
+  // Depth first: a block is split until it is a base block, so that it is worked on while it is in cache.
+  // An odd number of levels ends in one radix-8 step.
+  static u32 step_of(u32 levels) { return levels == 1 ? 1 : levels == 3 ? 3 : 2; }
+
+  template <u32 R> static void forward(double* data, u32 levels, u64 J, const LaneTable& table) {
+    if (levels == 0) return forward_base<R>(data, J, 1, table);
+    const u32 step = step_of(levels);
+    const u64 vectors = u64{R * L} << (levels - step), stride = vectors * VECTOR;
+    if (step == 1) forward_rows<1>(data, stride, data, stride, vectors, J, table);
+    if (step == 2) forward_rows<2>(data, stride, data, stride, vectors, J, table);
+    if (step == 3) forward_rows<3>(data, stride, data, stride, vectors, J, table);
+    const u64 children = u64{1} << step;
+    if (levels == step) return forward_base<R>(data, J * children, children, table);
+    for (u64 c = 0; c < children; c++) forward<R>(data + c * stride, levels - step, J * children + c, table);
+  }
+
+  template <u32 R>
+  static void inverse(double* data, const double* other, u32 levels, u64 J, const LaneTable& table) {
+    if (levels == 0) return inverse_base<R>(data, other, J, 1, table);
+    const u32 step = step_of(levels);
+    const u64 vectors = u64{R * L} << (levels - step), stride = vectors * VECTOR;
+    const u64 children = u64{1} << step;
+    if (levels == step) {
+      inverse_base<R>(data, other, J * children, children, table);
+    } else {
+      for (u64 c = 0; c < children; c++) {
+        inverse<R>(data + c * stride, other + c * stride, levels - step, J * children + c, table);
+      }
+    }
+    if (step == 1) inverse_rows<1>(data, stride, data, stride, vectors, J, table);
+    if (step == 2) inverse_rows<2>(data, stride, data, stride, vectors, J, table);
+    if (step == 3) inverse_rows<3>(data, stride, data, stride, vectors, J, table);
+  }
+
+  static void forward_block(double* data, u32 levels, u64 J, const Shape& shape) {
+    if (shape.r == 1) return forward<1>(data, levels, J, *shape.table);
+    if (shape.r == 3) return forward<3>(data, levels, J, *shape.table);
+    forward<5>(data, levels, J, *shape.table);
+  }
+  static void inverse_block(double* data, const double* other, u32 levels, u64 J, const Shape& shape) {
+    if (shape.r == 1) return inverse<1>(data, other, levels, J, *shape.table);
+    if (shape.r == 3) return inverse<3>(data, other, levels, J, *shape.table);
+    inverse<5>(data, other, levels, J, *shape.table);
+  }
+  static void forward_step(double* dst, u64 dst_stride, const double* src, u64 src_stride, u64 vectors, u64 J,
+                           const Shape& shape) {
+    forward_rows<2>(dst, dst_stride, src, src_stride, vectors, J, *shape.table);
+  }
+  static void inverse_step(double* dst, u64 dst_stride, const double* src, u64 src_stride, u64 vectors, u64 J,
+                           const Shape& shape) {
+    inverse_rows<2>(dst, dst_stride, src, src_stride, vectors, J, *shape.table);
+  }
+};
+
+} // namespace
+} // namespace kelvane::km_FFTv2

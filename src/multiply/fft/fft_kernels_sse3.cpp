@@ -1,0 +1,28 @@
+// The transform's kernels on vectors of 2 doubles, SSE3.
+#include "multiply/fft/kernels.h"
+#include "multiply/simd/vector_sse3.h"
+
+namespace kelvane::km_FFTv2 {
+namespace {
+
+using simd::Vec2;
+
+inline void load_octet(Vec2* out, const DigitSource& s, const u8* p) {
+  const u32 drop = 31 - s.b;
+  s32 d[8];
+  for (u32 j = 0; j < 8; j++) {
+    u32 x;
+    __builtin_memcpy(&x, p + (j < 4 ? 0 : s.upper) + s.byte[j], 4);
+    d[j] = ((static_cast<s32>(x << s.shift[j]) >> drop) + 1) >> 1;
+  }
+  for (u32 v = 0; v < 4; v++) out[v] = {_mm_cvtepi32_pd(_mm_set_epi32(0, 0, d[2 * v + 1], d[2 * v]))};
+}
+
+} // namespace
+} // namespace kelvane::km_FFTv2
+
+#include "multiply/fft/kernels_impl.h"
+
+namespace kelvane::km_FFTv2::sse3 {
+constinit const Kernels KERNELS2 = make_kernels<simd::Vec2, simd::Int2>("sse3 x2");
+} // namespace kelvane::km_FFTv2::sse3

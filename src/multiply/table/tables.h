@@ -1,0 +1,27 @@
+// The tables of roots of a computation, in one place.
+#pragma once
+
+#include "multiply/fft/twiddles.h"
+#include "multiply/table/km_MULv3.h"
+#include "shell/types.h"
+
+namespace kelvane::km_MULv3 {
+
+class Tables {
+ public:
+  Tables() = default;
+  Tables(const Tables&) = delete;
+  Tables& operator=(const Tables&) = delete;
+
+  // Bytes that products of up to n words need (table_bytes(n)); building in memory that stays the caller's,
+  // 64-byte aligned.
+  static u64 bytes(u64 n);
+  void build(void* memory, u64 n, u64 threads);
+  const TableSet& set() const { return set_; }
+
+ private:
+  km_FFTv2::table_d fft_;
+  TableSet set_;
+};
+
+} // namespace kelvane::km_MULv3
