@@ -28,12 +28,12 @@ TEST(Heap, FootprintsAddUpExactly) {
   const u64 sizes[] = {1, 8, 13, 4096, 0};
   u64 total = 0;
   for (const u64 size : sizes) total += Heap::footprint(size);
-  for (const u64 alignment : {8, 64, 4096}) total += Heap::aligned_footprint(100, alignment);
+  for (const u64 alignment : {u64{8}, u64{64}, u64{4096}}) total += Heap::aligned_footprint(100, alignment);
   const auto fill = [&](Heap& heap) {
     for (const u64 size : sizes) {
       if (heap.allocate(size) == nullptr) return false;
     }
-    for (const u64 alignment : {8, 64, 4096}) {
+    for (const u64 alignment : {u64{8}, u64{64}, u64{4096}}) {
       void* p = heap.allocate_aligned(100, alignment);
       EXPECT_EQ(reinterpret_cast<std::uintptr_t>(p) % alignment, 0u);
       std::memset(p, 0xFF, 100);
@@ -269,7 +269,7 @@ TEST(Heap, Dump) {
 }
 
 TEST(AlignedMalloc, AlignsAndRefuses) {
-  for (const u64 alignment : {0, 1, 8, 16, 64, 128}) {
+  for (const u64 alignment : {u64{0}, u64{1}, u64{8}, u64{16}, u64{64}, u64{128}}) {
     void* p = aligned_malloc(100, alignment);
     EXPECT_EQ(reinterpret_cast<std::uintptr_t>(p) % (alignment < 8 ? 8 : alignment), 0u);
     std::memset(p, 1, 100);

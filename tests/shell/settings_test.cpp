@@ -88,7 +88,7 @@ TEST(Settings, AlgorithmThreadsAndMode) {
   EXPECT_EQ(s.algorithm, 1);
   for (const u64 count : {u64{0}, u64{257}, ~u64{0}})
     EXPECT_STREQ(s.set_threads(count), "# of threads is out of range");
-  for (const u64 count : {1, 256}) EXPECT_EQ(s.set_threads(count), nullptr);
+  for (const u64 count : {u64{1}, u64{256}}) EXPECT_EQ(s.set_threads(count), nullptr);
 
   EXPECT_STREQ(s.set_mode(2), "Invalid Mode");
   s.set_decimal_digits(999'999);

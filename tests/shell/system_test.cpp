@@ -96,7 +96,7 @@ TEST(CpuFeatures, SystemSupport) {
     return std::pair{features().OS_AVX, detect_simd_support(FAKE)};
   };
   EXPECT_FALSE(with_xcr0(1).first);
-  for (const u64 either : {2, 4}) {
+  for (const u64 either : {u64{2}, u64{4}}) {
     EXPECT_TRUE(with_xcr0(either).first);
     EXPECT_FALSE(with_xcr0(either).second.avx2) << "kernels need both";
   }

@@ -37,7 +37,7 @@ void sum(Sum& s) {
 TEST(Thread, ForkJoinTree) {
   std::vector<u64> data(10000);
   std::iota(data.begin(), data.end(), u64{1});
-  for (const u64 threads : {1, 2, 3, 7, 256}) {
+  for (const u64 threads : {u64{1}, u64{2}, u64{3}, u64{7}, u64{256}}) {
     Sum s{data.data(), data.size(), threads};
     sum(s);
     EXPECT_EQ(s.result, 50005000u) << threads << " threads";
