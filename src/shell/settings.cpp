@@ -129,9 +129,15 @@ void ComputeSettings::update() {
   if (!constant) return;
   const MemoryQuery query = memory_query();
   if (constant->get_memory_B(algorithm, query, nullptr) == 0) return;
-  MemoryFigure figure;
-  constant->get_memory_B(algorithm, query, &figure);
-  memory_needed = memory_minimum = figure.total();
+  try {
+    MemoryFigure figure;
+    constant->get_memory_B(algorithm, query, &figure);
+    memory_needed = memory_minimum = figure.total();
+  } catch (const km_exception& e) {
+    // Products that no algorithm can form: a figure that the menu shows and refuses to start with.
+    if (e.code != ERROR_BEYOND_TABLE) throw;
+    memory_needed = memory_minimum = ~u64{0};
+  }
 }
 
 u64 ComputeSettings::output_bytes() const {
