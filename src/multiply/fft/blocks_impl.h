@@ -21,10 +21,12 @@ template <class V> struct Blocks {
   static constexpr u64 VECTOR = 2 * L;       // doubles
   static constexpr u64 NODE_ROOTS = 4 * LOG; // doubles of one node's entry in LaneTable::roots
 
-  static const double* node(const LaneTable& table, u64 J) { return table.roots + J * NODE_ROOTS; }
+  KELVANE_INLINE static const double* node(const LaneTable& table, u64 J) {
+    return table.roots + J * NODE_ROOTS;
+  }
 
   // The roots of a step of 2^K children below node J, the same in all lanes.
-  template <u32 K> static StepRoots<V> step_roots(const LaneTable& table, u64 J) {
+  template <u32 K> KELVANE_INLINE static StepRoots<V> step_roots(const LaneTable& table, u64 J) {
     StepRoots<V> roots;
     roots.w[0] = C::broadcast(node(table, J));
     if constexpr (K >= 2) roots.w[1] = C::broadcast(node(table, 2 * J));
@@ -36,14 +38,14 @@ template <class V> struct Blocks {
   }
 
   // Those of a base block's first step: e(psi/2), e(psi/4), e(psi/8) stand side by side.
-  static StepRoots<V> column_roots(const double* entry) {
+  KELVANE_INLINE static StepRoots<V> column_roots(const double* entry) {
     StepRoots<V> roots;
     for (u32 i = 0; i < LOG; i++) roots.w[i] = C::broadcast(entry + 2 * i);
     if constexpr (LOG == 3) roots.w[3] = rotate_eighth(roots.w[2]);
     return roots;
   }
   // Those of its second step: lane l works below node L J + l, psi = rev(l) + psi_J / L.
-  static StepRoots<V> lane_roots(const double* entry, const LaneTable& table) {
+  KELVANE_INLINE static StepRoots<V> lane_roots(const double* entry, const LaneTable& table) {
     StepRoots<V> roots;
     for (u32 i = 0; i < LOG; i++) {
       roots.w[i] = mul(C::broadcast(entry + 2 * (LOG + i)), C::load(table.lane_roots + i * VECTOR));
@@ -54,7 +56,7 @@ template <class V> struct Blocks {
     return roots;
   }
 
-  static void transpose_square(C* x) {
+  KELVANE_INLINE static void transpose_square(C* x) {
     V t[L];
     for (u32 i = 0; i < L; i++) t[i] = x[i].r;
     transpose(t);
@@ -65,20 +67,21 @@ template <class V> struct Blocks {
   }
 
   // The roots w^c of the radix-R step at the leaves of child g, all lanes.
-  template <u32 R> static void leaf_roots(C* w, const LaneTable& table, u64 J, u32 g) {
+  template <u32 R> KELVANE_INLINE static void leaf_roots(C* w, const LaneTable& table, u64 J, u32 g) {
     const double* const block = (R == 3 ? table.cubic : table.quintic) + J * (2 * (R - 1));
     const double* const lanes = (R == 3 ? table.lane_cubic : table.lane_quintic) + g * (R - 1) * VECTOR;
     for (u32 c = 1; c < R; c++)
       w[c] = mul(C::broadcast(block + 2 * (c - 1)), C::load(lanes + (c - 1) * VECTOR));
   }
 
-  template <u32 R> static void forward_base(double* data, u64 J, u64 count, const LaneTable& table) {
+  template <u32 R, u32 SKIP = 0>
+  static void forward_base(double* data, u64 J, u64 count, const LaneTable& table) {
     for (; count > 0; count--, J++, data += R * L * VECTOR) {
       const double* const entry = node(table, J);
       if constexpr (R == 1) {
         C x[L];
         for (u32 l = 0; l < L; l++) x[l] = C::load(data + l * VECTOR);
-        radix<LOG>(x, column_roots(entry));
+        radix<LOG, SKIP>(x, column_roots(entry));
         transpose_square(x);
         radix<LOG>(x, lane_roots(entry, table));
         for (u32 l = 0; l < L; l++) x[l].store(data + l * VECTOR);
@@ -88,7 +91,7 @@ template <class V> struct Blocks {
         for (u32 c = 0; c < R; c++) {
           C x[L];
           for (u32 l = 0; l < L; l++) x[l] = C::load(data + (l * R + c) * VECTOR);
-          radix<LOG>(x, columns);
+          radix<LOG, SKIP>(x, columns);
           transpose_square(x);
           for (u32 l = 0; l < L; l++) x[l].store(points + (c * L + l) * VECTOR);
         }
@@ -115,9 +118,9 @@ template <class V> struct Blocks {
     }
   }
 
-  static C product(const double* a, const double* b) { return mul(C::load(a), C::load(b)); }
+  KELVANE_INLINE static C product(const double* a, const double* b) { return mul(C::load(a), C::load(b)); }
 
-  template <u32 R>
+  template <u32 R, u32 SKIP = 0>
   static void inverse_base(double* data, const double* other, u64 J, u64 count, const LaneTable& table) {
     for (; count > 0; count--, J++, data += R * L * VECTOR, other += R * L * VECTOR) {
       const double* const entry = node(table, J);
@@ -126,7 +129,7 @@ template <class V> struct Blocks {
         for (u32 l = 0; l < L; l++) x[l] = product(data + l * VECTOR, other + l * VECTOR);
         inverse_radix<LOG>(x, lane_roots(entry, table));
         transpose_square(x);
-        inverse_radix<LOG>(x, column_roots(entry));
+        inverse_radix<LOG, SKIP>(x, column_roots(entry));
         for (u32 l = 0; l < L; l++) x[l].store(data + l * VECTOR);
       } else {
         alignas(64) double points[R * L * VECTOR];
@@ -156,7 +159,7 @@ template <class V> struct Blocks {
           C x[L];
           for (u32 l = 0; l < L; l++) x[l] = C::load(points + (c * L + l) * VECTOR);
           transpose_square(x);
-          inverse_radix<LOG>(x, columns);
+          inverse_radix<LOG, SKIP>(x, columns);
           for (u32 l = 0; l < L; l++) x[l].store(data + (l * R + c) * VECTOR);
         }
       }
@@ -221,6 +224,35 @@ template <class V> struct Blocks {
     if (step == 3) inverse_rows<3>(data, stride, data, stride, vectors, J, table);
   }
 
+  // What the root's step leaves: four quarters; or, when it has reached into the base blocks (there is one,
+  // or there are two), those without the levels of their first step that are done.
+  template <u32 R> static void forward_rest_of(double* data, const Shape& shape) {
+    const u32 q = shape.q;
+    if (q == 2 * LOG) return forward_base<R, 2>(data, 1, 1, *shape.table);
+    if (q == 2 * LOG + 1) return forward_base<R, 1>(data, 2, 2, *shape.table);
+    for (u64 i = 0; i < 4; i++) forward<R>(data + i * shape.n / 2, q - 2 - 2 * LOG, 4 + i, *shape.table);
+  }
+  template <u32 R> static void inverse_rest_of(double* data, const double* other, const Shape& shape) {
+    const u32 q = shape.q;
+    if (q == 2 * LOG) return inverse_base<R, 2>(data, other, 1, 1, *shape.table);
+    if (q == 2 * LOG + 1) return inverse_base<R, 1>(data, other, 2, 2, *shape.table);
+    for (u64 i = 0; i < 4; i++) {
+      const u64 at = i * shape.n / 2;
+      inverse<R>(data + at, other + at, q - 2 - 2 * LOG, 4 + i, *shape.table);
+    }
+  }
+
+  // The kernels of the table, for every r.
+  static void forward_rest(double* data, const Shape& shape) {
+    if (shape.r == 1) return forward_rest_of<1>(data, shape);
+    if (shape.r == 3) return forward_rest_of<3>(data, shape);
+    forward_rest_of<5>(data, shape);
+  }
+  static void inverse_rest(double* data, const double* other, const Shape& shape) {
+    if (shape.r == 1) return inverse_rest_of<1>(data, other, shape);
+    if (shape.r == 3) return inverse_rest_of<3>(data, other, shape);
+    inverse_rest_of<5>(data, other, shape);
+  }
   static void forward_block(double* data, u32 levels, u64 J, const Shape& shape) {
     if (shape.r == 1) return forward<1>(data, levels, J, *shape.table);
     if (shape.r == 3) return forward<3>(data, levels, J, *shape.table);

@@ -5,8 +5,9 @@
 // to a lane, each from a carry of 0; the signed carry out of every run is added to the next one afterwards
 // (finish_carries). With M the bit pattern of 1.5 * 2^52, a point value x (|x| < 2^51) scaled and added to
 // that number in one rounding has the bit pattern M + x. M is a multiple of 2^b, so with the signed carry c
-//   digit = (M + x + c) mod 2^b,   next carry = floor((M + x + c) / 2^b) - M / 2^b
-// need neither the subtraction of M nor an arithmetic shift.
+//   digit = (M + x + c) mod 2^b,   next carry + M / 2^b = floor((M + x + c) / 2^b)
+// need neither the subtraction of M nor an arithmetic shift. M / 2^b is taken off the next point before the
+// carry arrives, so that the chain from digit to digit is one addition and one shift.
 #pragma once
 
 #include "multiply/fft/blocks_impl.h"
@@ -23,8 +24,8 @@ template <class V, class I> struct Carry {
 
   // tile[8 d + h] <- bit pattern of point d of the octet in run h.
   template <bool STEP>
-  static void round_octet(double* tile, const double* src, u64 row_stride, const StepRoots<V>& roots, C u,
-                          V scale) {
+  KELVANE_INLINE static void round_octet(double* tile, const double* src, u64 row_stride,
+                                         const StepRoots<V>& roots, C u, V scale) {
     const V magic = V::set1(MAGIC);
     for (u32 v = 0; v < 8 / L; v++, src += B::VECTOR) {
       C x[4];
@@ -45,15 +46,16 @@ template <class V, class I> struct Carry {
   }
 
   // The octet's 8 b bits of every run: words[8 w + h], w = 0 .. WORDS-1.
-  template <u32 WORDS> static void pack_octet(u64* words, const double* tile, I* carry, u32 b) {
+  template <u32 WORDS>
+  KELVANE_INLINE static void pack_octet(u64* words, const double* tile, I* carry, u32 b) {
     const I mask = I::set1((u64{1} << b) - 1), bias = I::set1(MAGIC_BITS >> b);
     for (u32 k = 0; k < GROUPS; k++) {
       I digit[8];
-      I c = carry[k];
+      I c = carry[k]; // M / 2^b too large
       for (u32 d = 0; d < 8; d++) {
-        const I x = I::load(tile + 8 * d + k * I::LANES) + c;
+        const I x = (I::load(tile + 8 * d + k * I::LANES) - bias) + c;
         digit[d] = x & mask;
-        c = (x >> b) - bias;
+        c = x >> b;
       }
       carry[k] = c;
       I pair[4]; // 2 b bits each, at most 42
@@ -78,7 +80,7 @@ template <class V, class I> struct Carry {
     const V scale = V::set1(1.0 / static_cast<double>(shape.n));
     const u32 b = shape.b;
     I carry[GROUPS];
-    for (u32 k = 0; k < GROUPS; k++) carry[k] = I::set1(0);
+    for (u32 k = 0; k < GROUPS; k++) carry[k] = I::set1(MAGIC_BITS >> b);
     alignas(64) double tile[64];
     alignas(64) u64 words[8 * WORDS];
     u8* out = runs.out;
@@ -99,7 +101,7 @@ template <class V, class I> struct Carry {
       __builtin_memcpy(out + h * runs.stride, octet, b);
     }
     for (u32 k = 0; k < GROUPS; k++) carry[k].store(words + k * I::LANES);
-    for (u32 h = 0; h < 8; h++) runs.carry[h] = static_cast<s64>(words[h]);
+    for (u32 h = 0; h < 8; h++) runs.carry[h] = static_cast<s64>(words[h] - (MAGIC_BITS >> b));
   }
 
   template <bool STEP>

@@ -1,6 +1,6 @@
 // Digits into the root's radix-4 step. Part of the kernel sources fft_kernels_*.cpp (internal linkage), which
 // define before it load_octet(V* out, const DigitSource&, const u8* p): the eight digits whose bytes begin at
-// p (the byte below them); 32 bytes from p on are readable.
+// p (the byte below them); DigitSource::WINDOW bytes from p on are readable.
 #pragma once
 
 #include "multiply/fft/blocks_impl.h"
@@ -8,25 +8,14 @@
 namespace kelvane::km_FFTv2 {
 namespace {
 
-constexpr u64 OCTET_BYTES = 32; // that load_octet may touch
-
 template <class V> struct Digits {
   using C = Cx<V>;
   using B = Blocks<V>;
   static constexpr u32 PER_OCTET = 8 / V::LANES; // vectors
 
-  // The octet from `digit` (a multiple of 8) on. Bytes outside the operand are zero.
-  static void octet(V* out, const DigitSource& s, u64 digit) {
-    const u64 offset = digit * s.b / 8 - 1; // wraps for digit 0, which has nothing below it
-    if (s.size >= OCTET_BYTES && offset <= s.size - OCTET_BYTES) return load_octet(out, s, s.bytes + offset);
-    u8 padded[OCTET_BYTES] = {};
-    for (u64 i = 0; i < OCTET_BYTES; i++) {
-      const u64 at = offset + i;
-      if (at < s.size) padded[i] = s.bytes[at];
-    }
-    load_octet(out, s, padded);
-    // The last digit of all keeps its own sign, as there is no digit above it to take the carry.
-    if (digit + 8 == s.total && offset + s.b < s.size && (s.bytes[offset + s.b] & 0x80) != 0) {
+  KELVANE_INLINE static void octet(V* out, const DigitSource& s, u64 digit) {
+    load_octet(out, s, s.window(digit));
+    if (s.top_set && digit + 8 == s.total) { // the last digit of all keeps its own sign
       alignas(64) double top[8] = {0, 0, 0, 0, 0, 0, 0, static_cast<double>(u64{1} << s.b)};
       out[PER_OCTET - 1] = out[PER_OCTET - 1] + V::load(top + 8 - V::LANES);
     }

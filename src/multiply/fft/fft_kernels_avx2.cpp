@@ -1,15 +1,14 @@
-// The transform's kernels on vectors of 4 doubles, AVX2 and FMA, and of 2 for the shortest transforms.
+// The transform's kernels on vectors of 4 doubles, AVX2 and FMA.
 #include "multiply/fft/kernels.h"
 #include "multiply/simd/vector_avx2.h"
 
 namespace kelvane::km_FFTv2 {
 namespace {
 
-using simd::Vec2;
 using simd::Vec4;
 
 // Four digits: their bytes gathered in 32-bit lanes, shifted to the top, the b + 1 bits brought down signed.
-inline __m128i four_digits(const DigitSource& s, const u8* p, u32 half) {
+KELVANE_INLINE __m128i four_digits(const DigitSource& s, const u8* p, u32 half) {
   const __m128i raw = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + (half == 0 ? 0 : s.upper)));
   const __m128i order = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s.shuffle + 16 * half));
   const __m128i shift = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s.shift + 4 * half));
@@ -17,15 +16,8 @@ inline __m128i four_digits(const DigitSource& s, const u8* p, u32 half) {
   const __m128i d = _mm_sra_epi32(top, _mm_cvtsi32_si128(static_cast<int>(31 - s.b)));
   return _mm_srai_epi32(_mm_add_epi32(d, _mm_set1_epi32(1)), 1);
 }
-inline void load_octet(Vec4* out, const DigitSource& s, const u8* p) {
+KELVANE_INLINE void load_octet(Vec4* out, const DigitSource& s, const u8* p) {
   for (u32 half = 0; half < 2; half++) out[half] = {_mm256_cvtepi32_pd(four_digits(s, p, half))};
-}
-inline void load_octet(Vec2* out, const DigitSource& s, const u8* p) {
-  for (u32 half = 0; half < 2; half++) {
-    const __m128i d = four_digits(s, p, half);
-    out[2 * half] = {_mm_cvtepi32_pd(d)};
-    out[2 * half + 1] = {_mm_cvtepi32_pd(_mm_unpackhi_epi64(d, d))};
-  }
 }
 
 } // namespace
@@ -34,6 +26,5 @@ inline void load_octet(Vec2* out, const DigitSource& s, const u8* p) {
 #include "multiply/fft/kernels_impl.h"
 
 namespace kelvane::km_FFTv2::avx2 {
-constinit const Kernels KERNELS2 = make_kernels<simd::Vec2, simd::Int4>("avx2 x2");
 constinit const Kernels KERNELS4 = make_kernels<simd::Vec4, simd::Int4>("avx2 x4");
 } // namespace kelvane::km_FFTv2::avx2

@@ -8,7 +8,7 @@ namespace {
 using simd::Vec8;
 
 // Bytes gathered in 32-bit lanes, shifted to the top, the b + 1 bits brought down signed.
-inline void load_octet(Vec8* out, const DigitSource& s, const u8* p) {
+KELVANE_INLINE void load_octet(Vec8* out, const DigitSource& s, const u8* p) {
   const __m128i low = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
   const __m128i high = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + s.upper));
   const __m256i raw = _mm256_inserti128_si256(_mm256_castsi128_si256(low), high, 1);

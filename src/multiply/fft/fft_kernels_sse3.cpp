@@ -7,7 +7,7 @@ namespace {
 
 using simd::Vec2;
 
-inline void load_octet(Vec2* out, const DigitSource& s, const u8* p) {
+KELVANE_INLINE void load_octet(Vec2* out, const DigitSource& s, const u8* p) {
   const u32 drop = 31 - s.b;
   s32 d[8];
   for (u32 j = 0; j < 8; j++) {

@@ -18,18 +18,33 @@ namespace kelvane::km_FFTv2 {
 // balanced digit in [-2^(b-1), 2^(b-1)]: the digit itself, minus 2^b when its own top bit is set, plus 1
 // when that of the digit below is. No carry runs.
 struct DigitSource {
+  static constexpr u64 WINDOW = 32; // bytes that may be read from where an octet begins
+
   const u8* bytes; // the operand, little-endian
   u64 size;        // its bytes
-  u64 total;       // digits of the transform, 2n; the last one is not balanced (there is none above)
+  u64 total;       // digits of the transform, 2n
   u32 b;
+  bool top_set; // the operand fills all digits and its top bit is set: the last digit must not be balanced
   // The octet's digit j in 32 bits from byte `byte[j]` of the octet (the octet's bytes begin with the byte
   // below its first digit), shifted left by shift[j], is s followed by zeros.
   u32 shift[8];
   u8 byte[8];
   u32 upper;      // byte from which digits 4..7 are read
   u8 shuffle[32]; // byte shuffle that does so: digits 0..3 from byte 0, digits 4..7 from byte `upper`
+  // Copies of the operand's ends with zeros around them, for windows that reach beyond.
+  u64 tail_start;
+  u8 head[WINDOW];
+  u8 tail[2 * WINDOW];
 
   DigitSource(const u64* A, u64 words, u64 points, u32 bits);
+
+  // The window of the octet from digit k on, k a multiple of 8.
+  const u8* window(u64 k) const {
+    const u64 offset = k * b / 8 - 1; // wraps for digit 0, which has nothing below it
+    if (offset < tail_start) return bytes + offset;
+    if (k == 0) return head;
+    return tail + (offset < size ? offset - tail_start : WINDOW);
+  }
 };
 
 // What the kernels know of a plan.
@@ -56,13 +71,17 @@ struct Kernels {
   // `octets` octets in every quarter. `position` is a multiple of 8.
   void (*digits_step)(double* dst, u64 row_stride, const Shape& shape, const DigitSource& digits,
                       u64 position, u64 octets);
+  // All that follows the root's step, in place.
+  void (*forward_rest)(double* data, const Shape& shape);
   // All steps below node J over a block of r L^2 2^levels points, in place.
   void (*forward_block)(double* data, u32 levels, u64 J, const Shape& shape);
   // One radix-4 step of node J from four rows to four rows of `vectors` vectors.
   void (*forward_step)(double* dst, u64 dst_stride, const double* src, u64 src_stride, u64 vectors, u64 J,
                        const Shape& shape);
 
-  // data <- the inverse of all steps below node J of the pointwise product data * other.
+  // data <- the inverse of all steps but the root's of the pointwise product data * other.
+  void (*inverse_rest)(double* data, const double* other, const Shape& shape);
+  // The same of all steps below node J.
   void (*inverse_block)(double* data, const double* other, u32 levels, u64 J, const Shape& shape);
   void (*inverse_step)(double* dst, u64 dst_stride, const double* src, u64 src_stride, u64 vectors, u64 J,
                        const Shape& shape);

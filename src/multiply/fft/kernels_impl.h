@@ -16,8 +16,10 @@ template <class V, class I> constexpr Kernels make_kernels(const char* name) {
   return {name,
           V::LOG_LANES,
           Digits<V>::digits_step,
+          Blocks<V>::forward_rest,
           Blocks<V>::forward_block,
           Blocks<V>::forward_step,
+          Blocks<V>::inverse_rest,
           Blocks<V>::inverse_block,
           Blocks<V>::inverse_step,
           Carry<V, I>::carry};

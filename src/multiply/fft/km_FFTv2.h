@@ -74,7 +74,6 @@ class btp_t final : public km_MULv3::abstract_btp {
   void inverse_tiles(double* data, u32 q, u64 J, u64 threads, double* scratch) const;
   void forward_large(double* data, u32 q, u64 J, double* buffer) const;
   void inverse_large(double* data, const double* other, u32 q, u64 J, double* buffer) const;
-  void inverse_quarters(double* data, const double* other) const;
   void carry_words(u64* out, u64 n, const double* data, bool step, void* scratch) const;
   void tick() const;
 

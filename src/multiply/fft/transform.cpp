@@ -161,9 +161,7 @@ void btp_t::forward(void* T, const u64* A, u64 L, void* scratch) const {
   if (k == 0) {
     const u64 quarter = shape_.n / 4;
     kernels_->digits_step(data, 2 * quarter, shape_, digits, 0, quarter / 8);
-    const u32 levels = shape_.q - 2 - 2 * kernels_->log_lanes;
-    for (u64 i = 0; i < 4; i++) kernels_->forward_block(data + i * 2 * quarter, levels, 4 + i, shape_);
-    return;
+    return kernels_->forward_rest(data, shape_);
   }
   forward_tiles(data, shape_.q, 1, workers_, &digits, buffers);
   const u64 children = u64{1} << k;
@@ -174,22 +172,13 @@ void btp_t::forward(void* T, const u64* A, u64 L, void* scratch) const {
   });
 }
 
-// All but the root's step of an inverse transform in cache.
-void btp_t::inverse_quarters(double* data, const double* other) const {
-  const u64 quarter = shape_.n / 4;
-  const u32 levels = shape_.q - 2 - 2 * kernels_->log_lanes;
-  for (u64 i = 0; i < 4; i++) {
-    kernels_->inverse_block(data + i * 2 * quarter, other + i * 2 * quarter, levels, 4 + i, shape_);
-  }
-}
-
 void btp_t::inverse_points(void* TA, const void* TB, void* scratch) const {
   auto* const data = static_cast<double*>(TA);
   const auto* const other = static_cast<const double*>(TB);
   const u32 k = tile_levels(shape_.q);
   if (k == 0) {
     const u64 quarter = shape_.n / 4;
-    inverse_quarters(data, other);
+    kernels_->inverse_rest(data, other, shape_);
     return kernels_->inverse_step(data, 2 * quarter, data, 2 * quarter, quarter >> kernels_->log_lanes, 1,
                                   shape_);
   }
@@ -210,7 +199,7 @@ void btp_t::inverse_fmul(u64* out, u64 n, void* TA, const void* TB, void* scratc
     inverse_points(TA, TB, scratch);
     return carry_words(out, n, data, false, scratch);
   }
-  inverse_quarters(data, other);
+  kernels_->inverse_rest(data, other, shape_);
   carry_words(out, n, data, true, scratch);
 }
 

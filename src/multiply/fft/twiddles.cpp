@@ -57,7 +57,8 @@ struct LaneLayout {
   LaneLayout(Layout& layout, simd::Isa isa, u32 log_lanes, u64 n) {
     for (u32 i = 0; i < 3; i++) {
       for (u32 q = MIN_Q; (u64{FACTORS[i]} << q) <= n; q++) {
-        if (kernels_for(isa, q).log_lanes == log_lanes) nodes[i] = u64{2} << (q - 2 * log_lanes);
+        if (kernels_for(isa, q).log_lanes == log_lanes)
+          nodes[i] = u64{2} << (q - 2 * log_lanes); // base nodes end there
       }
     }
     const u64 lanes = u64{1} << log_lanes;

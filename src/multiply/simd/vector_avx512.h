@@ -14,6 +14,7 @@
 #include <immintrin.h>
 #pragma GCC diagnostic pop
 
+#include "multiply/simd/always_inline.h"
 #include "shell/types.h"
 
 namespace kelvane::simd {
@@ -25,29 +26,29 @@ struct Vec8 {
 
   __m512d v;
 
-  static Vec8 load(const double* p) { return {_mm512_load_pd(p)}; }
-  static Vec8 set1(double x) { return {_mm512_set1_pd(x)}; }
-  static Vec8 zero() { return {_mm512_setzero_pd()}; }
-  void store(double* p) const { _mm512_store_pd(p, v); }
-  void stream(double* p) const { _mm512_stream_pd(p, v); }
+  KELVANE_INLINE static Vec8 load(const double* p) { return {_mm512_load_pd(p)}; }
+  KELVANE_INLINE static Vec8 set1(double x) { return {_mm512_set1_pd(x)}; }
+  KELVANE_INLINE static Vec8 zero() { return {_mm512_setzero_pd()}; }
+  KELVANE_INLINE void store(double* p) const { _mm512_store_pd(p, v); }
+  KELVANE_INLINE void stream(double* p) const { _mm512_stream_pd(p, v); }
 
-  friend Vec8 operator+(Vec8 a, Vec8 b) { return {_mm512_add_pd(a.v, b.v)}; }
-  friend Vec8 operator-(Vec8 a, Vec8 b) { return {_mm512_sub_pd(a.v, b.v)}; }
-  friend Vec8 operator*(Vec8 a, Vec8 b) { return {_mm512_mul_pd(a.v, b.v)}; }
+  KELVANE_INLINE friend Vec8 operator+(Vec8 a, Vec8 b) { return {_mm512_add_pd(a.v, b.v)}; }
+  KELVANE_INLINE friend Vec8 operator-(Vec8 a, Vec8 b) { return {_mm512_sub_pd(a.v, b.v)}; }
+  KELVANE_INLINE friend Vec8 operator*(Vec8 a, Vec8 b) { return {_mm512_mul_pd(a.v, b.v)}; }
 };
 
-inline Vec8 fmadd(Vec8 a, Vec8 b, Vec8 c) {
+KELVANE_INLINE Vec8 fmadd(Vec8 a, Vec8 b, Vec8 c) {
   return {_mm512_fmadd_pd(a.v, b.v, c.v)};
 }
-inline Vec8 fmsub(Vec8 a, Vec8 b, Vec8 c) {
+KELVANE_INLINE Vec8 fmsub(Vec8 a, Vec8 b, Vec8 c) {
   return {_mm512_fmsub_pd(a.v, b.v, c.v)};
 }
-inline Vec8 fnmadd(Vec8 a, Vec8 b, Vec8 c) {
+KELVANE_INLINE Vec8 fnmadd(Vec8 a, Vec8 b, Vec8 c) {
   return {_mm512_fnmadd_pd(a.v, b.v, c.v)};
 }
 
 // Three rounds of exchanges at distances 1, 2 and 4.
-inline void transpose(Vec8 (&x)[8]) {
+KELVANE_INLINE void transpose(Vec8 (&x)[8]) {
   __m512d a[8], b[8];
   for (int i = 0; i < 8; i += 2) {
     a[i] = _mm512_unpacklo_pd(x[i].v, x[i + 1].v);
@@ -70,18 +71,18 @@ struct Int8 {
   static constexpr u32 LANES = 8;
   __m512i v;
 
-  static Int8 load(const void* p) { return {_mm512_load_si512(p)}; }
-  static Int8 set1(u64 x) { return {_mm512_set1_epi64(static_cast<long long>(x))}; }
-  void store(void* p) const { _mm512_store_si512(p, v); }
+  KELVANE_INLINE static Int8 load(const void* p) { return {_mm512_load_si512(p)}; }
+  KELVANE_INLINE static Int8 set1(u64 x) { return {_mm512_set1_epi64(static_cast<long long>(x))}; }
+  KELVANE_INLINE void store(void* p) const { _mm512_store_si512(p, v); }
 
-  friend Int8 operator+(Int8 a, Int8 b) { return {_mm512_add_epi64(a.v, b.v)}; }
-  friend Int8 operator-(Int8 a, Int8 b) { return {_mm512_sub_epi64(a.v, b.v)}; }
-  friend Int8 operator&(Int8 a, Int8 b) { return {_mm512_and_si512(a.v, b.v)}; }
-  friend Int8 operator|(Int8 a, Int8 b) { return {_mm512_or_si512(a.v, b.v)}; }
-  friend Int8 operator<<(Int8 a, u32 s) {
+  KELVANE_INLINE friend Int8 operator+(Int8 a, Int8 b) { return {_mm512_add_epi64(a.v, b.v)}; }
+  KELVANE_INLINE friend Int8 operator-(Int8 a, Int8 b) { return {_mm512_sub_epi64(a.v, b.v)}; }
+  KELVANE_INLINE friend Int8 operator&(Int8 a, Int8 b) { return {_mm512_and_si512(a.v, b.v)}; }
+  KELVANE_INLINE friend Int8 operator|(Int8 a, Int8 b) { return {_mm512_or_si512(a.v, b.v)}; }
+  KELVANE_INLINE friend Int8 operator<<(Int8 a, u32 s) {
     return {_mm512_sll_epi64(a.v, _mm_cvtsi32_si128(static_cast<int>(s)))};
   }
-  friend Int8 operator>>(Int8 a, u32 s) {
+  KELVANE_INLINE friend Int8 operator>>(Int8 a, u32 s) {
     return {_mm512_srl_epi64(a.v, _mm_cvtsi32_si128(static_cast<int>(s)))};
   }
 };
