@@ -21,16 +21,16 @@ using test::Words;
 int run_convert(Words& out, u64 W, const Words& fraction, u64 threads, Faults* hook = nullptr) {
   out.assign(W, ~u64{0});
   Scratch scratch(convert_scratch_bytes(W, fraction.size(), threads));
-  const int status = convert({nullptr, threads, nullptr}, out.data(), W, fraction.data(), fraction.size(),
-                             scratch.get(), hook);
+  const int status = convert({test::root_tables(), threads, nullptr}, out.data(), W, fraction.data(),
+                             fraction.size(), scratch.get(), hook);
   EXPECT_TRUE(scratch.intact());
   return status;
 }
 
 int run_verify(u64& hash, u64 W, const Words& fraction, u64 threads, Faults* hook = nullptr) {
   Scratch scratch(verify_scratch_bytes(W, fraction.size(), threads));
-  const int status =
-      verify({nullptr, threads, nullptr}, W, fraction.data(), fraction.size(), &hash, scratch.get(), hook);
+  const int status = verify({test::root_tables(), threads, nullptr}, W, fraction.data(), fraction.size(),
+                            &hash, scratch.get(), hook);
   EXPECT_TRUE(scratch.intact());
   return status;
 }
