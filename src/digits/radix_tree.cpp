@@ -10,7 +10,7 @@
 // it by less than one unit of the last kept word, 2^-64 of their last radix word. Products are
 // exact and frac only drops their top, so every error is downward and a fraction never leaves
 // [0, 1). The node's words are those of its halves joined at the true boundary (below), so its e is
-// the lower half's plus 2^-64: after 48 levels e < 150 * 2^-64. With e < 1 the integer N is floor(f R^n)
+// the lower half's plus 2^-64: after 48 levels e < 200 * 2^-64. With e < 1 the integer N is floor(f R^n)
 // or one less, the latter only when frac(f R^n) < e.
 //
 // Overlap. Let T be the true value of the overlap word, that is the first word of g R^(n - S). The
