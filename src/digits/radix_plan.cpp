@@ -11,27 +11,17 @@ namespace kelvane::CBRv2 {
 
 namespace {
 
-using km_MULv3::abstract_btp;
-using km_MULv3::btp_storage;
-
 constexpr u64 WORDS_PER_THREAD = 4096; // less work does not repay a thread's start
 constexpr u64 TASKS_PER_THREAD = 4;    // so that threads which do not divide the tree evenly finish together
 
 // The largest needs of a set of products that use the same buffers one after another.
 struct Needs {
-  u64 transform = 0, product = 0, scratch = 0;
-  void include(const abstract_btp& record, u64 words) {
-    transform = std::max(transform, record.transform_bytes());
+  u64 work = 0, product = 0;
+  void include(u64 words, u64 threads) {
+    work = std::max(work, km_MULv3::product_cost(words, threads));
     product = std::max(product, words);
-    scratch = std::max(scratch, record.scratch_bytes());
   }
-  ProductBuffers place(Layout& layout) const {
-    ProductBuffers buffers;
-    buffers.transform = layout.take_bytes(transform);
-    buffers.product = layout.take<u64>(product);
-    buffers.scratch = layout.take_bytes(scratch);
-    return buffers;
-  }
+  ProductBuffers place(Layout& layout) const { return {layout.take_bytes(work), layout.take<u64>(product)}; }
 };
 
 } // namespace
@@ -62,6 +52,16 @@ Plan kmp_CBRv2_ci_btrf_ap_make(u64 W, const km_MULv3::Context& context) {
   return plan;
 }
 
+WorkAreas::WorkAreas(const km_MULv3::abstract_btp& record, u64 words, u64 threads) {
+  Layout layout;
+  layout.take_bytes(record.transform_bytes());
+  second_transform = layout.used();
+  layout.take_bytes(record.transform_bytes());
+  scratch = layout.used();
+  layout.take_bytes(record.scratch_bytes());
+  if (layout.used() > km_MULv3::product_cost(words, threads)) fatal("Insufficient Allocated Space");
+}
+
 Workspace::Workspace(Layout& layout, const Plan& plan) {
   slots = layout.take<u64>(plan.slots() * plan.slot_words());
   overlaps = layout.take<u64>(u64{1} << plan.fork);
@@ -71,7 +71,6 @@ Workspace::Workspace(Layout& layout, const Plan& plan) {
 
   // Three phases follow each other in the same memory: the power table's squarings, the wide
   // levels (one at a time), and the subtrees with the transforms of all their powers.
-  btp_storage storage;
   u64 end = layout.used();
   const auto phase = [&](const auto& place) {
     Layout branch = layout;
@@ -81,23 +80,20 @@ Workspace::Workspace(Layout& layout, const Plan& plan) {
   phase([&](Layout& branch) {
     Needs needs;
     for (u64 level = 1; level < plan.levels; ++level)
-      needs.include(*plan.square(plan.span(level + 1), &storage), 2 * power_words(plan.span(level + 1)));
+      needs.include(Plan::square_words(plan.span(level + 1)), plan.threads);
     squaring = needs.place(branch);
   });
   phase([&](Layout& branch) {
     Needs needs;
-    for (u64 level = 0; level < plan.fork; ++level)
-      needs.include(*plan.product(level, &storage), plan.product_words(level));
-    void* const power = branch.take_bytes(needs.transform);
-    std::fill(power_transforms, power_transforms + plan.fork, power);
+    for (u64 level = 0; level < plan.fork; ++level) needs.include(plan.product_words(level), plan.threads);
+    std::fill(power_transforms, power_transforms + plan.fork, nullptr);
     wide = needs.place(branch);
   });
   phase([&](Layout& branch) {
     Needs needs;
     for (u64 level = plan.fork; level < plan.levels; ++level) {
-      const abstract_btp& record = *plan.product(level, &storage);
-      needs.include(record, plan.product_words(level));
-      power_transforms[level] = branch.take_bytes(record.transform_bytes());
+      needs.include(plan.product_words(level), 1);
+      power_transforms[level] = branch.take_bytes(km_MULv3::product_cost(plan.product_words(level), 1) / 2);
     }
     for (u64 i = 0; i < plan.workers; ++i) {
       const ProductBuffers buffers = needs.place(branch);

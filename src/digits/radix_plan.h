@@ -72,8 +72,9 @@ struct Plan {
     return km_MULv3::select(product_words(level), context(level), storage);
   }
   // The record for squaring R^n.
+  static constexpr u64 square_words(u64 n) { return 2 * power_words(n); }
   km_MULv3::abstract_btp* square(u64 n, km_MULv3::btp_storage* storage) const {
-    return km_MULv3::select(2 * power_words(n), wide, storage);
+    return km_MULv3::select(square_words(n), wide, storage);
   }
 };
 
@@ -81,11 +82,17 @@ struct Plan {
 // "kmp_CBRv2_ci_btrf_ap_make(): Thread Inconsistancy".
 Plan kmp_CBRv2_ci_btrf_ap_make(u64 W, const km_MULv3::Context& context);
 
-// Buffers of one product: the transform of the operand, the product, and the record's scratch.
+// Memory of one product at a time: `work` for the transforms of both factors and the record's
+// scratch, as km_MULv3 counts them, and the product itself.
 struct ProductBuffers {
-  void* transform;
+  void* work;
   u64* product;
-  void* scratch;
+};
+
+// Where a record's parts lie in such a work area; fatal when they do not fit.
+struct WorkAreas {
+  u64 second_transform, scratch; // byte offsets; the first transform is at 0
+  WorkAreas(const km_MULv3::abstract_btp& record, u64 words, u64 threads);
 };
 
 // Placement of all buffers of a conversion.
@@ -93,7 +100,8 @@ struct Workspace {
   u64* slots;
   u64* overlaps;                             // one per subtree
   u64* powers[Plan::MOST_LEVELS];            // of level j: R^S(j + 1) without its zero words
-  void* power_transforms[Plan::MOST_LEVELS]; // those of the wide levels share one place
+  void* power_transforms[Plan::MOST_LEVELS]; // of the subtrees' levels, all kept; null for the wide ones,
+                                             // whose power is the second factor in wide.work
   ProductBuffers squaring;
   ProductBuffers wide;     // of the levels above fork, one level at a time
   ProductBuffers* workers; // the table itself lies in the workspace

@@ -10,7 +10,7 @@
 // it by less than one unit of the last kept word, 2^-64 of their last radix word. Products are
 // exact and frac only drops their top, so every error is downward and a fraction never leaves
 // [0, 1). The node's words are those of its halves joined at the true boundary (below), so its e is
-// the lower half's plus 2^-64: after 48 levels e < 150 * 2^-64. With e < 1 the integer N is floor(f R^n)
+// the lower half's plus 2^-64: after 48 levels e < 200 * 2^-64. With e < 1 the integer N is floor(f R^n)
 // or one less, the latter only when frac(f R^n) < e.
 //
 // Overlap. Let T be the true value of the overlap word, that is the first word of g R^(n - S). The
@@ -88,6 +88,8 @@ class Conversion {
     u64 zeros = 0;
     u64 hash = 0; // of the words without the zeros
     const abstract_btp* record = nullptr;
+    void* transform = nullptr;
+    u64 scratch = 0; // byte offset in the work area of its products
     btp_storage storage;
   };
   // One node: `main` words at out_ below `top`, and one more below them when `extra` is set.
@@ -114,7 +116,7 @@ class Conversion {
   }
 
   bool make_powers();
-  void transform_power(u64 level, void* scratch);
+  void transform_power(u64 level, const ProductBuffers& buffers);
   bool cut(const Node& node, const ProductBuffers& buffers, Failure& failure);
   bool kmh_CBRv2_ci_btrf_L(Node node, u64* overlap, const ProductBuffers& buffers, Failure& failure);
   bool kmq_CBRv2_ci_btrf_T();
@@ -167,8 +169,10 @@ bool Conversion::make_powers() {
       const Power& half = powers_[level + 1];
       const ProductBuffers& b = space_.squaring;
       const abstract_btp& record = *plan_.square(plan_.span(level + 2), &power.storage);
-      record.forward(b.transform, space_.powers[level + 1], half.length, b.scratch);
-      record.inverse_fsqr(b.product, 2 * half.length, b.transform, b.scratch);
+      const WorkAreas areas(record, Plan::square_words(plan_.span(level + 2)), plan_.threads);
+      u8* const work = static_cast<u8*>(b.work);
+      record.forward(work, space_.powers[level + 1], half.length, work + areas.scratch);
+      record.inverse_fsqr(b.product, 2 * half.length, work, work + areas.scratch);
       const u64 skip = power.zeros - 2 * half.zeros;
       // A word beyond the bound could only be an error; it is left out and fails the residue.
       const u64 length = words::normalized_length(b.product + skip, 2 * half.length - skip);
@@ -182,14 +186,19 @@ bool Conversion::make_powers() {
                                       residue::weight(-static_cast<s64>(power.zeros)));
     if (power.hash != expected)
       return failure_.set("Radix Conversion: Power Hash Mismatch", expected, power.hash);
-    power.record = plan_.product(level, &power.storage);
   }
   return true;
 }
 
-void Conversion::transform_power(u64 level, void* scratch) {
-  powers_[level].record->forward(space_.power_transforms[level], space_.powers[level], powers_[level].length,
-                                 scratch);
+// The transform of a level's power, which all its nodes share. Their work areas are laid out alike.
+void Conversion::transform_power(u64 level, const ProductBuffers& buffers) {
+  Power& power = powers_[level];
+  power.record = plan_.product(level, &power.storage);
+  const WorkAreas areas(*power.record, plan_.product_words(level), plan_.context(level).threads);
+  u8* const work = static_cast<u8*>(buffers.work);
+  power.scratch = areas.scratch;
+  power.transform = level < plan_.fork ? work + areas.second_transform : space_.power_transforms[level];
+  power.record->forward(power.transform, space_.powers[level], power.length, work + areas.scratch);
   progress(transform_cost(plan_.product_words(level)));
 }
 
@@ -200,9 +209,9 @@ bool Conversion::cut(const Node& node, const ProductBuffers& buffers, Failure& f
   const u64* const fraction = fraction_end(node.slot) - l;
   const u64 n = l + power.length;
   const u64 fraction_hash = residue::hash_words(fraction, l);
-  power.record->forward(buffers.transform, fraction, l, buffers.scratch);
-  power.record->inverse_fmul(buffers.product, n, buffers.transform, space_.power_transforms[node.level],
-                             buffers.scratch);
+  u8* const work = static_cast<u8*>(buffers.work);
+  power.record->forward(work, fraction, l, work + power.scratch);
+  power.record->inverse_fmul(buffers.product, n, work, power.transform, work + power.scratch);
   if (visit(Faults::PRODUCT, buffers.product, n)) return false;
   const u64 expected = residue::mul(fraction_hash, power.hash);
   const u64 actual = residue::hash_words(buffers.product, n);
@@ -298,14 +307,13 @@ bool Conversion::run_subtrees() {
 bool Conversion::kmq_CBRv2_ci_btrf_T() {
   label(LABEL_CONVERTING);
   for (u64 level = 0; level < plan_.fork; ++level) {
-    transform_power(level, space_.wide.scratch);
+    transform_power(level, space_.wide);
     for (u64 index = 0; index < u64{1} << level; ++index) {
       const Node node = node_at(level, index);
       if (is_cut(node) && !cut(node, space_.wide, failure_)) return false;
     }
   }
-  for (u64 level = plan_.fork; level < plan_.levels; ++level)
-    transform_power(level, space_.workers[0].scratch);
+  for (u64 level = plan_.fork; level < plan_.levels; ++level) transform_power(level, space_.workers[0]);
   if (!run_subtrees()) return false;
   for (u64 level = plan_.fork; level-- > 0;)
     for (u64 index = 0; index < u64{1} << level; ++index) {

@@ -38,9 +38,9 @@ u64 exponent_after(u64 W, u64 round) {
   return W >> (rounds(W) - round);
 }
 
-// Record of the square that round `round` (from 1) starts with.
-const abstract_btp& square_record(u64 W, u64 round, const Context& context, btp_storage* storage) {
-  return *km_MULv3::select(2 * power_words(exponent_after(W, round - 1)), context, storage);
+// Words of the square that round `round` (from 1) starts with, at most.
+u64 square_words(u64 W, u64 round) {
+  return Plan::square_words(exponent_after(W, round - 1));
 }
 
 // The final product: low parts of the fraction and the power.
@@ -58,38 +58,25 @@ struct FinalProduct {
 struct Placement {
   u64* power;
   u64* product; // of either phase
-  void* transform;
-  void* second_transform;
-  void* scratch;
+  void* work;   // both transforms and the scratch of one product
 
-  Placement(Layout& layout, u64 W, u64 n, const Context& context) {
-    // One word more for the multiplication by R before the zero words are stripped.
-    power = layout.take<u64>(power_words(W) + 2);
-    btp_storage storage;
-    u64 transform_bytes = 0, second_bytes = 0, product_words = 0, scratch_bytes = 0;
-    const auto include = [&](const abstract_btp& record, u64 words) {
-      transform_bytes = std::max(transform_bytes, record.transform_bytes());
-      product_words = std::max(product_words, words);
-      scratch_bytes = std::max(scratch_bytes, record.scratch_bytes());
+  Placement(Layout& layout, u64 W, u64 n, u64 threads) {
+    power = layout.take<u64>(power_words(W));
+    u64 product_words = 0, work_bytes = 0;
+    const auto include = [&](u64 words, u64 more) {
+      product_words = std::max(product_words, words + more);
+      work_bytes = std::max(work_bytes, km_MULv3::product_cost(words, threads));
     };
-    for (u64 round = 1; round <= rounds(W); ++round)
-      include(square_record(W, round, context, &storage), 2 * power_words(exponent_after(W, round - 1)) + 1);
-    if (const FinalProduct last(W, n); last.words != 0) {
-      const abstract_btp& record = *km_MULv3::select(last.length(), context, &storage);
-      include(record, last.length());
-      second_bytes = record.transform_bytes();
-    }
-    product = layout.take<u64>(product_words);
-    transform = layout.take_bytes(transform_bytes);
-    second_transform = layout.take_bytes(second_bytes);
-    scratch = layout.take_bytes(scratch_bytes);
+    for (u64 round = 1; round <= rounds(W); ++round) include(square_words(W, round), 1); // and the carry of R
+    if (const FinalProduct last(W, n); last.words != 0) include(last.length(), 0);
+    product = layout.take<u64>(std::max<u64>(product_words, 1));
+    work = layout.take_bytes(work_bytes);
   }
 };
 
 double powering_cost(u64 W) {
   double cost = 0;
-  for (u64 round = 1; round <= rounds(W); ++round)
-    cost += 2 * transform_cost(2 * power_words(exponent_after(W, round - 1)));
+  for (u64 round = 1; round <= rounds(W); ++round) cost += 2 * transform_cost(square_words(W, round));
   return cost;
 }
 
@@ -122,9 +109,12 @@ u64 raise_power(const Context& context, u64 W, const Placement& at, u64* zeros) 
   for (u64 round = 1; round <= rounds(W); ++round) {
     show_power(context, length);
     btp_storage storage;
-    const abstract_btp& record = square_record(W, round, context, &storage);
-    record.forward(at.transform, at.power, length, at.scratch);
-    record.inverse_fsqr(at.product, 2 * length, at.transform, at.scratch);
+    const u64 words = square_words(W, round);
+    const abstract_btp& record = *km_MULv3::select(words, context, &storage);
+    const WorkAreas areas(record, words, context.threads);
+    u8* const work = static_cast<u8*>(at.work);
+    record.forward(work, at.power, length, work + areas.scratch);
+    record.inverse_fsqr(at.product, 2 * length, work, work + areas.scratch);
     u64 n = 2 * length;
     if (exponent_after(W, round) % 2 != 0) {
       at.product[n] = words::mul_word_in_place(at.product, n, RADIX);
@@ -137,8 +127,7 @@ u64 raise_power(const Context& context, u64 W, const Placement& at, u64* zeros) 
     if (length == 0 || length > power_words(exponent_after(W, round))) return 0;
     std::copy_n(at.product + skip, length, at.power);
     *zeros = 2 * *zeros + skip;
-    if (context.progress != nullptr)
-      context.progress->add(2 * transform_cost(2 * power_words(exponent_after(W, round - 1))));
+    if (context.progress != nullptr) context.progress->add(2 * transform_cost(square_words(W, round)));
   }
   return length;
 }
@@ -148,7 +137,7 @@ u64 raise_power(const Context& context, u64 W, const Placement& at, u64* zeros) 
 u64 verify_scratch_bytes(u64 W, u64 n, u64 threads) {
   if (W == 0 || n == 0) return 0;
   Layout layout;
-  const Placement at(layout, W, n, {nullptr, threads, nullptr});
+  const Placement at(layout, W, n, threads);
   return layout.used();
 }
 
@@ -163,7 +152,7 @@ int verify(const Context& context, u64 W, const u64* fraction, u64 n, u64* hash_
   *hash_out = 0;
   if (W == 0 || n == 0) return 0;
   Layout layout(scratch, verify_scratch_bytes(W, n, context.threads));
-  const Placement at(layout, W, n, context);
+  const Placement at(layout, W, n, context.threads);
   const u64 expected_power = residue::pow(residue::reduce(RADIX), W);
 
   u64 zeros = 0;
@@ -180,10 +169,13 @@ int verify(const Context& context, u64 W, const u64* fraction, u64 n, u64* hash_
     length = std::min(length, last.words);
     btp_storage storage;
     const abstract_btp& record = *km_MULv3::select(last.length(), context, &storage);
-    record.forward(at.transform, fraction, last.fraction, at.scratch);
-    record.forward(at.second_transform, at.power, length, at.scratch);
+    const WorkAreas areas(record, last.length(), context.threads);
+    u8* const work = static_cast<u8*>(at.work);
+    record.forward(work, fraction, last.fraction, work + areas.scratch);
+    record.forward(work + areas.second_transform, at.power, length, work + areas.scratch);
     const u64 product_length = last.fraction + length;
-    record.inverse_fmul(at.product, product_length, at.transform, at.second_transform, at.scratch);
+    record.inverse_fmul(at.product, product_length, work, work + areas.second_transform,
+                        work + areas.scratch);
     if (hook != nullptr && hook->visit(Faults::VERIFY_PRODUCT, at.product, product_length)) return 1;
     const u64 expected =
         residue::mul(residue::hash_words(fraction, last.fraction), residue::hash_words(at.power, length));

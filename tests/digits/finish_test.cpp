@@ -50,7 +50,7 @@ struct Sequence {
     heap.init(memory.data(), memory.size() * 8);
     testing::internal::CaptureStdout();
     try {
-      finish_and_output({nullptr, threads, nullptr}, heap, input, result, hooks);
+      finish_and_output({test::root_tables(), threads, nullptr}, heap, input, result, hooks);
     } catch (...) {
       screen = testing::internal::GetCapturedStdout();
       EXPECT_EQ(heap.active(), 0u);

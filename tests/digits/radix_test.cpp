@@ -21,16 +21,16 @@ using test::Words;
 int run_convert(Words& out, u64 W, const Words& fraction, u64 threads, Faults* hook = nullptr) {
   out.assign(W, ~u64{0});
   Scratch scratch(convert_scratch_bytes(W, fraction.size(), threads));
-  const int status = convert({nullptr, threads, nullptr}, out.data(), W, fraction.data(), fraction.size(),
-                             scratch.get(), hook);
+  const int status = convert({test::root_tables(), threads, nullptr}, out.data(), W, fraction.data(),
+                             fraction.size(), scratch.get(), hook);
   EXPECT_TRUE(scratch.intact());
   return status;
 }
 
 int run_verify(u64& hash, u64 W, const Words& fraction, u64 threads, Faults* hook = nullptr) {
   Scratch scratch(verify_scratch_bytes(W, fraction.size(), threads));
-  const int status =
-      verify({nullptr, threads, nullptr}, W, fraction.data(), fraction.size(), &hash, scratch.get(), hook);
+  const int status = verify({test::root_tables(), threads, nullptr}, W, fraction.data(), fraction.size(),
+                            &hash, scratch.get(), hook);
   EXPECT_TRUE(scratch.intact());
   return status;
 }
@@ -69,7 +69,7 @@ TEST(Radix, EveryDigitCountFrom100To400) {
         << "digits and seed " << D;
 }
 
-// Around every change of the tree's shape: leaves of 96 words, one level more at 96 * 2^k.
+// Around every change of the tree's shape: one level more above 128 * 2^k words.
 TEST(Radix, WordCountsAroundTheTreesShapes) {
   for (u64 edge = LONGEST_LEAF; edge < 4000; edge *= 2)
     for (u64 W : {edge - 1, edge, edge + 1, edge + 2, edge + 49, edge + 50, edge * 3 / 2})
@@ -97,7 +97,7 @@ TEST(Radix, AMillionDigits) {
 // the tree lies in such a run, where the two halves may come out one apart.
 TEST(Radix, RunsOfZerosAndNines) {
   std::mt19937_64 random(5);
-  for (const u64 W : {8u, 97u, 200u, 401u, 3000u})
+  for (const u64 W : {8u, 130u, 300u, 601u, 3000u})
     for (int sample = 0; sample < 24; ++sample) {
       const u64 n = fraction_words(W) + random() % 3;
       const u64 digits = random() % (19 * W) + 1; // length of the short decimal
@@ -116,7 +116,7 @@ TEST(Radix, RunsOfZerosAndNines) {
       ASSERT_TRUE(below == 0 || below == 1)
           << "W " << W << " n " << n << " sample " << sample << " digits " << digits;
     }
-  for (const u64 W : {8u, 97u, 400u})
+  for (const u64 W : {8u, 130u, 600u})
     for (const u64 word : {u64{0}, ~u64{0}}) {
       Words fraction(fraction_words(W), word);
       ASSERT_EQ(shortfall(W, fraction, 1), 0);
@@ -235,7 +235,7 @@ TEST(Radix, HalvesThatDisagreeAreNoticed) {
   const int status = run_convert(out, W, fraction, 1, &shift);
   const std::string printed = testing::internal::GetCapturedStdout();
   EXPECT_NE(status, 0);
-  EXPECT_NE(printed.find("(): Overlap Mismatch\nRL       = 192\nExpected = "), std::string::npos) << printed;
+  EXPECT_NE(printed.find("(): Overlap Mismatch\nRL       = 256\nExpected = "), std::string::npos) << printed;
   EXPECT_NE(printed.find("\nActual   = "), std::string::npos) << printed;
 }
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "digits/radix.h"
+#include "multiply/table/tables.h"
 #include "shell/heap.h"
 
 namespace kelvane::test {
@@ -83,5 +84,24 @@ class Scratch {
   u64 bytes_;
   unsigned char* data_;
 };
+
+// The root tables for products of up to `words` words.
+class RootTables {
+ public:
+  explicit RootTables(u64 words) : memory_(km_MULv3::Tables::bytes(words)) {
+    tables_.build(memory_.get(), words, 2);
+  }
+  const km_MULv3::TableSet* set() const { return &tables_.set(); }
+
+ private:
+  Scratch memory_;
+  km_MULv3::Tables tables_;
+};
+
+// Built once, for all that the tests here multiply.
+inline const km_MULv3::TableSet* root_tables() {
+  static const RootTables tables(u64{1} << 17);
+  return tables.set();
+}
 
 } // namespace kelvane::test
