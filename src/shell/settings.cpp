@@ -22,6 +22,8 @@ constexpr u64 LEAST_DIGITS_FOR_SWAP = 1'000'000;
 constexpr u64 LEAST_DIGITS_TO_KEEP_SWAP = 10'000'000; // of a digit count changed in swap mode
 constexpr u64 LEAST_DIGITS_PER_FILE = 1'000'000;
 
+constexpr u64 IMPOSSIBLE = ~u64{0}; // bytes; fits no address space, so that the computation cannot be started
+
 constexpr const char* DIGITS_OUT_OF_RANGE = "# of digits is out of range";
 
 // Whether a file can be created in the directory; the empty path is the working directory.
@@ -129,14 +131,12 @@ void ComputeSettings::update() {
   if (!constant) return;
   const MemoryQuery query = memory_query();
   if (constant->get_memory_B(algorithm, query, nullptr) == 0) return;
+  MemoryFigure figure;
   try {
-    MemoryFigure figure;
     constant->get_memory_B(algorithm, query, &figure);
     memory_needed = memory_minimum = figure.total();
-  } catch (const km_exception& e) {
-    // Products that no algorithm can form: a figure that the menu shows and refuses to start with.
-    if (e.code != ERROR_BEYOND_TABLE) throw;
-    memory_needed = memory_minimum = ~u64{0};
+  } catch (const km_exception&) {
+    memory_needed = memory_minimum = IMPOSSIBLE; // a product longer than any algorithm takes
   }
 }
 

@@ -85,15 +85,11 @@ void edit_algorithm(ComputeSettings& settings) {
 }
 
 void edit_path(ComputeSettings& settings) {
+  wchar_t path[4096]; // PATH_MAX
   Console::print("Enter the path to write the digits to. (e.g. \"C:\" or \"C:/temp\" )\n\n");
-  const char* error = nullptr;
-  do {
-    wchar_t path[4096]; // PATH_MAX
-    Console::print("Path: ");
-    Console::read_line(path, std::size(path));
-    error = settings.set_output_path(path);
-    if (error != nullptr) print_error(error);
-  } while (error != nullptr);
+  Console::print("Path: ");
+  Console::read_line(path, std::size(path));
+  if (const char* error = settings.set_output_path(path)) print_error(error);
 }
 
 void edit_output_format(ComputeSettings& settings) {

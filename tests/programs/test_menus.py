@@ -117,7 +117,7 @@ class MainMenu(ProgramTest):
 
 class Settings(ProgramTest):
     def test_a_session(self):
-        result = self.run_program(3, 3, 99, 1234567, 5, 257, 3, 4, 0, 6, "/no/such/folder", self.folder, 9)
+        result = self.run_program(3, 3, 99, 1234567, 5, 257, 3, 4, 0, 6, "/no/such/folder", 6, self.folder, 9)
         self.assertEqual(result.status, 1)  # the input ends before anything is started
         screens = result.text.split("Custom Compute a Constant\n\nCurrent Settings: ")[1:]
         self.assertIn("  1     Constant:    Pi\n  2     Algorithm:   Chudnovsky Formula\n\n", screens[0])
@@ -128,7 +128,8 @@ class Settings(ProgramTest):
         self.assertIn("  5     Multi-Threading:   3 threads\n", screens[2])
         self.assertIn("  4     Hexadecimal Digits:    Disabled\n", screens[3])
         self.assertIn("\nError: Unable to write to path.\n", screens[3])
-        self.assertIn("  6     Write Digits To:   " + self.folder + "\n", screens[4])
+        self.assertIn("  6     Write Digits To:   Default Path\n", screens[4])
+        self.assertIn("  6     Write Digits To:   " + self.folder + "\n", screens[5])
         self.assertEqual(os.listdir(self.folder), [])
 
     def test_folder_names_outside_ascii(self):

@@ -26,6 +26,7 @@ struct TestConstant : kcr_Constant {
   u64 get_max_digits() const override { return 100'000'000; }
   u64 get_memory_B(s32, const MemoryQuery& query, MemoryFigure* result) const override {
     if (result == nullptr) return 1;
+    if (query.decimal_digits == 66'666'666) throw km_exception(ERROR_BEYOND_TABLE, "too long");
     *result = {memory, query.precision_words, query.threads};
     return result->total();
   }
@@ -179,6 +180,9 @@ TEST(SettingsMenu, WarningsAndRefusalToStart) {
   EXPECT_NE(screen(huge).find("  0     Cannot Start: 64-bit is required to use more than 2GB of memory.\n\n"),
             std::string::npos);
   EXPECT_EQ(screen(huge).find("Start Computation"), std::string::npos);
+  ComputeSettings beyond = with_constant();
+  EXPECT_EQ(beyond.set_decimal_digits(66'666'666), nullptr);
+  EXPECT_NE(screen(beyond).find("Cannot Start"), std::string::npos) << "the memory need cannot even be told";
   // Option 0 is not accepted then: the first answer prompts again.
   const Captured c = capture(
       [&] {
