@@ -142,7 +142,7 @@ class Trouble(ProgramTest):
         for answers, message in (
             (["3", "99", "100", "0"], "Error: # of digits is out of range"),
             (["3", "100", "5", "0", "257", "1", "0"], "Error: # of threads is out of range"),
-            (["3", "100", "6", "/proc", ".", "0"], "Error: Unable to write to path."),
+            (["3", "100", "6", "/proc", "0"], "Error: Unable to write to path."),
             (["3", "100", "1", "0", "4", "3", "0"], "This number is a perfect square."),
             (["3", "100", "9", "0"], "option: "),
         ):

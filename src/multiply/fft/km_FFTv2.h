@@ -6,6 +6,7 @@
 
 #include "multiply/fft/kernels.h"
 #include "multiply/table/km_MULv3.h"
+#include "multiply/table/parallel.h"
 #include "shell/types.h"
 
 namespace kelvane::km_FFTv2 {
@@ -66,21 +67,14 @@ class btp_t final : public km_MULv3::abstract_btp {
   void inverse_points(void* TA, const void* TB, void* scratch) const;
 
  private:
-  // The number of levels that one step over a block of r 2^q points in memory takes, 0 when the block fits
-  // the cache.
-  u32 tile_levels(u32 q) const;
-  void forward_tiles(double* data, u32 q, u64 J, u64 threads, const DigitSource* digits,
-                     double* scratch) const;
-  void inverse_tiles(double* data, u32 q, u64 J, u64 threads, double* scratch) const;
-  void forward_large(double* data, u32 q, u64 J, double* buffer) const;
-  void inverse_large(double* data, const double* other, u32 q, u64 J, double* buffer) const;
-  void carry_words(u64* out, u64 n, const double* data, bool step, void* scratch) const;
-  void tick() const;
+  void inverse(u64* out, u64 n, void* TA, const void* TB, void* scratch, bool words) const;
+  void tick(km_MULv3::Worker worker) const;
 
   Plan plan_;
   Shape shape_;
   const Kernels* kernels_;
   Console::Progress* progress_;
+  bool cached_; // the transform fits the cache
   u64 workers_; // threads that the size can feed
 };
 

@@ -144,7 +144,7 @@ void table_d::build(void* memory, u64 n, u64 threads) {
     if (place.roots == nullptr) continue;
     fill_lane_constants(place, log_lanes);
     const u64 tasks = (place.nodes[0] + NODES_PER_TASK - 1) / NODES_PER_TASK;
-    km_MULv3::for_tasks(threads, tasks, [&](u64 task, km_MULv3::Worker) {
+    const auto fill = [&](u64 task, km_MULv3::Worker) {
       const u64 first = task * NODES_PER_TASK, end = first + NODES_PER_TASK;
       for (u64 J = first > 0 ? first : 1; J < end && J < place.nodes[0]; J++) {
         fill_node(place.roots + J * 4 * log_lanes, J, log_lanes);
@@ -153,7 +153,8 @@ void table_d::build(void* memory, u64 n, u64 threads) {
             fill_leaf(place.leaves[f] + J * 2 * (FACTORS[f] - 1), J, log_lanes, FACTORS[f]);
         }
       }
-    });
+    };
+    km_MULv3::run_phases(threads < tasks ? threads : tasks, km_MULv3::Phase{tasks, fill});
     LaneTable& lanes = table_.lanes[log_lanes - 1];
     lanes = {log_lanes,        place.roots,          place.leaves[1],     place.leaves[2],
              place.lane_roots, place.lane_leaves[1], place.lane_leaves[2]};

@@ -25,18 +25,43 @@ struct Worker {
   bool driver; // whether it is the calling thread
 };
 
-// f(task, worker) for every task below `tasks`; the workers draw tasks from one counter. Which worker runs a
-// task must make no difference to its result.
-template <class F> void for_tasks(u64 threads, u64 tasks, const F& f) {
-  if (threads > tasks) threads = tasks;
+// A phase of `tasks` independent tasks, f(task, worker) each.
+template <class F> struct Phase {
+  u64 tasks;
+  F f;
+};
+template <class F> Phase(u64, F) -> Phase<F>;
+
+// Runs phases one after another with one fork and join: the workers draw a phase's tasks from its counter,
+// and begin a phase when all tasks of the one before are done. Which worker runs a task must make no
+// difference to its result. A worker waits only for tasks that others are at work on, so the phases also end
+// when some of the threads could not be created.
+template <class... F> void run_phases(u64 threads, const Phase<F>&... phases) {
   if (threads <= 1) {
-    for (u64 task = 0; task < tasks; task++) f(task, Worker{0, true});
+    const auto run = [](const auto& phase) {
+      for (u64 task = 0; task < phase.tasks; task++) phase.f(task, Worker{0, true});
+    };
+    (run(phases), ...);
     return;
   }
-  std::atomic<u64> next{0};
+  struct Counters {
+    std::atomic<u64> next{0}, done{0};
+  } counters[sizeof...(F)];
   on_threads({0, threads}, [&](u64 index) {
     const Worker worker{index, index == threads - 1};
-    for (u64 task; (task = next.fetch_add(1, std::memory_order_relaxed)) < tasks;) f(task, worker);
+    Counters* counter = counters;
+    const auto run = [&](const auto& phase) {
+      for (u64 task; (task = counter->next.fetch_add(1, std::memory_order_relaxed)) < phase.tasks;) {
+        phase.f(task, worker);
+        if (counter->done.fetch_add(1, std::memory_order_acq_rel) + 1 == phase.tasks)
+          counter->done.notify_all();
+      }
+      for (u64 done; (done = counter->done.load(std::memory_order_acquire)) < phase.tasks;) {
+        counter->done.wait(done, std::memory_order_acquire);
+      }
+      counter++;
+    };
+    (run(phases), ...);
   });
 }
 
