@@ -23,8 +23,8 @@
 namespace kelvane::CBRv2 {
 
 inline constexpr u64 RADIX = 10000000000000000000u; // R = 10^19
-inline constexpr u64 LONGEST_LEAF = 96;             // words; longer nodes are cut, so leaves have 49 or more
-inline constexpr u64 OVERLAP = 1;                   // words that two halves both make
+inline constexpr u64 LONGEST_LEAF = 128; // words; longer nodes are cut, so leaves of a tree have 65 or more
+inline constexpr u64 OVERLAP = 1;        // words that two halves both make
 
 // Words of fraction that n radix words need: with l = fraction_words(n), R^n < 2^(64 (l - 1)), so
 // one unit of the fraction's last word moves the result by less than 2^-64.

@@ -93,26 +93,30 @@ TEST(Radix, AMillionDigits) {
   ASSERT_EQ(shortfall(output_words(D), test::random_fraction(test::words_for(D), D), 2), 0) << "seed " << D;
 }
 
-// Fractions at and just below short decimals turn into long runs of zeros or nines: every joint of
-// the tree lies in such a run, where the two halves may come out one apart.
+// A decimal of `digits` random digits as a fraction of n words, rounded up or down.
+Words short_decimal(u64 digits, u64 n, bool up, std::mt19937_64& random) {
+  Integer x, power;
+  mpz_set_ui(x.z, random() | 1);
+  mpz_ui_pow_ui(power.z, 10, digits);
+  mpz_mod(x.z, x.z, power.z);
+  mpz_mul_2exp(x.z, x.z, 64 * n);
+  if (up)
+    mpz_cdiv_q(x.z, x.z, power.z);
+  else
+    mpz_fdiv_q(x.z, x.z, power.z);
+  Words fraction(n);
+  mpz_export(fraction.data(), nullptr, -1, 8, 0, 0, x.z);
+  return fraction;
+}
+
+// Fractions just above and below short decimals turn into long runs of zeros or nines: the joints of
+// the tree lie in such a run, where the two halves may come out one apart.
 TEST(Radix, RunsOfZerosAndNines) {
   std::mt19937_64 random(5);
   for (const u64 W : {8u, 130u, 300u, 601u, 3000u})
     for (int sample = 0; sample < 24; ++sample) {
-      const u64 n = fraction_words(W) + random() % 3;
-      const u64 digits = random() % (19 * W) + 1; // length of the short decimal
-      Integer x, power;
-      mpz_set_ui(x.z, random() | 1);
-      mpz_ui_pow_ui(power.z, 10, digits);
-      mpz_mod(x.z, x.z, power.z);
-      mpz_mul_2exp(x.z, x.z, 64 * n);
-      if (sample % 2 == 0)
-        mpz_fdiv_q(x.z, x.z, power.z); // below: nines
-      else
-        mpz_cdiv_q(x.z, x.z, power.z); // above: zeros
-      Words fraction(n);
-      mpz_export(fraction.data(), nullptr, -1, 8, 0, 0, x.z);
-      const int below = shortfall(W, fraction, 1);
+      const u64 n = fraction_words(W) + random() % 3, digits = random() % (19 * W) + 1;
+      const int below = shortfall(W, short_decimal(digits, n, sample % 2 == 0, random), 1);
       ASSERT_TRUE(below == 0 || below == 1)
           << "W " << W << " n " << n << " sample " << sample << " digits " << digits;
     }
@@ -123,6 +127,18 @@ TEST(Radix, RunsOfZerosAndNines) {
       fraction[0] ^= 1;
       ASSERT_EQ(shortfall(W, fraction, 1), 0);
     }
+}
+
+// The run begins inside the very word in which the halves overlap.
+TEST(Radix, HalvesOneApartAreJoined) {
+  std::mt19937_64 random(6);
+  const u64 W = 2 * LONGEST_LEAF;
+  for (u64 digits = 19 * LONGEST_LEAF; digits <= 19 * (LONGEST_LEAF + 1); ++digits)
+    for (const bool up : {false, true})
+      for (const u64 n : {fraction_words(W) - 20, fraction_words(W)}) {
+        const int below = shortfall(W, short_decimal(digits, n, up, random), 1);
+        ASSERT_TRUE(below == 0 || below == 1) << "digits " << digits << " n " << n << " up " << up;
+      }
 }
 
 TEST(Radix, ThreadsDoNotChangeTheWords) {
