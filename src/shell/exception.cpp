@@ -24,11 +24,7 @@ constexpr const wchar_t* CLOSING_ADVICE =
 
 // Reads through a null pointer, so that a debugger or a core dump catches the state. Both the pointer and the
 // read are volatile: the compiler can neither know the address nor drop the read.
-#if defined(__GNUC__)
-__attribute__((no_sanitize("undefined")))
-#endif
-[[noreturn]] void
-crash() {
+[[noreturn]] __attribute__((no_sanitize("undefined"))) void crash() {
   volatile int* volatile nowhere = nullptr;
   [[maybe_unused]] const int value = *nowhere;
   std::abort(); // where address 0 can be read after all

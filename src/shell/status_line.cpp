@@ -54,7 +54,7 @@ void StatusLine::restart_clock() {
 }
 
 void StatusLine::clear() {
-  print("\r" + std::string(width, ' ') + "\r");
+  print(std::string("\r").append(width, ' ') + "\r");
 }
 
 void StatusLine::print_time() {

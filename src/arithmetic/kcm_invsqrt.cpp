@@ -1,0 +1,84 @@
+#include "arithmetic/kcm_invsqrt.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "arithmetic/words/add.h"
+
+namespace kelvane {
+
+using newton::Deviation;
+
+namespace {
+
+constexpr const char* NAME = "kcm_invsqrt_udw_E()";
+
+// Product lengths of a level: t^2 (q words squared) and t e (q by q + 1 words), both with guards.
+u64 level_work_bytes(u64 p, u64 threads) {
+  const u64 q = newton::lower_level(p);
+  return product_work_bytes(q, q + 1, threads);
+}
+
+int inverse_root(const km_MULv3::Context& context, kob_cdi_GFP& T, u64 x, u64 p, u64* work, u64 PL,
+                 void* product_work, const newton::Meter& meter, u64 top) {
+  if (p == 0) {
+    T.set_double(1.0 / std::sqrt(static_cast<double>(x)), 0);
+    return 0;
+  }
+  if (T.AL < p + 3) newton::insufficient_space(T.AL, p + 2, NAME, "AL"); // p + 2 is what is printed
+  if (newton::temporary_words(p) > PL) newton::insufficient_space(PL, newton::temporary_words(p), NAME, "PL");
+  const u64 q = newton::lower_level(p);
+  if (inverse_root(context, T, x, q, work, PL, product_work, meter, top) != 0) return newton::CONVERGENCE_FAILURE;
+
+  kob_cdi_GFP t, e;
+  t.attach(work, newton::estimate_words(p));
+  e.attach(work + newton::estimate_words(p), newton::residual_words(p));
+  t.set_truncated(T, q);
+
+  meter.begin(p, " - 0M - ");
+  set_square(context, T, t, q, p, product_work);
+  T.set_mul_word(T, x); // y = x t^2
+  T.trim(p);
+  meter.end(newton::product_cost(2 * q));
+  const Deviation d = newton::deviation_from_one(T, e, q, top, NAME);
+  if (d == Deviation::failed) return newton::CONVERGENCE_FAILURE;
+  if (d == Deviation::none) {
+    T.set_truncated(t, p);
+    return 0;
+  }
+
+  meter.begin(p, d == Deviation::over ? " - O1M - " : " - U1M - ");
+  set_product(context, e, t, q, e, q + 1, q + 1, product_work);
+  words::shift_right(e.T, e.T, e.L, 1); // t e / 2
+  e.set_value(e.L, e.exp, 1);
+  meter.end(newton::product_cost(2 * q));
+  if (d == Deviation::over) T.set_sub_magnitude(t, e, p);
+  else T.set_add_magnitude(t, e, p);
+  return 0;
+}
+
+} // namespace
+
+int kcm_invsqrt_udw_E(const km_MULv3::Context& context, kob_cdi_GFP& T, u64 x, u64 p, u64* work, u64 PL,
+                      void* product_work) {
+  return inverse_root(context, T, x, p, work, PL, product_work, newton::Meter(), p);
+}
+
+int kcm_invsqrt_udw_B(const km_MULv3::Context& context, kob_cdi_GFP& T, u64 x, u64 p, u64* work, u64 PL,
+                      void* product_work, const newton::Meter& meter) {
+  return inverse_root(context, T, x, p, work, PL, product_work, meter, p);
+}
+
+u64 kcm_invsqrt_work_bytes(u64 p, u64 threads) {
+  u64 bytes = 0;
+  for (; p > 0; p = newton::lower_level(p)) bytes = std::max(bytes, level_work_bytes(p, threads));
+  return bytes;
+}
+
+double kcm_invsqrt_cost(u64 p) {
+  double cost = 0;
+  for (; p > 0; p = newton::lower_level(p)) cost += 2 * newton::product_cost(2 * newton::lower_level(p));
+  return cost;
+}
+
+} // namespace kelvane

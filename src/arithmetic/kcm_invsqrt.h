@@ -1,0 +1,26 @@
+// kcm_invsqrt_udw: the inverse square root 1/sqrt(x) of a 64-bit integer by Newton's method.
+//
+//   t <- t + t (1 - x t^2) / 2, the precision in words doubling at each level (see newton.h).
+//
+// Cost of the last level: a square of p/2 words and a product of p/2 by p/2 words; all levels
+// together about 1.7 products of p by p words.
+#pragma once
+
+#include "arithmetic/kob_cdi_GFP.h"
+#include "arithmetic/newton.h"
+
+namespace kelvane {
+
+// T ~ 1/sqrt(x) to p words (p + 2 words kept, relative error about 2^(-64 (p + 1))). x >= 1.
+//   T.AL >= p + 3;  work: PL >= newton::temporary_words(p) words;
+//   product_work: kcm_invsqrt_work_bytes(p, context.threads) bytes, 64-byte aligned.
+// Returns 0, or 2 when an estimate did not converge. B also reports progress on the meter.
+int kcm_invsqrt_udw_E(const km_MULv3::Context& context, kob_cdi_GFP& T, u64 x, u64 p, u64* work, u64 PL,
+                      void* product_work);
+int kcm_invsqrt_udw_B(const km_MULv3::Context& context, kob_cdi_GFP& T, u64 x, u64 p, u64* work, u64 PL,
+                      void* product_work, const newton::Meter& meter);
+
+u64 kcm_invsqrt_work_bytes(u64 p, u64 threads);
+double kcm_invsqrt_cost(u64 p); // for progress
+
+} // namespace kelvane

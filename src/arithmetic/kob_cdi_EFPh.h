@@ -1,0 +1,80 @@
+// kob_cdi_EFPh: the unsigned floating number with residue, in memory.
+//
+//   value = (integer of the L words at T) * 2^(64 exp),   hash = value mod 2^61 - 1
+//
+// exp, L and AL count words. The magnitude exp + L is the word position just
+// above the top word. It has no sign and holds positive quantities. An object
+// owns no memory: its buffer of AL words is handed to it, and every operation
+// that sets the value starts again at the buffer's start.
+//
+// The residue of a result is computed from the operands' residues, never from
+// the result's words, so that comparing the two checks the arithmetic.
+#pragma once
+
+#include "multiply/table/km_MULv3.h"
+#include "shell/types.h"
+
+namespace kelvane {
+
+class kob_cdi_EFPh {
+public:
+  u64* T = nullptr;      // the significant words
+  s64 exp = 0;
+  u64 L = 0;
+  u64 AL = 0;            // words of the buffer
+  u64* buffer = nullptr;
+  u64 hash = 0;
+
+  // A forward-transformed operand: a value that can be used in several products.
+  struct Transform {
+    const km_MULv3::abstract_btp* parameters = nullptr;
+    void* data = nullptr; // parameters->transform_bytes() bytes
+    u64 L = 0;
+    s64 exp = 0;
+    u64 hash = 0;
+
+    void forward(const km_MULv3::abstract_btp& p, void* storage, const kob_cdi_EFPh& x, void* scratch);
+  };
+
+  void attach(u64* words, u64 allocated);
+  s64 mag() const { return exp + static_cast<s64>(L); }
+  // Room left above the significant words.
+  u64 room() const { return AL - static_cast<u64>(T - buffer) - L; }
+
+  // This = x (exp = 0). Needs AL >= n. Trims zero words at the top and sets the hash from the words.
+  void set_words(const u64* x, u64 n);
+  // After the words at T[0, L) were written directly: trims the top and sets the hash from the words.
+  void finish_words();
+  // Copy of B. Needs AL >= B.L.
+  void set_copy(const kob_cdi_EFPh& B);
+
+  // This = A + B; the fatal "Insufficient Allocated Space" unless AL exceeds the result's span.
+  void set_add(const kob_cdi_EFPh& A, const kob_cdi_EFPh& B);
+  // This += B, this -= B, for B below this in magnitude (this > B when subtracting, else an assertion
+  // failure). Words of B below this number's last word are dropped (and leave the hash with them), so the
+  // result is off by less than one unit of its last word. Needs one word of room above.
+  void add_in_place(const kob_cdi_EFPh& B);
+  void sub_in_place(const kob_cdi_EFPh& B);
+  // This = B - this, for B > this with the same exponent (else an assertion failure). Needs AL >= B.L.
+  void reverse_sub_in_place(const kob_cdi_EFPh& B);
+  // This *= w, w > 0. Needs one word of room above.
+  void mul_word_in_place(u64 w);
+
+  // This = the product of two transformed operands. TA's data are destroyed, TB's kept.
+  // Fatal: mismatching parameters, a product longer than the transform holds, too little room.
+  void set_inverse_fmul(const Transform& TA, const Transform& TB, void* scratch);
+  void set_inverse_fsqr(const Transform& TA, void* scratch);
+
+  // Keeps the top n words (when there are more); the error is below one unit of the last word kept.
+  // The residue of the words dropped is taken off the hash, so a fault in the words kept stays visible.
+  void truncate(u64 n);
+
+  // The residue of the number as its words stand.
+  u64 hash_of_words() const;
+  void dump() const;
+
+private:
+  void drop_low_words(u64 n);
+};
+
+} // namespace kelvane

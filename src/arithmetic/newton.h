@@ -1,0 +1,64 @@
+// What the Newton iterations share: level sizes, progress and cost.
+//
+// A routine for p words calls itself for q words (p = 1: 0, p = 2: 1, else ceil(p/2)),
+// starting from a double (p = 0), and improves that result once. Each level cuts two
+// temporaries of q + 3 and q + 2 words from the caller's work area; the levels share it.
+//
+// Precision. A level that ends with p + 2 words kept has a relative error of about
+// 2^(-64 (p + 1)) (the top word may hold a single bit). The next level, for P <= 2p words,
+// squares that error, 2^(-128 (p + 1)) <= 2^(-64 (P + 2)), so that the error of every level
+// is that of its own truncation: errors do not build up over the levels. Only p = 1 stays at the
+// square of a double's error, about 2^(-100), which p = 2 squares once more.
+#pragma once
+
+#include "multiply/table/km_MULv3.h"
+#include "shell/status_line.h"
+#include "shell/types.h"
+
+namespace kelvane {
+
+namespace newton {
+
+// Status 0 is success.
+inline constexpr int CONVERGENCE_FAILURE = 2;
+
+constexpr u64 lower_level(u64 p) { return p <= 2 ? p - 1 : (p + 1) / 2; }
+// Words of the two temporaries of level p.
+constexpr u64 residual_words(u64 p) { return lower_level(p) + 3; }
+constexpr u64 estimate_words(u64 p) { return lower_level(p) + 2; }
+constexpr u64 temporary_words(u64 p) { return residual_words(p) + estimate_words(p); }
+
+// Relative cost of a product of n words, for progress only.
+double product_cost(u64 n);
+
+// Reports the steps of an iteration on a progress meter; a null meter reports nothing.
+class Meter {
+public:
+  explicit Meter(Console::Progress* progress = nullptr) : progress_(progress) {}
+  // Names the step on the meter: "Iterating: ", the level's decimal digits and the step's label.
+  void begin(u64 p, const char* label) const;
+  void end(double cost) const { if (progress_ != nullptr) progress_->add(cost); }
+
+private:
+  Console::Progress* progress_;
+};
+
+// The fatal errors for too small buffers: prints the two figures, then "<name>: Insufficient Allocated Space - <what>".
+[[noreturn]] void insufficient_space(u64 allocated, u64 needed, const char* name, const char* what);
+
+} // namespace newton
+
+class kob_cdi_GFP;
+
+namespace newton {
+
+// The deviation of y from 1 at level p, where y is at position 0 of T's words and q words of it are expected to be right.
+enum class Deviation { none, over, under, failed };
+
+// Reads y, finds e = |y - 1| and stores it in e, kept to q + 1 words (and two guard words). Prints the failure
+// messages under the caller's name. e.AL >= residual_words(p).
+Deviation deviation_from_one(const kob_cdi_GFP& y, kob_cdi_GFP& e, u64 q, u64 top, const char* name);
+
+} // namespace newton
+
+} // namespace kelvane

@@ -1,0 +1,144 @@
+#include "control/constant_pi.h"
+
+#include <algorithm>
+#include <memory>
+
+#include "arithmetic/kcm_div.h"
+#include "arithmetic/redundancy.h"
+#include "control/algorithm_names.h"
+#include "control/phases.h"
+#include "series/series_pi.h"
+#include "shell/console.h"
+#include "shell/settings.h"
+
+namespace kelvane {
+
+namespace {
+
+constexpr AlgorithmNames NAMES[] = {
+    {"Chudnovsky", "Chudnovsky Formula", "Chudnovsky Formula      (fastest)"},
+    {"Ramanujan", "Ramanujan's Formula", "Ramanujan's Formula     (~40% slower)"},
+    {"Chudnovsky", "Chudnovsky Formula (reduced memory)",
+     "Chudnovsky Formula      (reduced memory)\n"
+     "This runs the Chudnovsky Formula using alternate parameters\n"
+     "that use less memory at the cost of performance."},
+    {"Ramanujan", "Ramanujan's Formula (reduced memory)",
+     "Ramanujan's Formula     (reduced memory)\n"
+     "This runs Ramanujan's Formula using alternate parameters\n"
+     "that use less memory at the cost of performance."}};
+
+// Pi = C Q / ((A Q -/+ R) sqrt(r)): the finisher's constants. The sign is minus for an alternating series,
+// whose first term counts negative while R is stored positive.
+struct Formula {
+  bool reduced_memory;
+  u64 A, C, r;
+};
+constexpr Formula FORMULAS[] = {{false, 13591409, 4270934400, 10005},
+                                {false, 1103, 9801, 8},
+                                {true, 13591409, 4270934400, 10005},
+                                {true, 1103, 9801, 8}};
+
+bool known(s32 algorithm) { return algorithm >= 0 && algorithm <= 3; }
+
+std::unique_ptr<kc_BSS_P2B3_Type0> make_series(s32 algorithm) {
+  if (algorithm == 0 || algorithm == 2) return std::make_unique<Series_Pi_Chudnovsky>();
+  return std::make_unique<Series_Pi_Ramanujan>();
+}
+
+// Words of the two large integers of the series (one more than the sum keeps, for the product by A), which
+// also serve as the quotient, the root and the result.
+u64 slot_words(u64 p) { return std::max(sum_capacity(p) + 2, number_words(p)); }
+
+} // namespace
+
+std::string kcr_Constant_Pi::get_name() const { return "Pi"; }
+std::string kcr_Constant_Pi::get_algorithm_short_name(s32 algorithm) const {
+  return algorithm_text(NAMES, algorithm, &AlgorithmNames::short_name);
+}
+std::string kcr_Constant_Pi::get_algorithm_name(s32 algorithm) const {
+  return algorithm_text(NAMES, algorithm, &AlgorithmNames::name);
+}
+std::string kcr_Constant_Pi::get_algorithm_description(s32 algorithm) const {
+  return algorithm_text(NAMES, algorithm, &AlgorithmNames::description);
+}
+
+// The run's blocks in order. Slot 0: Q, then 1/sqrt(r), then Pi. Slot 1: R, then the quotient.
+// Slot 2: A Q -/+ R.
+u64 kcr_Constant_Pi::get_memory_B(s32 algorithm, const MemoryQuery& query, MemoryFigure* result) const {
+  if (!known(algorithm)) return 0;
+  if (result == nullptr) return 1;
+  const u64 p = run_precision(query.precision_words), threads = query.threads;
+  const u64 slot = slot_words(p) * sizeof(u64);
+  MemoryPlan plan;
+  plan.allocate(slot);
+  plan.allocate(slot);
+  plan.step(sum_work_bytes(*make_series(algorithm), p, threads));
+  plan.allocate(slot);
+  plan.step(division_bytes(p, threads));
+  plan.release(slot);
+  plan.step(inverse_square_root_bytes(p, threads));
+  plan.step(product_work_bytes(p, p, threads));
+  plan.release(slot);
+  plan_finish(plan, query);
+  *result = memory_figure(plan, query);
+  return result->total();
+}
+
+void kcr_Constant_Pi::run_B(s32 algorithm, ComputeContext& context) const {
+  if (!known(algorithm)) return;
+  const Formula& formula = FORMULAS[algorithm];
+  const std::unique_ptr<kc_BSS_P2B3_Type0> series = make_series(algorithm);
+  const u64 p = run_precision(context.settings.precision_words), threads = context.multiply.threads;
+  const u64 words = slot_words(p);
+  context.reduced_memory = formula.reduced_memory;
+
+  const Block slot0(context.heap, words * sizeof(u64));
+  kob_cdi_GFP pi;
+  pi.attach(slot0.words(), words);
+  {
+    const Block slot1(context.heap, words * sizeof(u64));
+    kob_cdi_GFP quotient;
+    {
+      kob_cdi_EFPh Q, R, D;
+      Q.attach(slot0.words(), words);
+      R.attach(slot1.words(), words);
+      begin_phase(context, "Summing Series");
+      {
+        const Block work(context.heap, sum_work_bytes(*series, p, threads));
+        sum_series_P2B3(*series, p, {context.multiply, context.faults.series}, Q, R, work.data());
+      }
+      end_phase();
+
+      begin_phase(context, "Finishing Series");
+      const Block slot2(context.heap, words * sizeof(u64));
+      D.attach(slot2.words(), words);
+      D.set_copy(Q);
+      D.mul_word_in_place(formula.A);
+      if (series->alternating) D.sub_in_place(R);
+      else D.add_in_place(R);
+      const kob_cdi_EFPh* sum[] = {&D};
+      modular_redundancy_check(sum, 1, 0, series->terms(p));
+      quotient.attach(slot1.words(), words); // R is not needed any more
+      const Block work(context.heap, division_bytes(p, threads));
+      divide(context.multiply, quotient, as_GFP(Q), as_GFP(D), p, work.data());
+      end_phase();
+    }
+
+    inverse_square_root(context, pi, formula.r, p);
+
+    begin_phase(context, "Final Multiply");
+    Console::print("Final Multiply...\n");
+    {
+      const Block work(context.heap, product_work_bytes(p, p, threads));
+      Console::Progress progress("Mutiplying: ", newton::product_cost(2 * p));
+      km_MULv3::Context multiply = context.multiply;
+      multiply.progress = &progress;
+      set_product(multiply, pi, quotient, p, pi, p, p, work.data());
+    }
+    pi.set_mul_word(pi, formula.C);
+    end_phase();
+  }
+  finish(context, pi);
+}
+
+} // namespace kelvane

@@ -1,0 +1,116 @@
+#include "control/constants_later.h"
+
+#include "control/algorithm_names.h"
+#include "shell/exception.h"
+
+namespace kelvane {
+
+namespace {
+
+constexpr AlgorithmNames ARCCOTH[] = {{"Taylor", "Taylor Series", "Taylor Series of ArcCoth(x)"}};
+constexpr AlgorithmNames LOG[] = {{"Machin 1", "Machin 1", "Machin 1"}, {"Machin 2", "Machin 2", "Machin 2"}};
+constexpr AlgorithmNames ZETA3[] = {
+    {"Amdeberhan-Zeiberger 1", "Amdeberhan-Zeiberger Formula 1", "Amdeberhan-Zeiberger Formula 1      (slightly slower)"},
+    {"Amdeberhan-Zeiberger 2", "Amdeberhan-Zeiberger Formula 2", "Amdeberhan-Zeiberger Formula 2      (fastest)"}};
+constexpr AlgorithmNames LEMNISCATE[] = {
+    {"Gauss", "Gauss formula",
+     "Gauss Formula       (fastest)\n\nLemniscate = 8 * ArcSinlemn(1/2) + 4 * ArcSinLemn(7/23)"},
+    {"Sebah", "Sebah's formula",
+     "Sebah's Formula     (20% slower)\n\nLemniscate = 8 * ArcSinlemn(2/3) - 4 * ArcSinLemn(7/137)"}};
+constexpr AlgorithmNames CATALAN[] = {
+    {"Lupas", "Lupas Formula", "Lupas Formula       (fastest)"},
+    {"Huvent", "Huvent's Formula", "Huvent's Formula    (20% slower)"}};
+
+} // namespace
+
+kcr_Constant_ArcCoth::kcr_Constant_ArcCoth(u64 n) { parameter = n; }
+std::string kcr_Constant_ArcCoth::get_name() const { return "ArcCoth(" + std::to_string(parameter) + ")"; }
+std::string kcr_Constant_ArcCoth::get_algorithm_short_name(s32 algorithm) const {
+  return algorithm_text(ARCCOTH, algorithm, &AlgorithmNames::short_name);
+}
+std::string kcr_Constant_ArcCoth::get_algorithm_name(s32 algorithm) const {
+  return algorithm_text(ARCCOTH, algorithm, &AlgorithmNames::name);
+}
+std::string kcr_Constant_ArcCoth::get_algorithm_description(s32 algorithm) const {
+  return algorithm_text(ARCCOTH, algorithm, &AlgorithmNames::description);
+}
+
+kcr_Constant_Log::kcr_Constant_Log(u64 n) {
+  algorithm_count = 2;
+  parameter = n;
+}
+std::string kcr_Constant_Log::get_name() const { return "Log(" + std::to_string(parameter) + ")"; }
+std::string kcr_Constant_Log::get_algorithm_short_name(s32 algorithm) const {
+  return algorithm_text(LOG, algorithm, &AlgorithmNames::short_name);
+}
+void kcr_Constant_Log::prepare(u64) {
+  if (parameter < 2 || parameter > 2147483647) fatal("Parameter out of range");
+}
+
+kcr_Constant_Zeta3::kcr_Constant_Zeta3() { algorithm_count = 2; }
+std::string kcr_Constant_Zeta3::get_name() const { return "Zeta(3)"; }
+std::string kcr_Constant_Zeta3::get_full_name() const { return "Zeta(3) - Apery's Constant"; }
+std::string kcr_Constant_Zeta3::get_algorithm_short_name(s32 algorithm) const {
+  return algorithm_text(ZETA3, algorithm, &AlgorithmNames::short_name);
+}
+std::string kcr_Constant_Zeta3::get_algorithm_name(s32 algorithm) const {
+  return algorithm_text(ZETA3, algorithm, &AlgorithmNames::name);
+}
+std::string kcr_Constant_Zeta3::get_algorithm_description(s32 algorithm) const {
+  return algorithm_text(ZETA3, algorithm, &AlgorithmNames::description);
+}
+
+kcr_Constant_Lemniscate::kcr_Constant_Lemniscate() { algorithm_count = 2; }
+std::string kcr_Constant_Lemniscate::get_name() const { return "Lemniscate"; }
+std::string kcr_Constant_Lemniscate::get_algorithm_short_name(s32 algorithm) const {
+  return algorithm_text(LEMNISCATE, algorithm, &AlgorithmNames::short_name);
+}
+std::string kcr_Constant_Lemniscate::get_algorithm_name(s32 algorithm) const {
+  return algorithm_text(LEMNISCATE, algorithm, &AlgorithmNames::name);
+}
+std::string kcr_Constant_Lemniscate::get_algorithm_description(s32 algorithm) const {
+  return algorithm_text(LEMNISCATE, algorithm, &AlgorithmNames::description);
+}
+
+kcr_Constant_Catalan::kcr_Constant_Catalan() { algorithm_count = 2; }
+u64 kcr_Constant_Catalan::get_kind_code() const { return 66; }
+std::string kcr_Constant_Catalan::get_name() const { return "Catalan"; }
+std::string kcr_Constant_Catalan::get_full_name() const { return "Catalan's Constant"; }
+std::string kcr_Constant_Catalan::get_algorithm_short_name(s32 algorithm) const {
+  return algorithm_text(CATALAN, algorithm, &AlgorithmNames::short_name);
+}
+std::string kcr_Constant_Catalan::get_algorithm_name(s32 algorithm) const {
+  return algorithm_text(CATALAN, algorithm, &AlgorithmNames::name);
+}
+std::string kcr_Constant_Catalan::get_algorithm_description(s32 algorithm) const {
+  return algorithm_text(CATALAN, algorithm, &AlgorithmNames::description);
+}
+
+kcr_Constant_BrentMcMillan::kcr_Constant_BrentMcMillan(u64 k) {
+  algorithm_count = 2;
+  parameter = k;
+  extra = static_cast<u32>(k);
+}
+u64 kcr_Constant_BrentMcMillan::get_kind_code() const { return 66; }
+std::string kcr_Constant_BrentMcMillan::get_name() const { return "Euler's Constant"; }
+std::string kcr_Constant_BrentMcMillan::get_full_name() const {
+  return "Euler-Mascheroni Constant (parameter override)";
+}
+std::string kcr_Constant_BrentMcMillan::get_algorithm_short_name(s32 algorithm) const {
+  return algorithm == 0 ? "Brent-McMillan" : algorithm == 1 ? "Brent-McMillan (Refined)" : "";
+}
+std::string kcr_Constant_BrentMcMillan::get_algorithm_name(s32 algorithm) const {
+  if (algorithm != 0 && algorithm != 1) return "";
+  return std::string(algorithm == 0 ? "Brent-McMillan" : "Brent-McMillan with Refinement") + " ( n = 2^" +
+         std::to_string(extra) + " )";
+}
+
+kcr_Constant_EulerGamma::kcr_Constant_EulerGamma() : kcr_Constant_BrentMcMillan(0) {}
+std::string kcr_Constant_EulerGamma::get_full_name() const { return "Euler-Mascheroni Constant"; }
+void kcr_Constant_EulerGamma::prepare(u64 precision_words) {
+  const double x = static_cast<double>(precision_words) * 11.090354888959125 + 10;
+  extra = x <= 4 ? 2 : 3;
+  while (static_cast<double>(u64{1} << extra) < x) extra++;
+}
+
+} // namespace kelvane

@@ -1,0 +1,24 @@
+// The end of a computation on the screen, and its report file.
+#pragma once
+
+#include <string>
+
+#include "control/driver.h"
+
+namespace kelvane {
+
+// "Constant :  " ... "Mode   :    " and the empty line behind it.
+void print_header(const ComputeSettings& settings);
+// Start and end, computation and total time, utilisation and efficiency.
+void print_timings(const RunRecord& record);
+// "Last Digits:  " and the kept tail: groups of 10, five to a line, each line with its last position.
+void print_last_digits(const ComputeSettings& settings, const FinishResult& result);
+
+// The lines of the tail, each ended by a newline.
+std::string last_digit_lines(const std::string& tail, u64 start);
+
+// Writes the report beside the digit files ("Pi - 20261121-030405.txt") and tells where. A report that can
+// not be written is told and does not harm the result.
+void write_report(const ComputeSettings& settings, const RunRecord& record);
+
+} // namespace kelvane

@@ -1,0 +1,75 @@
+// kc_BSS_P2B3_Type0: series whose ranges [a, b) are three integers P, Q, R.
+//
+//   leaf k:  P = p(k), Q = q(k), R = a(k)
+//   merge:   P = Pl Pr     Q = Ql Qr     R = Rl Qr +/- Pl Rr
+//
+// R(a,b)/Q(a,b) = sum over k = a+1..b of s(k) a(k) p(a+1)..p(k-1) / (q(a+1)..q(k)), every range
+// normalised so that its own first term is positive. In an alternating series the right half's
+// first term then has the sign (-1)^(m - a): subtract when m - a is odd, add when it is even; other series
+// always add. Terms fall strictly, so P, Q, R stay positive. Over [0, N) of an alternating series the
+// k = 1 term is really negative.
+#pragma once
+
+#include "series/kc_BSS.h"
+#include "series/schedule.h"
+#include "series/series_context.h"
+
+namespace kelvane {
+
+// One term, as factors that fit a word: p(k) and q(k) are the products of theirs. a(k) is poly, or
+// p(k) * poly in a "plain" series.
+struct SeriesTerm {
+  u64 p[8], q[10], poly[4];
+  u32 p_factors, q_factors, poly_words;
+};
+
+class kc_BSS_P2B3_Type0 : public kc_BSS {
+public:
+  const bool alternating;
+  const bool plain;             // a(k) = p(k) * poly(k)
+  const u64 memory_overhead;    // words, as listed among the build's options
+  const u64 end_threshold;      // words: ranges below it are finished by the leaf routine
+
+  void BSR_memory(const Schedule& schedule, u64 first_segment, u64 threads, u64* out_peak, u64* out_result,
+                  u64* out_temp) const override;
+  virtual void term(u64 k, SeriesTerm& t) const = 0; // k >= 1
+
+  // The shape's part in the recursion (see recursion.h).
+  static constexpr u64 INTEGERS = 3;
+  u64 capacity(u64 a, u64 b) const { return range_words(a, b) + CAPACITY_GUARD; }
+  bool is_leaf(u64 a, u64 b) const { return b - a == 1 || range_words(a, b) < end_threshold; }
+  void leaf(u64 a, u64 b, kob_cdi_EFPh* out) const;
+  u64 merge_bytes(u64 capacity, u64 threads) const;
+  void merge(const km_MULv3::Context& context, u64 a, u64 m, u64 b, const kob_cdi_EFPh* left,
+             const kob_cdi_EFPh* right, kob_cdi_EFPh* out, bool need_P, void* work) const;
+  double merge_cost(u64 words) const;
+
+protected:
+  kc_BSS_P2B3_Type0(bool alternating_, bool plain_, u64 overhead, u64 threshold)
+      : alternating(alternating_), plain(plain_), memory_overhead(overhead), end_threshold(threshold) {}
+
+private:
+  // Two halves of up to range_words each have up to two words more in sum than the range itself; a product
+  // may have a zero word on top before it is trimmed, and an addition needs a guard word.
+  static constexpr u64 CAPACITY_GUARD = 4;
+};
+
+// The sum of a series: R and Q of [0, N), truncated to precision + 3 words (their quotient is right to
+// better than 2^(-64 (precision + 1)) relative).
+//   Q, R     attached to buffers of at least sum_capacity(precision) words
+//   work     sum_work_bytes(...) bytes, 64-byte aligned
+// Prints "Summing Series...  ", the number of terms, and shows the meter "Summing: ". Throws
+// kc_BSRModularCheckFailed when a check fails.
+u64 sum_capacity(u64 precision_words);
+u64 sum_work_bytes(const kc_BSS_P2B3_Type0& series, u64 precision_words, u64 threads);
+void sum_series_P2B3(const kc_BSS_P2B3_Type0& series, u64 precision_words, const SeriesContext& context,
+                     kob_cdi_EFPh& Q, kob_cdi_EFPh& R, void* work);
+
+// Prints the number of terms and " terms".
+void print_terms(u64 terms);
+
+// Sum over the recursion's levels of the cost of all merges of a level, for progress: the words of a level
+// add up to those of the whole range.
+double recursion_cost(double range_words, double leaf_words);
+
+} // namespace kelvane

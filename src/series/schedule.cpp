@@ -1,0 +1,55 @@
+#include "series/schedule.h"
+
+#include <algorithm>
+
+namespace kelvane {
+
+namespace {
+
+// The smallest end s of a segment from `begin` on whose integers reach `nats`; N when none does.
+u64 segment_end(const kc_BSS& series, u64 begin, u64 N, double nats) {
+  const double floor = series.log_size(begin);
+  u64 low = begin + 1, high = N;
+  while (low < high) {
+    const u64 middle = low + (high - low) / 2;
+    if (series.log_size(middle) - floor >= nats) high = middle;
+    else low = middle + 1;
+  }
+  return low;
+}
+
+} // namespace
+
+u64 Schedule::largest_segment(u64 first) const {
+  u64 words = 0;
+  for (u64 i = first; i < count; i++) words = std::max(words, list[i].integer_words);
+  return words;
+}
+
+Schedule build_schedule(const kc_BSS& series, u64 precision_words, double factor) {
+  Schedule schedule;
+  schedule.precision_words = precision_words;
+  const u64 N = schedule.terms = series.terms(precision_words);
+  const double target = static_cast<double>(precision_words) * factor * NATS_PER_WORD;
+  const auto append = [&](u64 begin, u64 end) {
+    const double left = std::max(0.0, target - series.log_convergence(0, end));
+    schedule.list[schedule.count++] = {
+        static_cast<u64>(std::max(0.0, series.log_convergence(begin, end)) * WORDS_PER_NAT) + 2,
+        series.range_words(begin, end),
+        end == N ? 0 : static_cast<u64>(left * WORDS_PER_NAT) + 2,
+        begin, end, 0};
+  };
+
+  u64 start = 0;
+  do {
+    const double left = std::max(1.0, target - series.log_convergence(0, start));
+    const u64 s = schedule.count + 2 < Schedule::MAX_SEGMENTS ? segment_end(series, start, N, left) : N;
+    append(start, s);
+    start = s;
+  } while (start < N && (N - start > 1000 ||
+                         series.range_words(start, N) > schedule.list[0].quotient_precision));
+  if (start < N) append(start, N);
+  return schedule;
+}
+
+} // namespace kelvane

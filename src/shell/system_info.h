@@ -1,0 +1,19 @@
+// Facts about the machine. A function returns zero or an empty text when the fact cannot be obtained.
+#pragma once
+
+#include <string>
+
+#include "shell/types.h"
+
+namespace kelvane {
+
+std::string processor_brand();
+u64 physical_memory();  // bytes
+u64 available_memory(); // bytes that can be claimed without swapping
+// Hz of the time-stamp counter, which on today's processors is the nominal clock. Takes 50 ms.
+u64 measure_cpu_frequency();
+
+// Version, processor, logical cores, memory and frequency, a line each.
+void print_system_info();
+
+} // namespace kelvane

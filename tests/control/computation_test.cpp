@@ -1,0 +1,285 @@
+// Whole computations in this process: digits against MPFR, for digit counts and threads; memory against the
+// figure shown; faults put in on purpose.
+#include <gtest/gtest.h>
+#include <mpfr.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <sstream>
+
+#include "control/constant_sqrt.h"
+#include "control/driver.h"
+#include "control/registry.h"
+#include "control/report.h"
+#include "shell/console.h"
+#include "shell/exception.h"
+#include "shell/settings.h"
+#include "support/capture.h"
+#include "support/short.h"
+
+namespace kelvane {
+namespace {
+
+// "I.ddd...", truncated to `digits` digits after the point.
+std::string reference(u32 constant, u64 n, u64 digits) {
+  mpfr_t x;
+  mpfr_init2(x, static_cast<mpfr_prec_t>(static_cast<double>(digits) * 3.3219280948873626 + 300));
+  switch (constant) {
+  case CONSTANT_SQRT: {
+    mpfr_set_uj(x, n, MPFR_RNDN);
+    mpfr_sqrt(x, x, MPFR_RNDN);
+    break;
+  }
+  case CONSTANT_GOLDEN_RATIO:
+    mpfr_sqrt_ui(x, 5, MPFR_RNDN);
+    mpfr_add_ui(x, x, 1, MPFR_RNDN);
+    mpfr_div_2ui(x, x, 1, MPFR_RNDN);
+    break;
+  case CONSTANT_E:
+    mpfr_set_ui(x, 1, MPFR_RNDN);
+    mpfr_exp(x, x, MPFR_RNDN);
+    break;
+  default: mpfr_const_pi(x, MPFR_RNDN);
+  }
+  char* text = nullptr;
+  mpfr_asprintf(&text, "%.*RDf", static_cast<int>(digits), x);
+  std::string result(text);
+  mpfr_free_str(text);
+  mpfr_clear(x);
+  return result;
+}
+
+std::string read_file(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::ostringstream text;
+  text << file.rdbuf();
+  return text.str();
+}
+
+class Folder {
+public:
+  Folder() : path_(std::filesystem::temp_directory_path() / ("kelvane-test-" + std::to_string(getpid()))) {
+    std::filesystem::create_directories(path_);
+  }
+  ~Folder() { std::filesystem::remove_all(path_); }
+  std::string path() const { return path_.string(); }
+
+private:
+  std::filesystem::path path_;
+};
+
+struct Job {
+  u32 constant;
+  u64 parameter;
+  s32 algorithm;
+  u64 digits;
+  u64 threads;
+};
+
+struct Outcome {
+  Captured captured;
+  std::string decimal;
+};
+
+// Runs a job in a child process and reads its decimal file.
+Outcome run(const Job& job, const Folder& folder, const RunFaults& faults = {}) {
+  ComputeSettings settings;
+  select_constant(settings, job.constant, job.parameter);
+  settings.algorithm = job.algorithm;
+  EXPECT_EQ(settings.set_decimal_digits(job.digits), nullptr);
+  EXPECT_EQ(settings.set_threads(job.threads), nullptr);
+  settings.output_path = path_to_wide(folder.path());
+  settings.update();
+  const std::string file = folder.path() + "/" + settings.constant->get_name() + " - Dec - " +
+                           settings.constant->get_algorithm_short_name(job.algorithm) + ".txt";
+  std::filesystem::remove(file);
+  Outcome outcome;
+  outcome.captured = capture([&] {
+    RunRecord record;
+    run_computation(settings, faults, record);
+    // The plan is exact: the run used what the figure says, to the byte.
+    Console::print("peak " + std::to_string(record.peak_bytes) + " of " + std::to_string(record.planned_bytes) + "\n");
+  });
+  outcome.decimal = read_file(file);
+  return outcome;
+}
+
+std::string describe(const Job& job) {
+  return "constant " + std::to_string(job.constant) + "(" + std::to_string(job.parameter) + ") algorithm " +
+         std::to_string(job.algorithm) + ", " + std::to_string(job.digits) + " digits, " +
+         std::to_string(job.threads) + " threads";
+}
+
+void expect_right(const Job& job, const Folder& folder, const std::string& expected) {
+  const Outcome outcome = run(job, folder);
+  ASSERT_EQ(outcome.captured.status, 0) << describe(job) << "\n" << outcome.captured.output;
+  ASSERT_TRUE(outcome.decimal == expected) << describe(job) << "\n" << outcome.decimal.substr(0, 500);
+  const size_t at = outcome.captured.output.rfind("peak ");
+  u64 peak = 0, planned = 0;
+  ASSERT_EQ(std::sscanf(outcome.captured.output.c_str() + at, "peak %lu of %lu", &peak, &planned), 2);
+  EXPECT_LE(peak, planned) << describe(job);
+  // Table entries of the heap and alignment are in the plan but not in the peak.
+  EXPECT_GE(static_cast<double>(peak) + 1000, 0.97 * static_cast<double>(planned)) << describe(job);
+}
+
+const Job KINDS[] = {{CONSTANT_PI, 0, 0, 0, 0},  {CONSTANT_PI, 0, 1, 0, 0},  {CONSTANT_PI, 0, 2, 0, 0},
+                     {CONSTANT_PI, 0, 3, 0, 0},  {CONSTANT_E, 0, 0, 0, 0},   {CONSTANT_E, 0, 1, 0, 0},
+                     {CONSTANT_SQRT, 2, 0, 0, 0}, {CONSTANT_SQRT, 3, 0, 0, 0},
+                     {CONSTANT_SQRT, 9223372036854775809u, 0, 0, 0}, {CONSTANT_SQRT, ~u64{0}, 0, 0, 0},
+                     {CONSTANT_GOLDEN_RATIO, 0, 0, 0, 0}};
+
+TEST(Computation, EveryDigitCountFrom100To400) {
+  const Folder folder;
+  const u64 thread_counts[] = {1, 2, 3, 5, 8, 64, 256};
+  u64 turn = 0;
+  for (const Job& kind : KINDS) {
+    const std::string digits = reference(kind.constant, kind.parameter, 400);
+    const size_t point = digits.find('.');
+    for (u64 d = 100; d <= 400; d += short_run() ? 37 : 1) {
+      Job job = kind;
+      job.digits = d;
+      job.threads = thread_counts[turn++ % std::size(thread_counts)];
+      ASSERT_NO_FATAL_FAILURE(expect_right(job, folder, digits.substr(0, point + 1 + d)));
+    }
+  }
+}
+
+TEST(Computation, OddCountsAndThreads) {
+  const Folder folder;
+  for (const u64 digits : {u64{999}, u64{1000}, u64{12345}, short_run() ? u64{20001} : u64{100003}}) {
+    for (const Job& kind : KINDS) {
+      const std::string expected = reference(kind.constant, kind.parameter, digits);
+      for (const u64 threads : {1, 3, 8, 256}) {
+        Job job = kind;
+        job.digits = digits;
+        job.threads = threads;
+        ASSERT_NO_FATAL_FAILURE(expect_right(job, folder, expected));
+      }
+    }
+  }
+}
+
+// Damages a product of the series once.
+class FlipProduct final : public SeriesFault {
+public:
+  void after_merge(kob_cdi_EFPh& result, u64 a, u64) override {
+    if (a != 0 && result.L > 4 && !done_) {
+      result.T[2] ^= 1;
+      done_ = true;
+    }
+  }
+
+private:
+  bool done_ = false;
+};
+
+TEST(ComputationFaults, ADamagedProductEndsTheRunWithItsRange) {
+  const Folder folder;
+  FlipProduct flip;
+  const Job job{CONSTANT_PI, 0, 0, 5000, 2};
+  ComputeSettings settings;
+  select_constant(settings, job.constant, 0);
+  settings.set_decimal_digits(5000);
+  settings.output_path = path_to_wide(folder.path());
+  RunFaults faults;
+  faults.series = &flip;
+  const Captured captured = capture([&] {
+    RunRecord record;
+    try {
+      run_computation(settings, faults, record);
+    } catch (const km_exception& e) {
+      print_exception(e);
+    }
+  });
+  EXPECT_NE(captured.output.find("Modular Redundancy Check Failed:\na = "), std::string::npos) << captured.output;
+  EXPECT_NE(captured.output.find("Exception Encountered: Generic Exception\nError Code: 2\n"), std::string::npos);
+  EXPECT_FALSE(std::filesystem::exists(folder.path() + "/Pi - Dec - Chudnovsky.txt"));
+}
+
+// Damages a converted word, or makes the conversion report failure once.
+class ConversionFault final : public CBRv2::Faults {
+public:
+  explicit ConversionFault(bool damage) : damage_(damage) {}
+  bool visit(Stage stage, u64* words, u64 n) override {
+    if (stage != OUTPUT || done_) return false;
+    done_ = true;
+    if (damage_) words[n / 2] ^= 1;
+    return !damage_;
+  }
+
+private:
+  bool damage_, done_ = false;
+};
+
+TEST(ComputationFaults, ADamagedConvertedWordIsAMismatch) {
+  const Folder folder;
+  ConversionFault fault(true);
+  RunFaults faults;
+  faults.conversion = &fault;
+  ComputeSettings settings;
+  select_constant(settings, CONSTANT_E, 0);
+  settings.set_decimal_digits(3000);
+  settings.output_path = path_to_wide(folder.path());
+  const Captured captured = capture([&] {
+    RunRecord record;
+    try {
+      run_computation(settings, faults, record);
+    } catch (const km_exception& e) {
+      print_exception(e);
+    }
+  });
+  EXPECT_NE(captured.output.find("R = "), std::string::npos) << captured.output;
+  EXPECT_NE(captured.output.find("Base Conversion Failed: Checksum Mismatch"), std::string::npos);
+}
+
+TEST(ComputationFaults, AFailedConversionIsRepeated) {
+  const Folder folder;
+  ConversionFault fault(false);
+  RunFaults faults;
+  faults.conversion = &fault;
+  const Outcome outcome = run({CONSTANT_E, 0, 0, 3000, 2}, folder, faults);
+  EXPECT_EQ(outcome.captured.status, 0);
+  EXPECT_NE(outcome.captured.output.find("Radix Conversion Failed - Reattempting...\n\n"), std::string::npos);
+  EXPECT_EQ(outcome.decimal, reference(CONSTANT_E, 0, 3000));
+}
+
+TEST(Registry, ParametersAreCheckedAndRefusalsKeepTheSettings) {
+  ComputeSettings settings;
+  select_constant(settings, CONSTANT_PI, 0);
+  for (const u64 square : {u64{0}, u64{1}, u64{4}, u64{1} << 62, 4294967295u * u64{4294967295u}})
+    EXPECT_STREQ(validate_and_select(settings, CONSTANT_SQRT, square), "This is a perfect square.") << square;
+  for (const u64 n : {u64{1}, u64{4294967296}})
+    EXPECT_STREQ(validate_and_select(settings, CONSTANT_ARCCOTH, n), "Parameter out of range");
+  for (const u64 n : {u64{1}, u64{2147483648}})
+    EXPECT_STREQ(validate_and_select(settings, CONSTANT_LOG, n), "Parameter out of range");
+  for (const u32 number : {4u, 5u, 6u, 7u, 8u, 9u, 10u, 99u})
+    EXPECT_STREQ(validate_and_select(settings, number, 3), "Invalid constant, or not yet implemented.") << number;
+  EXPECT_EQ(settings.constant->get_name(), "Pi");
+  EXPECT_EQ(validate_and_select(settings, CONSTANT_SQRT, (u64{1} << 63) + 1), nullptr);
+  EXPECT_EQ(settings.constant->get_name(), "Sqrt(9223372036854775809)");
+}
+
+TEST(Registry, AnAlgorithmTheNewConstantLacksFallsBackToTheFirst) {
+  ComputeSettings settings;
+  select_constant(settings, CONSTANT_PI, 0);
+  settings.algorithm = 1;
+  select_constant(settings, CONSTANT_E, 0);
+  EXPECT_EQ(settings.algorithm, 1);
+  select_constant(settings, CONSTANT_GOLDEN_RATIO, 0);
+  EXPECT_EQ(settings.algorithm, 0);
+  settings.decimal_digits = 90000000000051;
+  select_constant(settings, CONSTANT_PI, 0);
+  EXPECT_EQ(settings.decimal_digits, 90000000000050u);
+}
+
+TEST(Report, LastDigitsComeInLinesOfFifty) {
+  const std::string ten = "0123456789";
+  EXPECT_EQ(last_digit_lines(ten + ten + ten + ten + ten + ten, 1000000),
+            "0123456789 0123456789 0123456789 0123456789 0123456789 :  1,000,050\n0123456789 :  1,000,060\n");
+  EXPECT_EQ(last_digit_lines("12345", 50), "12345 :  55\n");
+}
+
+} // namespace
+} // namespace kelvane

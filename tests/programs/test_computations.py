@@ -1,0 +1,175 @@
+"""Whole computations through the menu: texts, files, sums of the digits, memory, and what goes wrong."""
+
+import hashlib
+import os
+import re
+import signal
+import subprocess
+import unittest
+
+from session import PROGRAM, RESET, SHORT, ProgramTest, Terminal
+
+# SHA-1 of the decimal files, from programs independent of this one: (menu answers, file, {digits: sum}).
+PI, E = ["1", "3"], ["1", "2"]
+DECIMAL = [
+    (PI, "Pi - Dec - Chudnovsky.txt", {
+        100_000: "ddec8e3cd091057af4de7dd147bff14860c802e8",
+        1_000_000: "ec497f9b8b0aad5fe967d0916bff266972081f50",
+        10_000_000: "056fe739ad2e3b427691e4e62eef8936ce2a88e4"}),
+    (PI + ["2", "1"], "Pi - Dec - Ramanujan.txt", {
+        100_000: "ddec8e3cd091057af4de7dd147bff14860c802e8",
+        1_000_000: "ec497f9b8b0aad5fe967d0916bff266972081f50"}),
+    (E, "e - Dec - exp(1).txt", {
+        100_000: "b3445a5287aa9377bb5980532c6d8d68f804c8f6",
+        1_000_000: "f001945385dffa9ddacfbf750527a9311f9f89e7"}),
+    (E + ["2", "1"], "e - Dec - exp(-1).txt", {
+        100_000: "b3445a5287aa9377bb5980532c6d8d68f804c8f6",
+        1_000_000: "f001945385dffa9ddacfbf750527a9311f9f89e7"}),
+    (["1", "0", "2"], "Sqrt(2) - Dec - Newton.txt", {
+        100_000: "d6db88d7e6a3fb3faeff0bf91b603c24215c4ea1",
+        1_000_000: "b8119db7036ddda5623db68cc775973f81f4c288"}),
+    (["1", "0", "3"], "Sqrt(3) - Dec - Newton.txt", {
+        100_000: "8131463e1cef871e31fd20dd4f78f9aba45173ee",
+        1_000_000: "b9bf7d51a0db326e2588ad36ab59303ee3bb6faa"}),
+    (["1", "0", "9223372036854775809"], "Sqrt(9223372036854775809) - Dec - Newton.txt", {
+        100_000: "372343536dd9bf6d8409316b5231fe7c6fb8b6ff",
+        1_000_000: "ff943cfaed559153ca5b2cd044cc52320a3d8ca0"}),
+    (["1", "1"], "Golden Ratio - Dec - Newton.txt", {
+        100_000: "e9723f169e469c3b8f4dfb90bb29203f913fc1ee",
+        1_000_000: "56aa94079642909dc0205c3c6f112f2a09a9ea80"}),
+]
+
+# The same for 1,000,000 hexadecimal digits.
+HEXADECIMAL = [
+    (PI, "Pi - Hex - Chudnovsky.txt", "58fd919e5bf6e1ee34a98b3b27d73ed189d10ce1"),
+    (E, "e - Hex - exp(1).txt", "a31ff07f88256956c9eafd944a1608c62a02900e"),
+    (["1", "0", "2"], "Sqrt(2) - Hex - Newton.txt", "896f595a3e3adb928adf4dd383caa37d85084258"),
+]
+
+
+def sha1(path):
+    with open(path, "rb") as file:
+        return hashlib.sha1(file.read()).hexdigest()
+
+
+def shown_bytes(text):
+    """The largest number of bytes that is shown as this text, for example "322 MiB"."""
+    number, unit = text.split()
+    step = 10.0 ** -len(number.partition(".")[2])
+    return (float(number) + step) * 1024 ** ["bytes", "KiB", "MiB", "GiB", "TiB"].index(unit)
+
+
+class Digits(ProgramTest):
+    def test_decimal_sums(self):
+        for answers, name, sums in DECIMAL:
+            for digits, expected in sums.items():
+                if digits > (100_000 if SHORT else 1_000_000):
+                    continue
+                with self.subTest(name=name, digits=digits):
+                    result = self.run_program("3", *answers, "3", digits, "0")
+                    self.assertEqual(result.status, 0, result.text)
+                    self.assertEqual(sha1(os.path.join(self.folder, name)), expected)
+
+    @unittest.skipIf(SHORT, "long")
+    def test_hexadecimal_sums(self):
+        for answers, name, expected in HEXADECIMAL:
+            with self.subTest(name=name):
+                result = self.run_program("3", *answers, "3", "1000000", "4", "1000000", "0")
+                self.assertEqual(result.status, 0, result.text)
+                self.assertEqual(sha1(os.path.join(self.folder, name)), expected)
+
+    @unittest.skipIf(SHORT, "long")
+    def test_ten_million_digits_take_the_memory_shown(self):
+        lines = b"3\n3\n10000000\n0\n"
+        with open(os.path.join(self.folder, "output"), "wb") as output:
+            process = subprocess.Popen([PROGRAM], stdin=subprocess.PIPE, stdout=output, cwd=self.folder)
+            process.stdin.write(lines)
+            process.stdin.close()
+            _, status, usage = os.wait4(process.pid, 0)
+            process.returncode = os.waitstatus_to_exitcode(status)
+        self.assertEqual(process.returncode, 0)
+        name, sums = DECIMAL[0][1], DECIMAL[0][2]
+        self.assertEqual(sha1(os.path.join(self.folder, name)), sums[10_000_000])
+        with open(os.path.join(self.folder, "output"), encoding="utf-8") as output:
+            figures = re.findall(r"Memory Needed: +(?:\033\[[0-9;]*m)* *([0-9.]+ \w+)", output.read())
+        self.assertLessEqual(usage.ru_maxrss * 1024, 1.03 * shown_bytes(figures[-1]))
+
+
+class Screen(ProgramTest):
+    def test_the_road_of_a_computation(self):
+        result = self.run_program("3", "5", "2", "3", "1000", "0")
+        self.assertEqual(result.status, 0)
+        text = re.sub(r"\r[^\n]*\r", "", result.text)
+        order = [
+            "Constant :  Pi\n", "Algorithm:  Chudnovsky Formula\n", "Decimal Digits    :   1,000\n",
+            "Hexadecimal Digits:   831\n", "Threads:    2\n", "Mode   :    Ram Only\n", "Start Time: ",
+            "Reserving Working Memory...         ", "Constructing Twiddle Tables...      ",
+            "Allocating I/O Buffers...           ", "Begin Computation:\n\n", "Summing Series...  75 terms\n",
+            "InvSqrt...\n", "Final Multiply...\n", "Writing Hexadecimal Digits:   831  digits written\n\n",
+            "Base Converting:\n", "Writing Decimal Digits:   1,000  digits written\n\n",
+            "Verifying Base Conversion...", "Start Time: ", "End Time:   ",
+            "Total Computation Time:             ", "Total Time (with output + verify):  ",
+            "CPU Utilization:        ", "Multi-core Efficiency:  ", "Last Digits:  Pi\n",
+            "5982534904 2875546873 1159562863 8823537875 9375195778 :  950\n"
+            "1857780532 1712268066 1300192787 6611195909 2164201989 :  1,000\n",
+        ]
+        at = 0
+        for piece in order:
+            found = text.find(piece, at)
+            self.assertNotEqual(found, -1, f"{piece!r} is missing or out of order in\n{text}")
+            at = found + len(piece)
+        for name in ("Pi - Dec - Chudnovsky.txt", "Pi - Hex - Chudnovsky.txt"):
+            self.assertIn(os.path.join(os.path.realpath(self.folder), name), text)
+
+    def test_progress_shows_label_share_and_time(self):
+        result = self.run_program("3", "3", "20000", "0")
+        self.assertRegex(result.text, r"\rSumming: +[0-9.]+%  elapsed [0-9.]+ s")
+
+
+class Trouble(ProgramTest):
+    def test_a_full_disk_names_code_and_path(self):
+        name = os.path.join(self.folder, "Pi - Dec - Chudnovsky.txt")
+        os.symlink("/dev/full", name)
+        result = self.run_program("3", "3", "50000", "0")
+        self.assertIn("Exception Encountered: Generic Exception\nError Code: 28\nDisk is Full\n", result.text)
+        self.assertIn("Error writing to file.", result.text)
+        self.assertIn(name, result.text)
+        self.assertEqual(result.status, 0)
+        # What could be written has been.
+        self.assertTrue(os.path.exists(os.path.join(self.folder, "Pi - Hex - Chudnovsky.txt")))
+
+    def test_refused_settings_are_told_and_asked_again(self):
+        for answers, message in (
+            (["3", "99", "100", "0"], "Error: # of digits is out of range"),
+            (["3", "100", "5", "0", "257", "1", "0"], "Error: # of threads is out of range"),
+            (["3", "100", "6", "/proc", "0"], "Error: Unable to write to path."),
+            (["3", "100", "1", "0", "4", "3", "0"], "This number is a perfect square."),
+            (["3", "100", "9", "0"], "option: "),
+        ):
+            with self.subTest(message=message):
+                result = self.run_program("3", *answers)
+                self.assertIn(message, result.text)
+                self.assertEqual(result.status, 0)
+                self.assertIn("Last Digits:", result.text)
+
+    def test_constants_that_come_later_are_refused(self):
+        for number, parameter in ((4, ["2"]), (5, ["2"]), (6, []), (7, []), (8, []), (9, [])):
+            with self.subTest(number=number):
+                result = self.run_program("3", "1", number, *parameter)
+                self.assertIn("Invalid constant, or not yet implemented.", result.text)
+
+    def test_control_c_while_it_computes(self):
+        with Terminal(self.folder) as terminal:
+            for answer in ("3\n", "3\n", "20000000\n", "0\n"):
+                terminal.expect(": ")
+                terminal.send(answer)
+            terminal.expect("Summing: ")
+            terminal.kill(signal.SIGINT)
+            status, rest = terminal.wait()
+        self.assertEqual(status, 130)
+        self.assertIn(RESET, rest)
+        self.assertFalse([f for f in os.listdir(self.folder) if f.startswith("Pi - Dec")])
+
+
+if __name__ == "__main__":
+    unittest.main()
