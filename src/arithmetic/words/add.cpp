@@ -3,8 +3,6 @@
 // machine two halves, low half first, are exactly one word.
 #include "arithmetic/words/add.h"
 
-#include <immintrin.h>
-
 #include <cstring>
 #include <type_traits>
 
@@ -12,14 +10,12 @@ namespace kelvane::words {
 
 namespace {
 
-using ull = unsigned long long; // the operand type of the carry intrinsics; as wide as u64
-
-inline ull load(const u8* p) {
-  ull v;
+inline u64 load(const u8* p) {
+  u64 v;
   std::memcpy(&v, p, sizeof v);
   return v;
 }
-inline void store(u8* p, ull v) {
+inline void store(u8* p, u64 v) {
   std::memcpy(p, &v, sizeof v);
 }
 inline u32 load_half(const u8* p) {
@@ -38,34 +34,56 @@ inline const u8* bytes(const void* p) {
   return static_cast<const u8*>(p);
 }
 
+// One word of a chain: c <- carry of the step, returns the word.
 struct Plus {
-  static unsigned char step(unsigned char c, ull a, ull b, ull* d) { return _addcarry_u64(c, a, b, d); }
+  static u64 step(u64 a, u64 b, u64& c) {
+    const u64 s = a + b, d = s + c;
+    c = (s < a) | (d < s);
+    return d;
+  }
 };
 struct Minus {
-  static unsigned char step(unsigned char c, ull a, ull b, ull* d) { return _subborrow_u64(c, a, b, d); }
+  static u64 step(u64 a, u64 b, u64& c) {
+    const u64 s = a - b, d = s - c;
+    c = (a < b) | (s < c);
+    return d;
+  }
 };
 
-// D = A op B op c over n whole words. Four words a turn keep the carry in the flag; all of a turn's
-// operands are read before its results are written, so D may equal A or B.
-template <class Op> u64 combine(u8* D, const u8* A, const u8* B, u64 n, u64 carry) {
-  unsigned char c = static_cast<unsigned char>(carry);
-  u64 i = 0;
-  for (; i + 4 <= n; i += 4, A += 32, B += 32, D += 32) {
-    ull d0, d1, d2, d3;
-    c = Op::step(c, load(A), load(B), &d0);
-    c = Op::step(c, load(A + 8), load(B + 8), &d1);
-    c = Op::step(c, load(A + 16), load(B + 16), &d2);
-    c = Op::step(c, load(A + 24), load(B + 24), &d3);
-    store(D, d0);
-    store(D + 8, d1);
-    store(D + 16, d2);
-    store(D + 24, d3);
+// D = A op B op c over 4 * blocks words. Written in assembly since compilers do not keep the carry in the
+// flag around a loop: neither lea nor dec touches it. Each word is read before it is written, so D may equal
+// A or B.
+#define KELVANE_CARRY_LOOP(OP)                                                                               \
+  asm volatile("addq $-1, %[c]\n" /* the flag is c */                                                        \
+               "1:\n\t"                                                                                      \
+               "movq (%[a]), %[t]\n\t" OP " (%[b]), %[t]\n\tmovq %[t], (%[d])\n\t"                           \
+               "movq 8(%[a]), %[t]\n\t" OP " 8(%[b]), %[t]\n\tmovq %[t], 8(%[d])\n\t"                        \
+               "movq 16(%[a]), %[t]\n\t" OP " 16(%[b]), %[t]\n\tmovq %[t], 16(%[d])\n\t"                     \
+               "movq 24(%[a]), %[t]\n\t" OP " 24(%[b]), %[t]\n\tmovq %[t], 24(%[d])\n\t"                     \
+               "leaq 32(%[a]), %[a]\n\tleaq 32(%[b]), %[b]\n\tleaq 32(%[d]), %[d]\n\t"                       \
+               "decq %[n]\n\t"                                                                               \
+               "jnz 1b\n\t"                                                                                  \
+               "sbbq %[c], %[c]\n\t" /* minus the flag */                                                    \
+               "negq %[c]"                                                                                   \
+               : [d] "+r"(D), [a] "+r"(A), [b] "+r"(B), [n] "+r"(blocks), [c] "+r"(c), [t] "=&r"(t)          \
+               :                                                                                             \
+               : "cc", "memory")
+
+template <class Op> inline u64 carry_loop(u8*& D, const u8*& A, const u8*& B, u64 blocks, u64 c) {
+  u64 t;
+  if constexpr (std::is_same_v<Op, Plus>) {
+    KELVANE_CARRY_LOOP("adcq");
+  } else {
+    KELVANE_CARRY_LOOP("sbbq");
   }
-  for (; i < n; i++, A += 8, B += 8, D += 8) {
-    ull d;
-    c = Op::step(c, load(A), load(B), &d);
-    store(D, d);
-  }
+  return c;
+}
+#undef KELVANE_CARRY_LOOP
+
+// D = A op B op c over n whole words.
+template <class Op> inline u64 combine(u8* D, const u8* A, const u8* B, u64 n, u64 c) {
+  if (n >= 4) c = carry_loop<Op>(D, A, B, n / 4, c);
+  for (n %= 4; n > 0; n--, A += 8, B += 8, D += 8) store(D, Op::step(load(A), load(B), c));
   return c;
 }
 

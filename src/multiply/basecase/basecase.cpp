@@ -1,5 +1,7 @@
 #include "multiply/basecase/basecase.h"
 
+#include "multiply/simd/isa.h"
+
 namespace kelvane::km_MULB {
 
 namespace {
@@ -61,15 +63,30 @@ template <class W> void square(W* out, const W* A, u64 n) {
   }
 }
 
+const bool USE_ADX = has_adx() && simd::active_isa() != simd::Isa::sse3;
+
 } // namespace
 
+bool has_adx() {
+  return __builtin_cpu_supports("adx") && __builtin_cpu_supports("bmi2");
+}
+
+void multiply_basecase_portable(u64* out, const u64* A, u64 na, const u64* B, u64 nb) {
+  product(out, A, na, B, nb);
+}
+void square_basecase_portable(u64* out, const u64* A, u64 n) {
+  square(out, A, n);
+}
+
 void multiply_basecase(u64* out, const u64* A, u64 na, const u64* B, u64 nb) {
+  if (USE_ADX) return multiply_basecase_adx(out, A, na, B, nb);
   product(out, A, na, B, nb);
 }
 void multiply_basecase(u32* out, const u32* A, u64 na, const u32* B, u64 nb) {
   product(out, A, na, B, nb);
 }
 void square_basecase(u64* out, const u64* A, u64 n) {
+  if (USE_ADX) return square_basecase_adx(out, A, n);
   square(out, A, n);
 }
 void square_basecase(u32* out, const u32* A, u64 n) {

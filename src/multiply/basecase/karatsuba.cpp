@@ -6,25 +6,6 @@ namespace kelvane::km_MULB {
 
 namespace {
 
-template <class W> struct Wide;
-template <> struct Wide<u32> { using sum = s64; };
-template <> struct Wide<u64> { using sum = s128; };
-template <class W> using wide_sum = typename Wide<W>::sum;
-template <class W> constexpr unsigned word_bits = 8 * sizeof(W);
-
-inline u64 sub_words(u64* D, const u64* A, const u64* B, u64 n) {
-  return words::sub(D, A, B, n);
-}
-inline u64 add_words(u64* D, const u64* B, u64 n) {
-  return words::add_in_place(D, B, n);
-}
-inline u32 sub_words(u32* D, const u32* A, const u32* B, u64 n) {
-  return words::sub(D, A, B, n);
-}
-inline u32 add_words(u32* D, const u32* B, u64 n) {
-  return words::add_in_place(D, B, n);
-}
-
 // Whether the low part (h words) is at least the high part (k words, k = h or h - 1).
 template <class W> bool low_is_larger(const W* low, u64 h, const W* high, u64 k) {
   if (k < h && low[h - 1] != 0) return true;
@@ -38,54 +19,32 @@ template <class W> bool low_is_larger(const W* low, u64 h, const W* high, u64 k)
 template <class W> bool difference(W* D, const W* A, u64 h, u64 k) {
   const W* const high = A + h;
   if (low_is_larger(A, h, high, k)) {
-    const W borrow = static_cast<W>(sub_words(D, A, high, k));
+    const W borrow = static_cast<W>(words::sub(D, A, high, k));
     if (k < h) D[k] = static_cast<W>(A[k] - borrow);
     return false;
   }
   // The high half is the larger only when the low half's extra word is zero.
-  sub_words(D, high, A, k);
+  words::sub(D, high, A, k);
   if (k < h) D[k] = 0;
   return true;
 }
 
 // out holds z0 in [0, 2h) and z2 in [2h, 2h+2k). Adds z0 + z2 - z1 (or + z1) at word h, with z1 in
-// middle[0, 2h).
-//
-// The sum overlaps its own terms, so one pass works on two words h apart. With z0 = (L0, H0) and
-// z2 = (L2, H2) cut at h words, T = H0 + L2 is a term of both sums:
-//   word h + i:   L0 + T -+ z1[i],        word 2h + i:   H2 + T -+ z1[h + i]
-// Each sum is of at most four words and a carry in [-1, 3], far inside a double word; the carry out of the
-// lower sum enters at word 2h, where the upper one began. Together they are a product: nothing is left over.
-template <class W> void add_middle(W* out, const W* middle, u64 h, u64 k, bool subtract) {
-  using S = wide_sum<W>;
-  W* const low = out + h;
-  W* const high = out + 2 * h;
-  const u64 top = 2 * k - h; // words of H2: h, or h - 2 for odd n
-  S lower = 0, upper = 0;
-  for (u64 i = 0; i < h; i++) {
-    const S t = static_cast<S>(low[i]) + static_cast<S>(high[i]);
-    const S z_low = static_cast<S>(middle[i]), z_high = static_cast<S>(middle[h + i]);
-    const S h2 = i < top ? static_cast<S>(high[h + i]) : S{0};
-    lower += t + static_cast<S>(out[i]) + (subtract ? -z_low : z_low);
-    upper += t + h2 + (subtract ? -z_high : z_high);
-    low[i] = static_cast<W>(lower);
-    high[i] = static_cast<W>(upper);
-    lower >>= word_bits<W>;
-    upper >>= word_bits<W>;
+// middle[0, 2h), which is destroyed. The middle term is a0 b1 + a1 b0, so it is not negative; it may have a
+// word more than its 2h. Whole words, two halves a step; nothing is carried out of the top.
+template <class W> void add_middle(W* out, W* middle, u64 h, u64 k, bool subtract) {
+  const W* const z2 = out + 2 * h;
+  W top; // of the middle term, above its 2h words; -1 for a moment
+  if (subtract) {
+    top = static_cast<W>(W{0} - words::sub(middle, out, middle, 2 * h));
+  } else {
+    top = words::add(middle, middle, out, 2 * h);
   }
-  // Both carries run on upwards: the lower from word 2h, the upper from word 3h.
-  const u64 n2 = 2 * h + 2 * k;
-  for (u64 i = 2 * h; i < n2 && (lower != 0 || i < 3 * h); i++) {
-    if (lower == 0) break;
-    lower += static_cast<S>(out[i]);
-    out[i] = static_cast<W>(lower);
-    lower >>= word_bits<W>;
-  }
-  for (u64 i = 3 * h; i < n2 && upper != 0; i++) {
-    upper += static_cast<S>(out[i]);
-    out[i] = static_cast<W>(upper);
-    upper >>= word_bits<W>;
-  }
+  W carry = words::add(middle, middle, z2, 2 * k);
+  if (k < h) carry = words::add_word(middle + 2 * k, 2 * (h - k), carry);
+  top = static_cast<W>(top + carry);
+  top = static_cast<W>(top + words::add(out + h, out + h, middle, 2 * h));
+  words::add_word(out + 3 * h, 2 * k - h, top);
 }
 
 template <class W> void multiply_karatsuba(W* out, const W* A, const W* B, u64 n, W* scratch) {
@@ -153,7 +112,7 @@ template <class W> void multiply_any(W* out, const W* A, u64 na, const W* B, u64
   for (u64 done = n; done < na;) {
     const u64 second = length_at(done);
     block_product(block, done, second);
-    words::add_word(waiting, second, static_cast<W>(add_words(out + done, block, n)));
+    words::add_word(waiting, second, static_cast<W>(words::add(out + done, out + done, block, n)));
     done += second;
     if (done == na) {
       for (u64 i = 0; i < second; i++) out[na + n - second + i] = waiting[i];
@@ -161,7 +120,7 @@ template <class W> void multiply_any(W* out, const W* A, u64 na, const W* B, u64
     }
     const u64 first = length_at(done);
     block_product(out + done, done, first);
-    words::add_word(out + done + n, first, static_cast<W>(add_words(out + done, waiting, n)));
+    words::add_word(out + done + n, first, static_cast<W>(words::add(out + done, out + done, waiting, n)));
     done += first;
   }
 }
