@@ -53,19 +53,6 @@ struct Placement {
   }
 };
 
-// The block, given back when the scope ends.
-class HeapBlock {
- public:
-  HeapBlock(Heap& heap, u64 bytes) : data_(heap.allocate_aligned(bytes)) {}
-  ~HeapBlock() { Heap::free_aligned(data_); }
-  HeapBlock(const HeapBlock&) = delete;
-  HeapBlock& operator=(const HeapBlock&) = delete;
-  void* data() const { return data_; }
-
- private:
-  void* data_;
-};
-
 void count_digits(u64* counts, const char* digits, u64 n) {
   // Four tables, since the same counter cannot be raised in consecutive cycles.
   u64 table[4][16] = {};
