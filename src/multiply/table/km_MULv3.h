@@ -12,10 +12,16 @@
 // of the same record.
 #pragma once
 
+#include <string>
+
 #include "shell/types.h"
 
-namespace kelvane::Console { class Progress; }
-namespace kelvane::km_FFTv2 { class table_d; }
+namespace kelvane::Console {
+class Progress;
+}
+namespace kelvane::km_FFTv2 {
+class table_d;
+}
 
 namespace kelvane::km_MULv3 {
 
@@ -37,11 +43,11 @@ struct Context {
 //   transform   transform_bytes() each, one per operand
 //   scratch     scratch_bytes(), shared by all operations of the record
 class abstract_btp {
-public:
+ public:
   virtual ~abstract_btp() = default;
 
   u64 threads() const { return threads_; }
-  u64 capacity_bits() const { return capacity_bits_; }   // the largest product that the record can form
+  u64 capacity_bits() const { return capacity_bits_; } // the largest product that the record can form
   virtual u64 transform_bytes() const = 0;
   virtual u64 scratch_bytes() const = 0;
   // True when transforms made through `other` may be combined with those made through this record.
@@ -50,12 +56,13 @@ public:
   // T <- transform of the L words at A. 64 L must not exceed the capacity.
   virtual void forward(void* T, const u64* A, u64 L, void* scratch) const = 0;
   // out[0, n) <- the product of the two transformed operands; n is the sum of their lengths.
-  // TA is destroyed, TB is kept (they may be the same transform: a square). out may not overlap TA, TB, scratch.
+  // TA is destroyed, TB is kept (they may be the same transform: a square). out may not overlap TA, TB,
+  // scratch.
   virtual void inverse_fmul(u64* out, u64 n, void* TA, const void* TB, void* scratch) const = 0;
   // out[0, n) <- the square; T is destroyed.
   virtual void inverse_fsqr(u64* out, u64 n, void* T, void* scratch) const = 0;
 
-protected:
+ protected:
   u64 threads_ = 1;
   u64 capacity_bits_ = 0;
 };
@@ -67,7 +74,7 @@ struct btp_storage {
 
 // One algorithm for products of words of type W (u32 or u64).
 template <class W> class algorithm_p {
-public:
+ public:
   virtual ~algorithm_p() = default;
   virtual u64 capacity_bits() const = 0;
   virtual const char* short_name() const = 0;
@@ -78,8 +85,14 @@ public:
   virtual abstract_btp* make_parameters(u64 n, const Context& context, btp_storage* storage) const = 0;
 };
 
-struct Row64 { u64 max_length; const algorithm_p<u64>* algorithm; };
-struct Row32 { u64 max_length; const algorithm_p<u32>* algorithm; };
+struct Row64 {
+  u64 max_length;
+  const algorithm_p<u64>* algorithm;
+};
+struct Row32 {
+  u64 max_length;
+  const algorithm_p<u32>* algorithm;
+};
 
 // The rows in force, ascending, and their number.
 const Row64* table64(u64* rows);
@@ -104,6 +117,7 @@ void square(const Context& context, u64* out, const u64* A, u64 nA, void* work);
 u64 table_bytes(u64 n);
 
 // The option listing of both tables.
+std::string tables_text();
 void print_tables();
 
 } // namespace kelvane::km_MULv3
