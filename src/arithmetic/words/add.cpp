@@ -187,9 +187,20 @@ void sub_propagate(u64* A, const u64* B, u64 n) {
   borrow_on(A + n, NO_LIMIT, sub_in_place(A, B, n));
 }
 
-// (2^64-1)^2 + (2^64-1) = 2^128 - 2^64: product and carry fit in 128 bits, with one word to spare for D's.
+// Two words a turn: with p = A[i] x and q = A[i+1] x, q + high(p) does not wait for the carry, which then
+// runs through three additions instead of four. (W-1)^2 + 2 (W-1) = W^2 - 1: no sum overflows two words.
 u64 mul_word(u64* D, const u64* A, u64 n, u64 x, u64 c) {
-  for (u64 i = 0; i < n; i++) {
+  u64 i = 0;
+  for (; i + 2 <= n; i += 2) {
+    const u128 p = static_cast<u128>(A[i]) * x;
+    const u128 q = static_cast<u128>(A[i + 1]) * x + static_cast<u64>(p >> 64);
+    const u128 low = static_cast<u128>(static_cast<u64>(p)) + c;
+    const u128 high = q + static_cast<u64>(low >> 64);
+    D[i] = static_cast<u64>(low);
+    D[i + 1] = static_cast<u64>(high);
+    c = static_cast<u64>(high >> 64);
+  }
+  if (i < n) {
     const u128 t = static_cast<u128>(A[i]) * x + c;
     D[i] = static_cast<u64>(t);
     c = static_cast<u64>(t >> 64);
@@ -198,8 +209,17 @@ u64 mul_word(u64* D, const u64* A, u64 n, u64 x, u64 c) {
 }
 
 u64 mul_word_add(u64* D, const u64* A, u64 n, u64 x) {
-  u64 c = 0;
-  for (u64 i = 0; i < n; i++) {
+  u64 c = 0, i = 0;
+  for (; i + 2 <= n; i += 2) {
+    const u128 p = static_cast<u128>(A[i]) * x + D[i];
+    const u128 q = static_cast<u128>(A[i + 1]) * x + D[i + 1];
+    const u128 low = static_cast<u128>(static_cast<u64>(p)) + c;
+    const u128 high = q + static_cast<u64>(p >> 64) + static_cast<u64>(low >> 64);
+    D[i] = static_cast<u64>(low);
+    D[i + 1] = static_cast<u64>(high);
+    c = static_cast<u64>(high >> 64);
+  }
+  if (i < n) {
     const u128 t = static_cast<u128>(A[i]) * x + D[i] + c;
     D[i] = static_cast<u64>(t);
     c = static_cast<u64>(t >> 64);

@@ -48,7 +48,7 @@ u64 memory_cost(u64 n, u64 threads);
 // caller (N b / 8 <= 2.63 N bytes), and the threads' buffers of the steps over large blocks.
 class btp_t final : public km_MULv3::abstract_btp {
  public:
-  // tables must cover the plan.
+  // The context's tables must cover the product; a record without tables answers questions of size only.
   btp_t(const Plan& plan, const km_MULv3::Context& context);
 
   const Plan& plan() const { return plan_; }

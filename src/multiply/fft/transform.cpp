@@ -34,16 +34,17 @@ u64 min_of(u64 a, u64 b) {
 
 btp_t::btp_t(const Plan& plan, const km_MULv3::Context& context) : plan_(plan), progress_(context.progress) {
   const km_MULv3::TableSet* const set = context.tables;
-  if (set == nullptr || set->fft == nullptr || 64 * set->fft->max_words() < plan.requested_bits) {
+  const table_d* const roots = set != nullptr ? set->fft : nullptr;
+  if (roots != nullptr && 64 * roots->max_words() < plan.requested_bits) {
     assert_fail(INVALID_FUNCTION_PARAMETERS, L"km_FFTv2::btp_t()",
                 L"The twiddle tables do not cover the product.");
   }
-  const table_t& table = set->fft->table();
   threads_ = plan.threads;
   capacity_bits_ = plan.capacity_bits;
   const u32 q = plan.p - 1;
-  kernels_ = &kernels_for(table.isa, q);
-  shape_ = {plan.r, q, plan.b, plan.N / 2, &table.lanes[kernels_->log_lanes - 1]};
+  kernels_ = &kernels_for(roots != nullptr ? roots->table().isa : simd::active_isa(), q);
+  shape_ = {plan.r, q, plan.b, plan.N / 2,
+            roots != nullptr ? &roots->table().lanes[kernels_->log_lanes - 1] : nullptr};
   cached_ = Tiling::levels_of(plan.r, q) == 0;
   const u64 useful = cached_ ? 1 : shape_.n / MIN_POINTS_PER_THREAD;
   workers_ = min_of(threads_, useful > 0 ? useful : 1);
@@ -59,6 +60,9 @@ void btp_t::tick(Worker worker) const {
 }
 
 void btp_t::forward(void* T, const u64* A, u64 L, void* scratch) const {
+  if (shape_.table == nullptr) {
+    assert_fail(INVALID_FUNCTION_PARAMETERS, L"km_FFTv2::btp_t::forward()", L"There are no twiddle tables.");
+  }
   const DigitSource digits(A, L, shape_.n, shape_.b);
   auto* const data = static_cast<double*>(T);
   if (cached_) {

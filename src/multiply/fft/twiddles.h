@@ -11,8 +11,7 @@
 // r = 3, 5 the powers w^1 .. w^(r-1) of w = e(psi_J / (r L^2)); what its lanes need beyond that are the same
 // constants for every J (see LaneTable). Passes above the base blocks use the first entry, s_J.
 //
-// Every component is the rounding of a value computed to about 2^-60: an error of at most 0.51 units
-// in the last place of 1.
+// Every component is the rounding of a value computed to about 2^-60: within 0.51 * 2^-53.
 #pragma once
 
 #include "multiply/simd/isa.h"

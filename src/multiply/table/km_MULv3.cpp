@@ -43,13 +43,14 @@ struct Placement {
   void* scratch;
   Placement(Layout& layout, const abstract_btp& record)
       : TA(layout.take_bytes(record.transform_bytes())),
-        TB(layout.take_bytes(record.ntp() != nullptr ? record.ntp()->second_bytes() : record.transform_bytes())),
+        TB(layout.take_bytes(record.ntp() != nullptr ? record.ntp()->second_bytes()
+                                                     : record.transform_bytes())),
         scratch(layout.take_bytes(record.scratch_bytes())) {}
 };
 
 // An operand many times longer than the other is cut into pieces of PIECE times the shorter one's length. The
-// shorter one's transform is made once: 2 transforms of (PIECE + 1) B words per PIECE B words of A, against 3 of
-// the whole.
+// shorter one's transform is made once: 2 transforms of (PIECE + 1) B words per PIECE B words of A, against 3
+// of the whole.
 constexpr u64 PIECE = 3, CUT_RATIO = 6;
 
 struct PieceWork {
@@ -61,8 +62,8 @@ struct PieceWork {
 };
 
 // out = A B for nA >= CUT_RATIO nB. False, with nothing done, when `bytes` of work do not suffice.
-bool multiply_in_pieces(const Context& context, u64* out, const u64* A, u64 nA, const u64* B, u64 nB, void* work,
-                        u64 bytes) {
+bool multiply_in_pieces(const Context& context, u64* out, const u64* A, u64 nA, const u64* B, u64 nB,
+                        void* work, u64 bytes) {
   const u64 piece = PIECE * nB, words = piece + nB;
   btp_storage storage;
   const abstract_btp* const record = select(words, context, &storage);
@@ -135,7 +136,9 @@ u64 memory_cost(u64 n, u64 threads, bool reduced_memory) {
   return max_of(memory_cost(FFT_MAX, threads), km_HNT::memory_cost(n, threads, true));
 }
 
-u64 product_cost(u64 n, u64 threads) { return product_cost(n, threads, false); }
+u64 product_cost(u64 n, u64 threads) {
+  return product_cost(n, threads, false);
+}
 
 u64 product_cost(u64 n, u64 threads, bool reduced_memory) {
   if (n <= FFT_MAX || n > HNT_LIMIT_BITS / 64) return select(n).memory_cost(n, threads);
@@ -171,7 +174,8 @@ void square(const Context& context, u64* out, const u64* A, u64 nA, void* work) 
   const abstract_btp* const record = select(n, context, &storage);
   Layout layout(work, product_cost(n, context.threads, context.reduced_memory));
   const Placement p(layout, *record);
-  if (record->ntp() != nullptr) return record->ntp()->product(out, A, nA, nullptr, 0, p.TA, nullptr, p.scratch);
+  if (record->ntp() != nullptr)
+    return record->ntp()->product(out, A, nA, nullptr, 0, p.TA, nullptr, p.scratch);
   record->forward(p.TA, A, nA, p.scratch);
   record->inverse_fsqr(out, n, p.TA, p.scratch);
 }

@@ -12,10 +12,16 @@
 // of the same record.
 #pragma once
 
+#include <string>
+
 #include "shell/types.h"
 
-namespace kelvane::Console { class Progress; }
-namespace kelvane::km_FFTv2 { class table_d; }
+namespace kelvane::Console {
+class Progress;
+}
+namespace kelvane::km_FFTv2 {
+class table_d;
+}
 
 namespace kelvane::km_MULv3 {
 
@@ -29,7 +35,8 @@ struct Context {
   const TableSet* tables = nullptr;
   u64 threads = 1;
   Console::Progress* progress = nullptr; // ticked inside long products when the driver runs them; may be null
-  bool reduced_memory = false; // long products of multiply and square keep one operand's transform prime by prime
+  bool reduced_memory =
+      false; // long products of multiply and square keep one operand's transform prime by prime
 };
 
 class abstract_ntp;
@@ -40,11 +47,11 @@ class abstract_ntp;
 //   transform   transform_bytes() each, one per operand
 //   scratch     scratch_bytes(), shared by all operations of the record
 class abstract_btp {
-public:
+ public:
   virtual ~abstract_btp() = default;
 
   u64 threads() const { return threads_; }
-  u64 capacity_bits() const { return capacity_bits_; }   // the largest product that the record can form
+  u64 capacity_bits() const { return capacity_bits_; } // the largest product that the record can form
   virtual u64 transform_bytes() const = 0;
   virtual u64 scratch_bytes() const = 0;
   // True when transforms made through `other` may be combined with those made through this record.
@@ -53,7 +60,8 @@ public:
   // T <- transform of the L words at A. 64 L must not exceed the capacity.
   virtual void forward(void* T, const u64* A, u64 L, void* scratch) const = 0;
   // out[0, n) <- the product of the two transformed operands; n is the sum of their lengths.
-  // TA is destroyed, TB is kept (they may be the same transform: a square). out may not overlap TA, TB, scratch.
+  // TA is destroyed, TB is kept (they may be the same transform: a square). out may not overlap TA, TB,
+  // scratch.
   virtual void inverse_fmul(u64* out, u64 n, void* TA, const void* TB, void* scratch) const = 0;
   // out[0, n) <- the square; T is destroyed.
   virtual void inverse_fsqr(u64* out, u64 n, void* T, void* scratch) const = 0;
@@ -64,7 +72,7 @@ public:
   // The record's further abilities, null when it has none.
   virtual const abstract_ntp* ntp() const { return nullptr; }
 
-protected:
+ protected:
   u64 threads_ = 1;
   u64 capacity_bits_ = 0;
 };
@@ -79,13 +87,13 @@ struct Term {
 // Parameters of a transform over prime fields: exact, so that products can be added before one inverse, and
 // cyclic, so that a product can be had modulo a number of known form.
 class abstract_ntp : public abstract_btp {
-public:
+ public:
   const abstract_ntp* ntp() const final { return this; }
 
   // How many products may be added; with subtraction, half as many of each sign. A wrapped sum: half of both.
   virtual u64 max_sum() const = 0;
-  // out[0, n) <- the sum of the terms' products, which must be non-negative and fit. terms[0].TA is destroyed, all
-  // other transforms are kept.
+  // out[0, n) <- the sum of the terms' products, which must be non-negative and fit. terms[0].TA is
+  // destroyed, all other transforms are kept.
   virtual void inverse_sum(u64* out, u64 n, const Term* terms, u64 count, void* scratch) const = 0;
 
   // The product's own modulus is M = 2^(64 wrap_words()) - 1.
@@ -108,7 +116,7 @@ struct btp_storage {
 
 // One algorithm for products of words of type W (u32 or u64).
 template <class W> class algorithm_p {
-public:
+ public:
   virtual ~algorithm_p() = default;
   virtual u64 capacity_bits() const = 0;
   virtual const char* short_name() const = 0;
@@ -119,8 +127,14 @@ public:
   virtual abstract_btp* make_parameters(u64 n, const Context& context, btp_storage* storage) const = 0;
 };
 
-struct Row64 { u64 max_length; const algorithm_p<u64>* algorithm; };
-struct Row32 { u64 max_length; const algorithm_p<u32>* algorithm; };
+struct Row64 {
+  u64 max_length;
+  const algorithm_p<u64>* algorithm;
+};
+struct Row32 {
+  u64 max_length;
+  const algorithm_p<u32>* algorithm;
+};
 
 // The rows in force, ascending, and their number.
 const Row64* table64(u64* rows);
@@ -130,8 +144,8 @@ const Row32* table32(u64* rows);
 const algorithm_p<u64>& select(u64 n);
 abstract_btp* select(u64 n, const Context& context, btp_storage* storage);
 
-// A record whose modulus 2^(64 m) - 1 has m >= n words: for products of which only that residue is wanted. Null
-// where none is offered (n below the hybrid NTT's lengths).
+// A record whose modulus 2^(64 m) - 1 has m >= n words: for products of which only that residue is wanted.
+// Null where none is offered (n below the hybrid NTT's lengths).
 const abstract_ntp* select_wrapped(u64 n, const Context& context, btp_storage* storage);
 
 // Work bytes that suffice for every product of up to n words.
@@ -152,6 +166,7 @@ void square(const Context& context, u64* out, const u64* A, u64 nA, void* work);
 u64 table_bytes(u64 n);
 
 // The option listing of both tables.
+std::string tables_text();
 void print_tables();
 
 } // namespace kelvane::km_MULv3

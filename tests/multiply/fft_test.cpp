@@ -1,0 +1,249 @@
+// The floating-point FFT: transforms against direct evaluation, products at every plan's limits, rounding
+// errors.
+#include <cmath>
+#include <complex>
+
+#include "multiply/fft/km_FFTv2.h"
+#include "multiply/fft/precision.h"
+#include "multiply/product_fixture.h"
+#include "support/short.h"
+
+namespace kelvane::test {
+namespace {
+
+using km_FFTv2::btp_t;
+using km_FFTv2::Plan;
+using Complex = std::complex<long double>;
+
+constexpr long double TWO_PI = 6.283185307179586476925286766559L;
+
+// Work areas of one record.
+struct Areas {
+  Buffer TA, TB, scratch;
+  explicit Areas(const km_MULv3::abstract_btp& record)
+      : TA(record.transform_bytes()), TB(record.transform_bytes()), scratch(record.scratch_bytes()) {}
+};
+
+Words product(const btp_t& record, const Areas& at, const Words& a, const Words& b) {
+  Words out(a.size() + b.size());
+  record.forward(at.TA.data(), a.data(), a.size(), at.scratch.data());
+  record.forward(at.TB.data(), b.data(), b.size(), at.scratch.data());
+  record.inverse_fmul(out.data(), out.size(), at.TA.data(), at.TB.data(), at.scratch.data());
+  return out;
+}
+
+// Words whose balanced digits are all -2^(b-1) + 1 but the lowest: the largest norm, all of it at one place
+// of the spectrum.
+Words peak_operand(u64 n, u32 b) {
+  Words a(n, 0);
+  for (u64 bit = b - 1; bit < 64 * n; bit += b) a[bit / 64] |= u64{1} << bit % 64;
+  return a;
+}
+
+std::string text(const Plan& plan, simd::Isa isa) {
+  return "N = " + std::to_string(plan.N) + ", b = " + std::to_string(plan.b) + ", " + name(isa);
+}
+
+// The balanced digits by the definition, with a carry that runs.
+std::vector<long double> digits_of(const Words& a, u64 N, u32 b) {
+  std::vector<long double> digits(N);
+  s64 carry = 0;
+  for (u64 k = 0; k < N; k++) {
+    s64 d = carry;
+    for (u32 i = 0; i < b; i++) {
+      const u64 bit = k * b + i;
+      if (bit < 64 * a.size() && (a[bit / 64] >> bit % 64 & 1) != 0) d += s64{1} << i;
+    }
+    // Like the kernels: balanced by the digit's own top bit, not by what the carry makes of it.
+    const bool top =
+        k * b + b - 1 < 64 * a.size() && (a[(k * b + b - 1) / 64] >> (k * b + b - 1) % 64 & 1) != 0;
+    carry = top && k + 1 < N ? 1 : 0;
+    digits[k] = static_cast<long double>(d - (carry << b));
+  }
+  return digits;
+}
+
+// The order of the points: base block J of r L^2 points, child g of the lanes' step, root u, lane l holds the
+// value at exp(2 pi i (psi + u) / r), psi the node's angle: rev(g) + rev(l) / L + psi_J / L^2.
+long double angle_of_point(u64 index, u32 r, u64 n, u32 log_lanes) {
+  const u64 L = u64{1} << log_lanes, block_points = r * L * L, blocks = n / block_points;
+  const auto reversed = [](u64 x, u64 count) { // bits reversed, as a fraction of one
+    long double f = 0, weight = 0.5L;
+    for (; count > 1; count /= 2, x /= 2, weight /= 2) f += static_cast<long double>(x % 2) * weight;
+    return f;
+  };
+  const u64 block = index / block_points, in_block = index % block_points;
+  const u64 vector = in_block / L, lane = in_block % L, g = vector / r, u = vector % r;
+  const long double root = reversed(block, blocks) + 1 / (4 * static_cast<long double>(blocks));
+  const long double psi =
+      reversed(g, L) + (reversed(lane, L) + root / static_cast<long double>(L)) / static_cast<long double>(L);
+  return (psi + static_cast<long double>(u)) / r;
+}
+
+TEST(Fft, ForwardTransformAgainstDirectEvaluation) {
+  std::mt19937_64 random(41);
+  for (const simd::Isa isa : supported_isas()) {
+    const Engine engine(600, isa);
+    for (u64 row = 0; row < 12; row++) { // 64 to 1536 points
+      const Plan plan = km_FFTv2::plan_of_row(row, 0, 1);
+      const btp_t record(plan, engine.context);
+      const Areas at(record);
+      const u64 n = plan.N / 2, words = plan.capacity_bits / 64;
+      // Lengths that use one, two, four and all eight runs of digits of the root's step.
+      for (const u64 L : {words / 9 + 1, words / 5, words / 2 - 1, words / 2 + 1, words}) {
+        const Words a = operand(L, L % 2 == 0 ? Pattern::random : Pattern::sparse, random);
+        record.forward(at.TA.data(), a.data(), L, at.scratch.data());
+        const std::vector<long double> d = digits_of(a, plan.N, plan.b);
+        const auto* const T = static_cast<const double*>(at.TA.data());
+        const u32 log_lanes = record.kernels().log_lanes;
+        const u64 lanes = u64{1} << log_lanes;
+        long double norm = 0;
+        for (const long double x : d) norm += x * x;
+        const long double tolerance = 1e-14L * std::sqrt(norm * static_cast<long double>(n)) + 1e-9L;
+        for (u64 p = 0; p < n; p += 1 + random() % 7) {
+          const Complex x = std::polar(1.0L, TWO_PI * angle_of_point(p, plan.r, n, log_lanes));
+          Complex value = 0;
+          for (u64 k = n; k-- > 0;) value = value * x + Complex(d[k], d[n + k]);
+          const u64 at_vector = p / lanes * 2 * lanes + p % lanes;
+          ASSERT_LT(std::abs(value - Complex(T[at_vector], T[at_vector + lanes])), tolerance)
+              << text(plan, isa) << ", " << L << " words, point " << p;
+        }
+      }
+    }
+  }
+}
+
+// Products that fill a plan to its last bit, and those just above and below, with operands that carry
+// furthest.
+TEST(Fft, EveryPlanAtItsLimits) {
+  std::mt19937_64 random(42);
+  const u64 rows = short_run() ? 22 : 33; // up to 2^14 or 2^18 points
+  for (const simd::Isa isa : supported_isas()) {
+    const Engine engine(km_FFTv2::plan_of_row(rows, 0, 1).capacity_bits / 64, isa);
+    for (u64 row = 0; row < rows; row++) {
+      const u64 full = km_FFTv2::plan_of_row(row, 0, 1).capacity_bits / 64;
+      for (const u64 n : {full - 1, full, full + 1}) {
+        for (const u64 nb : {n / 2, n / 3, std::max<u64>(n / 1000, 1)}) {
+          if (nb != n / 2 && n != full) continue;
+          const Plan plan = km_FFTv2::make_plan(64 * n, 1);
+          const btp_t record(plan, engine.context);
+          const Areas at(record);
+          const Pattern pattern = static_cast<Pattern>(random() % 3);
+          const Words ones_a(n - nb, ~u64{0}), ones_b(nb, ~u64{0});
+          ASSERT_EQ(difference(product(record, at, ones_a, ones_b), expected_product(ones_a, ones_b)), "")
+              << text(plan, isa) << ", ones " << n - nb << " x " << nb;
+          const Words a = operand(n - nb, pattern, random), b = operand(nb, Pattern::random, random);
+          ASSERT_EQ(difference(product(record, at, a, b), expected_product(a, b)), "")
+              << text(plan, isa) << ", pattern " << static_cast<int>(pattern) << ", " << n - nb << " x "
+              << nb;
+        }
+      }
+    }
+  }
+}
+
+// The distance from the nearest integer of the points of operands of the largest norm, of ones and of random
+// ones, for every row up to 2^20 points; the product itself must be right as well.
+TEST(Fft, RoundingErrors) {
+  std::mt19937_64 random(43);
+  const u64 rows = short_run() ? 23 : 40;
+  double largest = 0;
+  for (const simd::Isa isa : supported_isas()) {
+    const Engine engine(km_FFTv2::plan_of_row(rows - 1, 0, 1).capacity_bits / 64, isa);
+    for (u64 row = 0; row < rows; row++) {
+      const Plan plan = km_FFTv2::plan_of_row(row, 0, 1);
+      const btp_t record(plan, engine.context);
+      const Areas at(record);
+      const u64 n = plan.capacity_bits / 64;
+      for (int kind = 0; kind < 3; kind++) {
+        const Words a = kind == 0   ? peak_operand(n / 2, plan.b)
+                        : kind == 1 ? operand(n / 2, Pattern::ones, random)
+                                    : operand(n / 2, Pattern::random, random);
+        record.forward(at.TA.data(), a.data(), a.size(), at.scratch.data());
+        record.inverse_points(at.TA.data(), at.TA.data(), at.scratch.data());
+        const auto* const points = static_cast<const double*>(at.TA.data());
+        double error = 0;
+        for (u64 i = 0; i < plan.N; i++) {
+          const double x = points[i] * (2 / static_cast<double>(plan.N));
+          error = std::max(error, std::fabs(x - std::nearbyint(x)));
+        }
+        ASSERT_LT(error, std::min(0.125, km_FFTv2::worst_case_error(plan)))
+            << text(plan, isa) << ", kind " << kind;
+        largest = std::max(largest, error);
+        if (kind == 0) {
+          ASSERT_EQ(difference(product(record, at, a, a), expected_product(a, a)), "") << text(plan, isa);
+        }
+      }
+    }
+  }
+  RecordProperty("largest", std::to_string(largest));
+  for (u64 row = 0; row < km_FFTv2::PLANS; row++) {
+    const Plan plan = km_FFTv2::plan_of_row(row, 0, 1);
+    EXPECT_LT(13 * km_FFTv2::typical_error(plan), 0.5) << plan.N;
+  }
+}
+
+// A transform is a value: kept, used twice and as a square, also with a transform made for other thread
+// counts.
+TEST(Fft, KeptTransforms) {
+  std::mt19937_64 random(44);
+  const Engine engine(300000);
+  for (const u64 n : {u64{120}, u64{2000}, u64{17409}, u64{150000}}) {
+    km_MULv3::Context three = engine.context;
+    three.threads = 3;
+    const btp_t record(km_FFTv2::make_plan(64 * n, 1), engine.context);
+    const btp_t other(km_FFTv2::make_plan(64 * n - 100, 3), three);
+    ASSERT_TRUE(record.accepts(other));
+    const Areas at(record);
+    const Buffer kept(record.transform_bytes());
+    const Words a = operand(n / 2, Pattern::random, random), b = operand(n - n / 2, Pattern::sparse, random);
+    other.forward(kept.data(), b.data(), b.size(), at.scratch.data());
+    for (int use = 0; use < 2; use++) {
+      Words out(n);
+      record.forward(at.TA.data(), a.data(), a.size(), at.scratch.data());
+      (use == 0 ? record : other).inverse_fmul(out.data(), n, at.TA.data(), kept.data(), at.scratch.data());
+      ASSERT_EQ(difference(out, expected_product(a, b)), "") << n << ", use " << use;
+    }
+    Words square(2 * b.size());
+    if (square.size() <= n) {
+      record.inverse_fsqr(square.data(), square.size(), kept.data(), at.scratch.data());
+      ASSERT_EQ(difference(square, expected_product(b, b)), "") << n;
+    }
+  }
+  const btp_t longer(km_FFTv2::make_plan(64 * 5000, 1), engine.context);
+  EXPECT_FALSE(longer.accepts(btp_t(km_FFTv2::make_plan(64 * 2000, 1), engine.context)));
+}
+
+// Transforms that do not fit the cache run in tiles, on as many threads as their size can feed; the
+// transforms are the same to the last bit for any number.
+TEST(Fft, ThreadsMakeNoDifference) {
+  std::mt19937_64 random(45);
+  const std::vector<u64> lengths =
+      short_run() ? std::vector<u64>{70001} : std::vector<u64>{70001, 300000, 1100000};
+  for (const simd::Isa isa : supported_isas()) {
+    for (const u64 n : lengths) {
+      const Engine engine(n, isa, 2);
+      const Words a = operand(n / 2, Pattern::random, random),
+                  b = operand(n - n / 2, Pattern::random, random);
+      const Words want = expected_product(a, b);
+      std::vector<double> first;
+      for (const u64 threads : {1, 2, 3, 5}) {
+        if (threads > 3 && n > 500000) continue;
+        km_MULv3::Context context = engine.context;
+        context.threads = threads;
+        const Plan plan = km_FFTv2::make_plan(64 * n, threads);
+        const btp_t record(plan, context);
+        const Areas at(record);
+        record.forward(at.TA.data(), a.data(), a.size(), at.scratch.data());
+        const auto* const T = static_cast<const double*>(at.TA.data());
+        if (first.empty()) first.assign(T, T + plan.N);
+        ASSERT_TRUE(std::equal(first.begin(), first.end(), T)) << text(plan, isa) << ", threads " << threads;
+        ASSERT_EQ(difference(product(record, at, a, b), want), "")
+            << text(plan, isa) << ", threads " << threads;
+      }
+    }
+  }
+}
+
+} // namespace
+} // namespace kelvane::test
