@@ -62,29 +62,29 @@ void kcr_Constant_E::run_B(s32 algorithm, ComputeContext& context) const {
   const Series_E_Taylor series(algorithm == 1);
   const Sizes sizes(series, context.settings.precision_words);
   const u64 p = sizes.p, threads = context.multiply.threads;
-  const Block result(context.heap, sizes.result * sizeof(u64));
+  const HeapBlock result(context.heap, sizes.result * sizeof(u64));
   kob_cdi_GFP e;
   e.attach(result.words(), sizes.result);
   {
-    const Block q_block(context.heap, sizes.series * sizeof(u64));
+    const HeapBlock q_block(context.heap, sizes.series * sizeof(u64));
     kob_cdi_EFPh P, Q;
     P.attach(result.words(), sizes.result);
     Q.attach(q_block.words(), sizes.series);
     begin_phase(context, "Summing Series");
     {
       const u64 bytes = e_series_work_bytes(series, p, threads);
-      const Block work(context.heap, bytes);
+      const HeapBlock work(context.heap, bytes);
       sum_series_e(series, p, {context.multiply, context.faults.series}, P, Q, work.data());
     }
     end_phase();
 
     // exp(1): e = (P + Q) / Q.  exp(-1): e = Q / (Q - P).
     begin_phase(context, "Division");
-    const Block t_block(context.heap, number_words(p) * sizeof(u64));
+    const HeapBlock t_block(context.heap, number_words(p) * sizeof(u64));
     kob_cdi_GFP T;
     T.attach(t_block.words(), number_words(p));
     {
-      const Block work(context.heap, division_bytes(p, threads));
+      const HeapBlock work(context.heap, division_bytes(p, threads));
       if (algorithm == 0) P.add_in_place(Q);
       else P.reverse_sub_in_place(Q);
       const kob_cdi_EFPh* sum[] = {&P};

@@ -92,11 +92,11 @@ void kcr_Constant_Pi::run_B(s32 algorithm, ComputeContext& context) const {
   const u64 words = slot_words(p);
   context.reduced_memory = formula.reduced_memory;
 
-  const Block slot0(context.heap, words * sizeof(u64));
+  const HeapBlock slot0(context.heap, words * sizeof(u64));
   kob_cdi_GFP pi;
   pi.attach(slot0.words(), words);
   {
-    const Block slot1(context.heap, words * sizeof(u64));
+    const HeapBlock slot1(context.heap, words * sizeof(u64));
     kob_cdi_GFP quotient;
     {
       kob_cdi_EFPh Q, R, D;
@@ -104,13 +104,13 @@ void kcr_Constant_Pi::run_B(s32 algorithm, ComputeContext& context) const {
       R.attach(slot1.words(), words);
       begin_phase(context, "Summing Series");
       {
-        const Block work(context.heap, sum_work_bytes(*series, p, threads));
+        const HeapBlock work(context.heap, sum_work_bytes(*series, p, threads));
         sum_series_P2B3(*series, p, {context.multiply, context.faults.series}, Q, R, work.data());
       }
       end_phase();
 
       begin_phase(context, "Finishing Series");
-      const Block slot2(context.heap, words * sizeof(u64));
+      const HeapBlock slot2(context.heap, words * sizeof(u64));
       D.attach(slot2.words(), words);
       D.set_copy(Q);
       D.mul_word_in_place(formula.A);
@@ -119,7 +119,7 @@ void kcr_Constant_Pi::run_B(s32 algorithm, ComputeContext& context) const {
       const kob_cdi_EFPh* sum[] = {&D};
       modular_redundancy_check(sum, 1, 0, series->terms(p));
       quotient.attach(slot1.words(), words); // R is not needed any more
-      const Block work(context.heap, division_bytes(p, threads));
+      const HeapBlock work(context.heap, division_bytes(p, threads));
       divide(context.multiply, quotient, as_GFP(Q), as_GFP(D), p, work.data());
       end_phase();
     }
@@ -129,7 +129,7 @@ void kcr_Constant_Pi::run_B(s32 algorithm, ComputeContext& context) const {
     begin_phase(context, "Final Multiply");
     Console::print("Final Multiply...\n");
     {
-      const Block work(context.heap, product_work_bytes(p, p, threads));
+      const HeapBlock work(context.heap, product_work_bytes(p, p, threads));
       Console::Progress progress("Mutiplying: ", newton::product_cost(2 * p));
       km_MULv3::Context multiply = context.multiply;
       multiply.progress = &progress;

@@ -53,7 +53,7 @@ u64 kcr_Constant_Sqrt::get_memory_B(s32 algorithm, const MemoryQuery& query, Mem
 void kcr_Constant_Sqrt::run_B(s32 algorithm, ComputeContext& context) const {
   if (algorithm != 0) return;
   const u64 p = run_precision(context.settings.precision_words);
-  const Block block(context.heap, number_words(p) * sizeof(u64));
+  const HeapBlock block(context.heap, number_words(p) * sizeof(u64));
   kob_cdi_GFP T;
   T.attach(block.words(), number_words(p));
   inverse_square_root(context, T, parameter, p);
@@ -64,7 +64,7 @@ void kcr_Constant_Sqrt::run_B(s32 algorithm, ComputeContext& context) const {
 void kcr_Constant_GoldenRatio::run_B(s32 algorithm, ComputeContext& context) const {
   if (algorithm != 0) return;
   const u64 p = run_precision(context.settings.precision_words);
-  const Block block(context.heap, number_words(p) * sizeof(u64));
+  const HeapBlock block(context.heap, number_words(p) * sizeof(u64));
   kob_cdi_GFP T;
   T.attach(block.words(), number_words(p));
   inverse_square_root(context, T, 5, p);

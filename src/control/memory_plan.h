@@ -31,18 +31,4 @@ private:
   u64 peak_ = 0;
 };
 
-// A block of the run, given back when its scope ends.
-class Block {
-public:
-  Block(Heap& heap, u64 bytes) : data_(heap.allocate_aligned(bytes)) {}
-  ~Block() { Heap::free_aligned(data_); }
-  Block(const Block&) = delete;
-  Block& operator=(const Block&) = delete;
-  void* data() const { return data_; }
-  u64* words() const { return static_cast<u64*>(data_); }
-
-private:
-  void* data_;
-};
-
 } // namespace kelvane

@@ -33,7 +33,7 @@ void inverse_square_root(ComputeContext& context, kob_cdi_GFP& T, u64 x, u64 p) 
   begin_phase(context, "InvSqrt");
   Console::print("InvSqrt...\n");
   const u64 threads = context.multiply.threads, bytes = inverse_square_root_bytes(p, threads);
-  const Block block(context.heap, bytes);
+  const HeapBlock block(context.heap, bytes);
   Layout layout(block.data(), bytes);
   const RootPlacement place(layout, p, threads);
   int status = 0;

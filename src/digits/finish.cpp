@@ -1,4 +1,9 @@
 // The finishing sequence. See finish.h.
+//
+// Hexadecimal digits come first: they need only the binary words, and are safe before the long
+// conversion begins. Digits are expanded from words in blocks that stay in the cache, once for the
+// statistics and once for the file (again for every repeated attempt): a buffer of all digits would
+// be 2.4 times the size of the number.
 
 #include "digits/finish.h"
 
@@ -46,19 +51,6 @@ struct Placement {
     staging = writing.take<char>(staging_bytes);
     layout.take_bytes(std::max({converting.used(), verifying.used(), writing.used()}) - layout.used());
   }
-};
-
-// The block, given back when the scope ends.
-class HeapBlock {
- public:
-  HeapBlock(Heap& heap, u64 bytes) : data_(heap.allocate_aligned(bytes)) {}
-  ~HeapBlock() { Heap::free_aligned(data_); }
-  HeapBlock(const HeapBlock&) = delete;
-  HeapBlock& operator=(const HeapBlock&) = delete;
-  void* data() const { return data_; }
-
- private:
-  void* data_;
 };
 
 void count_digits(u64* counts, const char* digits, u64 n) {
@@ -153,6 +145,7 @@ bool Finish::write_file(const char* heading, int radix, u64 digits, u64 availabl
     Console::set_color_white();
     Console::print("\n");
     Console::print(heading);
+    // The writer is made inside: also a folder that does not exist is asked about.
     try {
       if (digits > available) throw km_exception(ERROR_OUT_OF_RANGE, "Out of range.");
       const std::unique_ptr<DigitWriter> writer =
@@ -198,6 +191,7 @@ void Finish::convert() {
     return CBRv2::convert(context, at_.out, W_, input_.fraction, input_.fraction_words, at_.conversion,
                           hooks_.faults);
   };
+  // Without limit: a machine that cannot convert once is of no use to the result, and giving up loses it.
   while (attempt() != 0) retrying("Radix Conversion Failed - Reattempting...");
   Console::status_line().print_time();
   Console::print("\n");

@@ -36,11 +36,14 @@ double leaf_cost(u64 n) {
 }
 
 Plan kmp_CBRv2_ci_btrf_ap_make(u64 W, const km_MULv3::Context& context) {
+  // All leaves alike, ceil(W / 2^levels) words: the nodes of a level then share one record.
   Plan plan;
   plan.W = W;
   while (((W - 1) >> plan.levels) + 1 > LONGEST_LEAF) ++plan.levels;
   plan.base = ((W - 1) >> plan.levels) + 1;
 
+  // The cut above which all threads share each product is as high as keeping every worker busy allows:
+  // products on one thread run without synchronisation, and in the thread's own cache.
   plan.threads = std::min(context.threads, std::max<u64>(W / WORDS_PER_THREAD, 1));
   while (plan.fork < plan.levels && u64{1} << plan.fork < TASKS_PER_THREAD * plan.threads) ++plan.fork;
   plan.workers = std::min(plan.threads, u64{1} << plan.fork);
@@ -93,6 +96,7 @@ Workspace::Workspace(Layout& layout, const Plan& plan) {
     Needs needs;
     for (u64 level = plan.fork; level < plan.levels; ++level) {
       needs.include(plan.product_words(level), 1);
+      // One of the two transforms in a product's cost, and half of its scratch with it.
       power_transforms[level] = branch.take_bytes(km_MULv3::product_cost(plan.product_words(level), 1) / 2);
     }
     for (u64 i = 0; i < plan.workers; ++i) {

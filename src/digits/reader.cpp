@@ -73,6 +73,7 @@ void TextReader::read(u64 position, char* out, u64 count) {
     char* const piece = out + done;
     const u64 offset = first_digits_.size() + position + done;
     if (file_.read(offset, piece, n) != n) throw km_exception(ERROR_OUT_OF_RANGE, "Out of range.");
+    // Converted also when characters are wanted: that is the check.
     const u64 valid = CVN::str_to_raw(piece, piece, n, radix_);
     if (valid != n) {
       char character = 0;

@@ -93,6 +93,7 @@ void TextWriter::write(const char* digits, u64 count) {
 void TextWriter::close() {
   if (!file_.is_open()) return;
   flush();
+  // Contents before name, name before success: after a power failure the file is whole or not there.
   File file = std::move(file_); // a failure below leaves the writer closed
   file.sync();
   file.close();

@@ -220,7 +220,7 @@ double schedule_cost(const kc_BSS_P2B3_Type0& series, const Schedule& schedule) 
   for (u64 i = 0; i < schedule.count; i++) {
     const Segment& s = schedule.list[i];
     const double words = static_cast<double>(s.integer_words);
-    cost += recursion_cost(words, static_cast<double>(series.end_threshold));
+    cost += recursion_cost(words);
     if (i + 1 < schedule.count) cost += series.merge_cost(s.integer_words);
   }
   return cost;
@@ -288,9 +288,9 @@ void print_terms(u64 terms) {
   Console::print(" terms\n");
 }
 
-double recursion_cost(double range_words, double leaf_words) {
+double recursion_cost(double range_words) {
   double cost = 0;
-  for (double words = range_words; words > leaf_words; words /= 2) cost += range_words * std::log2(words + 2);
+  for (double words = range_words; words >= PROGRESS_WORDS; words /= 2) cost += range_words * std::log2(words);
   return cost;
 }
 

@@ -70,6 +70,6 @@ void print_terms(u64 terms);
 
 // Sum over the recursion's levels of the cost of all merges of a level, for progress: the words of a level
 // add up to those of the whole range.
-double recursion_cost(double range_words, double leaf_words);
+double recursion_cost(double range_words);
 
 } // namespace kelvane

@@ -30,6 +30,9 @@ struct RecursionLevels {
   u64 forked = 0; // levels below them whose halves run in parallel
 };
 
+// Merges of smaller ranges are not worth a look at the clock; they do not count in the progress.
+inline constexpr u64 PROGRESS_WORDS = 64;
+
 // A Shape is a series seen by the recursion:
 //   static constexpr u64 INTEGERS                     integers per range (at most 4)
 //   u64 capacity(a, b) const                          words of each of the range's integers, guard words included
@@ -110,7 +113,8 @@ public:
     u64 count = 0;
     for (u64 i = need_first ? 0 : 1; i < Shape::INTEGERS; i++) results[count++] = &out[i];
     modular_redundancy_check(results, count, a, b);
-    if (context_.multiply.progress != nullptr) context_.multiply.progress->add(shape_.merge_cost(place.capacity));
+    if (context_.multiply.progress != nullptr && place.capacity >= PROGRESS_WORDS)
+      context_.multiply.progress->add(shape_.merge_cost(place.capacity));
   }
 
 private:

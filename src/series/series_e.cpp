@@ -111,7 +111,7 @@ void sum_series_e(const Series_E_Taylor& series, u64 precision_words, const Seri
   const u64 N = series.terms(precision_words);
   print_terms(N);
   const double words = static_cast<double>(series.range_words(1, N));
-  Console::Progress progress("Summing: ", recursion_cost(words, Series_E_Taylor::END_THRESHOLD), 87);
+  Console::Progress progress("Summing: ", recursion_cost(words), 87);
   SeriesContext inner = context;
   inner.multiply.progress = &progress;
 

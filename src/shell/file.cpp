@@ -92,6 +92,7 @@ class PosixFiles final : public FileSystem {
     const std::string name = path_to_narrow(path);
     constexpr mode_t PERMISSIONS = 0666; // lowered by the user's mask
     int fd = -EINVAL;
+    // Some file systems refuse direct transfers (EINVAL): the file is then opened without.
     if (direct) fd = call([&] { return ::open(name.c_str(), flags | O_DIRECT, PERMISSIONS); });
     if (fd == -EINVAL) fd = call([&] { return ::open(name.c_str(), flags, PERMISSIONS); });
     if (fd < 0) return fd;
@@ -160,6 +161,7 @@ u64 File::read(u64 offset, void* data, u64 bytes) const {
   return done;
 }
 
+// A nearly full disk first writes a part and gives its reason only when asked for the rest.
 void File::write(u64 offset, const void* data, u64 bytes) const {
   u64 done = 0;
   while (done < bytes) {

@@ -96,6 +96,20 @@ class Heap {
   u64 reserved_ = 0;    // length of a root's reservation
 };
 
+// An aligned block of a heap, given back when its scope ends.
+class HeapBlock {
+public:
+  HeapBlock(Heap& heap, u64 bytes) : data_(heap.allocate_aligned(bytes)) {}
+  ~HeapBlock() { Heap::free_aligned(data_); }
+  HeapBlock(const HeapBlock&) = delete;
+  HeapBlock& operator=(const HeapBlock&) = delete;
+  void* data() const { return data_; }
+  u64* words() const { return static_cast<u64*>(data_); }
+
+private:
+  void* data_;
+};
+
 // Memory outside heaps: alignment up to 128 (more is an assertion failure), at least 8.
 void* aligned_malloc(u64 size, u64 alignment);
 void aligned_free(void* pointer);

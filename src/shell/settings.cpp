@@ -116,6 +116,10 @@ const char* ComputeSettings::set_digits_per_file(u64 digits) {
   return nullptr;
 }
 
+const char* ComputeSettings::check_output_path() const {
+  return can_write_to(output_path) ? nullptr : "Unable to write to path.";
+}
+
 const char* ComputeSettings::set_output_path(const std::wstring& path) {
   if (!can_write_to(path)) return "Unable to write to path.";
   output_path = path;

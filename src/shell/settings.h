@@ -54,6 +54,8 @@ struct ComputeSettings {
   const char* set_mode(u64 value);
   const char* set_digits_per_file(u64 digits);
   const char* set_output_path(const std::wstring& path);
+  // Whether the chosen directory still takes files: null or the error text.
+  const char* check_output_path() const;
 
   MemoryQuery memory_query() const; // what the memory need depends on
   // Recomputes the memory and disk figures.

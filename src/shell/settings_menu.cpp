@@ -7,6 +7,7 @@
 #include "control/registry.h"
 #include "shell/console.h"
 #include "shell/exception.h"
+#include "shell/file.h"
 #include "shell/settings.h"
 #include "shell/system_info.h"
 
@@ -61,6 +62,9 @@ bool print_start(const ComputeSettings& settings) {
   } else {
     Console::print("\n");
   }
+  const s64 free = posix_files().free_bytes(folder_of(folder_prefix(settings.output_path)));
+  if (free >= 0 && static_cast<u64>(free) < settings.output_bytes())
+    Console::print_colored("        Warning: There is insufficient disk space for the output.\n\n", 'R');
   return true;
 }
 
@@ -234,7 +238,13 @@ void custom_compute_menu() {
   ComputeSettings settings;
   select_constant(settings, CONSTANT_PI, 0);
   settings.update();
-  while (edit_settings(settings, print_settings(settings))) {
+  for (;;) {
+    while (edit_settings(settings, print_settings(settings))) {
+    }
+    // Found out now and not after hours of work.
+    const char* const error = settings.check_output_path();
+    if (error == nullptr) break;
+    print_error(error);
   }
   run_computation(settings);
 }
