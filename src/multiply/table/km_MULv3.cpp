@@ -181,16 +181,16 @@ void square(const Context& context, u64* out, const u64* A, u64 nA, void* work) 
 }
 
 u64 Tables::bytes(u64 n) {
-  return km_FFTv2::table_d::bytes(n);
+  return km_FFTv2::table_d::bytes(n < FFT_MAX ? n : FFT_MAX);
 }
 void Tables::build(void* memory, u64 n, u64 threads) {
-  fft_.build(memory, n, threads);
+  fft_.build(memory, n < FFT_MAX ? n : FFT_MAX, threads);
   if (n > FFT_MAX) ntt::build_tables(ntt::backend_of(simd::active_isa()), threads);
   set_.fft = &fft_;
 }
 
 u64 table_bytes(u64 n) {
-  return Tables::bytes(n);
+  return Tables::bytes(n) + (n > FFT_MAX ? ntt::table_bytes(ntt::backend_of(simd::active_isa())) : 0);
 }
 
 } // namespace kelvane::km_MULv3

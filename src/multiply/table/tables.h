@@ -13,8 +13,8 @@ class Tables {
   Tables(const Tables&) = delete;
   Tables& operator=(const Tables&) = delete;
 
-  // Bytes that products of up to n words need (table_bytes(n)); building in memory that stays the caller's,
-  // 64-byte aligned.
+  // Bytes of the caller's memory, 64-byte aligned, that tables for products of up to n words are built in. The
+  // prime fields' tables are the program's own, made once; table_bytes(n) counts both.
   static u64 bytes(u64 n);
   void build(void* memory, u64 n, u64 threads);
   const TableSet& set() const { return set_; }
