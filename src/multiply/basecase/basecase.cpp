@@ -1,6 +1,7 @@
 #include "multiply/basecase/basecase.h"
 
 #include "multiply/simd/isa.h"
+#include "shell/cpu_features.h"
 
 namespace kelvane::km_MULB {
 
@@ -68,7 +69,7 @@ const bool USE_ADX = has_adx() && simd::active_isa() != simd::Isa::sse3;
 } // namespace
 
 bool has_adx() {
-  return __builtin_cpu_supports("adx") && __builtin_cpu_supports("bmi2");
+  return simd_support().adx;
 }
 
 void multiply_basecase_portable(u64* out, const u64* A, u64 na, const u64* B, u64 nb) {

@@ -14,11 +14,9 @@
 // multiplication), and a +- t another u: (sqrt(5) + 1) u + tau, less than before.
 // - tau from the table: both components within 0.51 u, sqrt(2) * 0.51 u = 0.73 u.
 // - tau of a product of two such numbers (the lanes' own roots): 2 * 0.73 u + 2 u = 3.46 u; the root turned
-// by
-//   1/8 in a base block is below that. At most 4 levels have these.
-// - r = 3, 5: the product with w^c costs 2 u + 3.46 u, the sums of r terms, with rounded constants, at most 6
-// u
-//   each on outputs below sqrt(r) S, r of them: 6 sqrt(5) u. Together 18.9 u.
+//   by 1/8 in a base block is below that. At most 4 levels have these.
+// - r = 3, 5: the product with w^c costs 2 u + 3.46 u, the sums of r terms, with rounded constants, at most
+//   6 u each on outputs below sqrt(r) S, r of them: 6 sqrt(5) u. Together 18.9 u.
 //
 // Forward in all, q levels: eps_F = (4.34 q + 4 * 2.73 + [r > 1] 18.9) u.
 //

@@ -6,6 +6,7 @@
 #include "multiply/basecase/km_MULB.h"
 #include "multiply/fft/km_FFTv2.h"
 #include "multiply/hnt/km_HNT.h"
+#include "multiply/ntt/kernels.h"
 #include "multiply/table/tables.h"
 #include "multiply/vst/km_VSTv2.h"
 #include "shell/exception.h"
@@ -40,10 +41,55 @@ struct Placement {
   void* TA;
   void* TB;
   void* scratch;
-  Placement(Layout layout, const abstract_btp& record)
-      : TA(layout.take_bytes(record.transform_bytes())), TB(layout.take_bytes(record.transform_bytes())),
+  Placement(Layout& layout, const abstract_btp& record)
+      : TA(layout.take_bytes(record.transform_bytes())),
+        TB(layout.take_bytes(record.ntp() != nullptr ? record.ntp()->second_bytes()
+                                                     : record.transform_bytes())),
         scratch(layout.take_bytes(record.scratch_bytes())) {}
 };
+
+// An operand many times longer than the other is cut into pieces of PIECE times the shorter one's length. The
+// shorter one's transform is made once: 2 transforms of (PIECE + 1) B words per PIECE B words of A, against 3
+// of the whole.
+constexpr u64 PIECE = 3, CUT_RATIO = 6;
+
+struct PieceWork {
+  void *TA, *TB, *scratch;
+  u64* product;
+  PieceWork(Layout& layout, const abstract_btp& record, u64 words)
+      : TA(layout.take_bytes(record.transform_bytes())), TB(layout.take_bytes(record.transform_bytes())),
+        scratch(layout.take_bytes(record.scratch_bytes())), product(layout.take<u64>(words)) {}
+};
+
+// out = A B for nA >= CUT_RATIO nB. False, with nothing done, when `bytes` of work do not suffice.
+bool multiply_in_pieces(const Context& context, u64* out, const u64* A, u64 nA, const u64* B, u64 nB,
+                        void* work, u64 bytes) {
+  const u64 piece = PIECE * nB, words = piece + nB;
+  btp_storage storage;
+  const abstract_btp* const record = select(words, context, &storage);
+  Layout measure;
+  PieceWork(measure, *record, words);
+  if (measure.used() > bytes) return false;
+  Layout layout(work, bytes);
+  const PieceWork p(layout, *record, words);
+  record->forward(p.TB, B, nB, p.scratch);
+  for (u64 i = 0; i < nB; i++) out[i] = 0;
+  for (u64 at = 0; at < nA; at += piece) {
+    const u64 length = nA - at < piece ? nA - at : piece;
+    record->forward_once(p.TA, A + at, length, p.scratch);
+    record->inverse_fmul(p.product, length + nB, p.TA, p.TB, p.scratch);
+    // The first nB words overlap what is there; the rest is new.
+    for (u64 i = nB; i < length + nB; i++) out[at + i] = p.product[i];
+    u64 carry = 0;
+    for (u64 i = 0; i < nB; i++) {
+      const u128 sum = static_cast<u128>(out[at + i]) + p.product[i] + carry;
+      out[at + i] = static_cast<u64>(sum);
+      carry = static_cast<u64>(sum >> 64);
+    }
+    for (u64 i = at + nB; carry != 0; i++) carry = ++out[i] == 0 ? 1 : 0;
+  }
+  return true;
+}
 
 u64 max_of(u64 a, u64 b) {
   return a > b ? a : b;
@@ -71,6 +117,11 @@ abstract_btp* select(u64 n, const Context& context, btp_storage* storage) {
   return select(n).make_parameters(n, context, storage);
 }
 
+const abstract_ntp* select_wrapped(u64 n, const Context& context, btp_storage* storage) {
+  if (n <= FFT_MAX) return nullptr;
+  return km_HNT::make_parameters(n, context, storage);
+}
+
 u64 memory_cost(u64 n, u64 threads) {
   u64 cost = 0;
   for (const Row64& row : TABLE64) {
@@ -80,8 +131,18 @@ u64 memory_cost(u64 n, u64 threads) {
   throw km_exception(ERROR_BEYOND_TABLE, "");
 }
 
+u64 memory_cost(u64 n, u64 threads, bool reduced_memory) {
+  if (!reduced_memory || n <= FFT_MAX || n > HNT_LIMIT_BITS / 64) return memory_cost(n, threads);
+  return max_of(memory_cost(FFT_MAX, threads), km_HNT::memory_cost(n, threads, true));
+}
+
 u64 product_cost(u64 n, u64 threads) {
-  return select(n).memory_cost(n, threads);
+  return product_cost(n, threads, false);
+}
+
+u64 product_cost(u64 n, u64 threads, bool reduced_memory) {
+  if (n <= FFT_MAX || n > HNT_LIMIT_BITS / 64) return select(n).memory_cost(n, threads);
+  return km_HNT::product_cost(n, threads, reduced_memory);
 }
 
 void multiply(const Context& context, u64* out, const u64* A, u64 nA, const u64* B, u64 nB, void* work) {
@@ -89,9 +150,18 @@ void multiply(const Context& context, u64* out, const u64* A, u64 nA, const u64*
   if (A == B && nA == nB) return square(context, out, A, nA, work);
   // Short products need no record: the operands themselves are the transforms.
   if (n <= BKT_MAX) return km_MULB::multiply_unbalanced(out, A, nA, B, nB, static_cast<u64*>(work));
+  const u64 bytes = product_cost(n, context.threads, context.reduced_memory);
+  if (n > FFT_MAX && (nA >= CUT_RATIO * nB || nB >= CUT_RATIO * nA)) {
+    if (nA < nB ? multiply_in_pieces(context, out, B, nB, A, nA, work, bytes)
+                : multiply_in_pieces(context, out, A, nA, B, nB, work, bytes)) {
+      return;
+    }
+  }
   btp_storage storage;
   const abstract_btp* const record = select(n, context, &storage);
-  const Placement p(Layout(work, product_cost(n, context.threads)), *record);
+  Layout layout(work, bytes);
+  const Placement p(layout, *record);
+  if (record->ntp() != nullptr) return record->ntp()->product(out, A, nA, B, nB, p.TA, p.TB, p.scratch);
   record->forward(p.TA, A, nA, p.scratch);
   record->forward(p.TB, B, nB, p.scratch);
   record->inverse_fmul(out, n, p.TA, p.TB, p.scratch);
@@ -102,7 +172,10 @@ void square(const Context& context, u64* out, const u64* A, u64 nA, void* work) 
   if (n <= BKT_MAX) return km_MULB::square(out, A, nA, static_cast<u64*>(work));
   btp_storage storage;
   const abstract_btp* const record = select(n, context, &storage);
-  const Placement p(Layout(work, product_cost(n, context.threads)), *record);
+  Layout layout(work, product_cost(n, context.threads, context.reduced_memory));
+  const Placement p(layout, *record);
+  if (record->ntp() != nullptr)
+    return record->ntp()->product(out, A, nA, nullptr, 0, p.TA, nullptr, p.scratch);
   record->forward(p.TA, A, nA, p.scratch);
   record->inverse_fsqr(out, n, p.TA, p.scratch);
 }
@@ -112,6 +185,7 @@ u64 Tables::bytes(u64 n) {
 }
 void Tables::build(void* memory, u64 n, u64 threads) {
   fft_.build(memory, n, threads);
+  if (n > FFT_MAX) ntt::build_tables(ntt::backend_of(simd::active_isa()), threads);
   set_.fft = &fft_;
 }
 

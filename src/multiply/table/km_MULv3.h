@@ -35,7 +35,11 @@ struct Context {
   const TableSet* tables = nullptr;
   u64 threads = 1;
   Console::Progress* progress = nullptr; // ticked inside long products when the driver runs them; may be null
+  bool reduced_memory =
+      false; // long products of multiply and square keep one operand's transform prime by prime
 };
+
+class abstract_ntp;
 
 // Parameters of one in-memory product.
 //
@@ -62,9 +66,47 @@ class abstract_btp {
   // out[0, n) <- the square; T is destroyed.
   virtual void inverse_fsqr(u64* out, u64 n, void* T, void* scratch) const = 0;
 
+  // The same transform for a single use: the next inverse must consume it, as TA or TB. Cheaper where the
+  // algorithm can leave a part of the work to the inverse.
+  virtual void forward_once(void* T, const u64* A, u64 L, void* scratch) const { forward(T, A, L, scratch); }
+  // The record's further abilities, null when it has none.
+  virtual const abstract_ntp* ntp() const { return nullptr; }
+
  protected:
   u64 threads_ = 1;
   u64 capacity_bits_ = 0;
+};
+
+// One product of a sum: TA * TB, added or subtracted. They may be the same transform.
+struct Term {
+  void* TA;
+  const void* TB;
+  bool subtract = false;
+};
+
+// Parameters of a transform over prime fields: exact, so that products can be added before one inverse, and
+// cyclic, so that a product can be had modulo a number of known form.
+class abstract_ntp : public abstract_btp {
+ public:
+  const abstract_ntp* ntp() const final { return this; }
+
+  // How many products may be added; with subtraction, half as many of each sign. A wrapped sum: half of both.
+  virtual u64 max_sum() const = 0;
+  // out[0, n) <- the sum of the terms' products, which must be non-negative and fit. terms[0].TA is
+  // destroyed, all other transforms are kept.
+  virtual void inverse_sum(u64* out, u64 n, const Term* terms, u64 count, void* scratch) const = 0;
+
+  // The product's own modulus is M = 2^(64 wrap_words()) - 1.
+  virtual u64 wrap_words() const = 0;
+  // out[0, wrap_words()) <- a number in [0, M] congruent to the sum modulo M. Here only each operand must fit
+  // wrap_words(); their product may be longer, and the sum may be negative.
+  virtual void inverse_wrapped(u64* out, const Term* terms, u64 count, void* scratch) const = 0;
+
+  // out[0, LA + LB) <- A B; A^2 with B null. TA: transform_bytes(); TB: second_bytes(), none for a square.
+  // Faster than forward, forward, inverse; a record made with reduced_memory has a smaller second_bytes().
+  virtual u64 second_bytes() const = 0;
+  virtual void product(u64* out, const u64* A, u64 LA, const u64* B, u64 LB, void* TA, void* TB,
+                       void* scratch) const = 0;
 };
 
 // Caller's storage for a parameter record; records own nothing and need no destruction.
@@ -102,14 +144,21 @@ const Row32* table32(u64* rows);
 const algorithm_p<u64>& select(u64 n);
 abstract_btp* select(u64 n, const Context& context, btp_storage* storage);
 
+// A record whose modulus 2^(64 m) - 1 has m >= n words: for products of which only that residue is wanted.
+// Null where none is offered (n below the hybrid NTT's lengths).
+const abstract_ntp* select_wrapped(u64 n, const Context& context, btp_storage* storage);
+
 // Work bytes that suffice for every product of up to n words.
 u64 memory_cost(u64 n, u64 threads);
+// The same for contexts with reduced_memory, through multiply and square only.
+u64 memory_cost(u64 n, u64 threads, bool reduced_memory);
 // Bytes of work memory of exactly one product of length n through the selected algorithm (<= memory_cost(n)).
 u64 product_cost(u64 n, u64 threads);
+u64 product_cost(u64 n, u64 threads, bool reduced_memory);
 
 // Placement of one product's work memory, shared by cost query and run.
 // out[0, nA+nB) = A * B. out may overlap neither the operands nor the work area.
-// work: product_cost(nA + nB) bytes, 64-byte aligned. Lengths at least 1.
+// work: product_cost(nA + nB, threads, reduced_memory) bytes, 64-byte aligned. Lengths at least 1.
 void multiply(const Context& context, u64* out, const u64* A, u64 nA, const u64* B, u64 nB, void* work);
 void square(const Context& context, u64* out, const u64* A, u64 nA, void* work);
 

@@ -1,0 +1,316 @@
+// The transforms of one row, and of the columns of one tile, on a backend F.
+//
+// Depth first: a node's radix-4 steps run until its part fits the nearest cache and ends in base blocks. The
+// inverse mirrors every step. A node is (level, j), its factor tree.s[level][j].
+#pragma once
+
+#include "multiply/ntt/shape.h"
+#include "multiply/ntt/twiddles.h"
+
+namespace kelvane::ntt {
+namespace {
+
+constexpr u32 MAX_LEVELS = MAX_COLUMNS_LOG + 1;
+
+// The factors of one tree in one direction.
+struct Tree {
+  const u64* s[MAX_LEVELS];
+  u64 s_quotients = 0; // from a factor to its quotient
+  const u64* u = nullptr;
+  u64 u_quotients = 0;
+};
+
+// A prime's constants in registers' form.
+template <class F> struct Constants {
+  typename F::K k;
+  typename F::Tw turns[2][3], minus_half, third[2];
+  const PrimeTable& table;
+  explicit Constants(const PrimeTable& t)
+      : k(t.p),
+        minus_half(F::broadcast(t.minus_half)), third{F::broadcast(t.third[0]), F::broadcast(t.third[1])},
+        table(t) {
+    for (int d = 0; d < 2; d++) {
+      for (int i = 0; i < 3; i++) turns[d][i] = F::broadcast(t.turns[d][i]);
+    }
+  }
+};
+
+template <class F> struct Node {
+  const Tree& tree;
+  u32 level;
+  u64 j;
+  [[gnu::always_inline]] typename F::Tw at(u32 down, u64 child) const {
+    return F::broadcast(tree.s[level + down] + ((j << down) + child), tree.s_quotients);
+  }
+};
+
+template <class F> void step2_forward(const Node<F>& n, const typename F::K& k, u64* d, u64 M) {
+  const auto s = n.at(0, 0);
+  for (u64 i = 0; i < M; i += F::LANES) {
+    auto x0 = F::load(d + i), x1 = F::load(d + i + M);
+    F::forward2(x0, x1, s, k);
+    F::store(d + i, x0);
+    F::store(d + i + M, x1);
+  }
+}
+template <class F> void step2_inverse(const Node<F>& n, const typename F::K& k, u64* d, u64 M) {
+  const auto s = n.at(0, 0);
+  for (u64 i = 0; i < M; i += F::LANES) {
+    auto x0 = F::load(d + i), x1 = F::load(d + i + M);
+    F::inverse2(x0, x1, s, k);
+    F::store(d + i, x0);
+    F::store(d + i + M, x1);
+  }
+}
+
+template <class F> void step4_forward(const Node<F>& n, const typename F::K& k, u64* d, u64 M) {
+  const auto s2 = n.at(0, 0), s = n.at(1, 0), is = n.at(1, 1);
+  for (u64 i = 0; i < M; i += F::LANES) {
+    u64* const e = d + i;
+    auto x0 = F::load(e), x1 = F::load(e + M), x2 = F::load(e + 2 * M), x3 = F::load(e + 3 * M);
+    F::forward4(x0, x1, x2, x3, s2, s, is, k);
+    F::store(e, x0);
+    F::store(e + M, x1);
+    F::store(e + 2 * M, x2);
+    F::store(e + 3 * M, x3);
+  }
+}
+// At the root, with nothing in the upper half.
+template <class F> void step4_forward_half(const Constants<F>& c, u64* d, u64 M) {
+  const auto i4 = c.turns[0][0];
+  for (u64 i = 0; i < M; i += F::LANES) {
+    u64* const e = d + i;
+    auto x0 = F::load(e), x1 = F::load(e + M), x2 = x0, x3 = x0;
+    F::forward4_half(x0, x1, x2, x3, i4, c.k);
+    F::store(e, x0);
+    F::store(e + M, x1);
+    F::store(e + 2 * M, x2);
+    F::store(e + 3 * M, x3);
+  }
+}
+template <class F> void step4_inverse(const Node<F>& n, const typename F::K& k, u64* d, u64 M) {
+  const auto s2 = n.at(0, 0), s = n.at(1, 0), is = n.at(1, 1);
+  for (u64 i = 0; i < M; i += F::LANES) {
+    u64* const e = d + i;
+    auto x0 = F::load(e), x1 = F::load(e + M), x2 = F::load(e + 2 * M), x3 = F::load(e + 3 * M);
+    F::inverse4(x0, x1, x2, x3, s2, s, is, k);
+    F::store(e, x0);
+    F::store(e + M, x1);
+    F::store(e + 2 * M, x2);
+    F::store(e + 3 * M, x3);
+  }
+}
+
+// A radix-8 step: a radix-4 step over both halves of every quarter, then a radix-2 step in each quarter.
+template <class F> void step8_forward(const Node<F>& n, const typename F::K& k, u64* d, u64 M) {
+  const auto s2 = n.at(0, 0), s = n.at(1, 0), is = n.at(1, 1);
+  for (u64 i = 0; i < M; i += F::LANES) {
+    typename F::V x[8];
+    for (u64 t = 0; t < 8; t++) x[t] = F::load(d + i + t * M);
+    F::forward4(x[0], x[2], x[4], x[6], s2, s, is, k);
+    F::forward4(x[1], x[3], x[5], x[7], s2, s, is, k);
+    for (u64 t = 0; t < 4; t++) F::forward2(x[2 * t], x[2 * t + 1], n.at(2, t), k);
+    for (u64 t = 0; t < 8; t++) F::store(d + i + t * M, x[t]);
+  }
+}
+template <class F> void step8_inverse(const Node<F>& n, const typename F::K& k, u64* d, u64 M) {
+  const auto s2 = n.at(0, 0), s = n.at(1, 0), is = n.at(1, 1);
+  for (u64 i = 0; i < M; i += F::LANES) {
+    typename F::V x[8];
+    for (u64 t = 0; t < 8; t++) x[t] = F::load(d + i + t * M);
+    for (u64 t = 0; t < 4; t++) F::inverse2(x[2 * t], x[2 * t + 1], n.at(2, t), k);
+    F::inverse4(x[0], x[2], x[4], x[6], s2, s, is, k);
+    F::inverse4(x[1], x[3], x[5], x[7], s2, s, is, k);
+    for (u64 t = 0; t < 8; t++) F::store(d + i + t * M, x[t]);
+  }
+}
+
+// Base blocks j .. j + I - 1, interleaved so that their chains of dependent operations overlap.
+template <class F, u32 I>
+[[gnu::always_inline]] inline void blocks_forward(const Tree& tree, const Constants<F>& c, u64* d, u32 level,
+                                                  u64 j) {
+  constexpr u32 L = F::LANES;
+  const auto& k = c.k;
+  typename F::V x[I][L];
+  for (u32 n = 0; n < I; n++) {
+    for (u32 i = 0; i < L; i++) x[n][i] = F::load(d + (n * L + i) * L);
+  }
+  for (u32 n = 0; n < I; n++) {
+    const Node<F> node{tree, level, j + n};
+    const auto s2 = node.at(0, 0), s = node.at(1, 0), is = node.at(1, 1);
+    if constexpr (L == 8) {
+      F::forward4(x[n][0], x[n][2], x[n][4], x[n][6], s2, s, is, k);
+      F::forward4(x[n][1], x[n][3], x[n][5], x[n][7], s2, s, is, k);
+      for (u32 i = 0; i < 4; i++) F::forward2(x[n][2 * i], x[n][2 * i + 1], node.at(2, i), k);
+    } else {
+      F::forward4(x[n][0], x[n][1], x[n][2], x[n][3], s2, s, is, k);
+    }
+  }
+  for (u32 n = 0; n < I; n++) F::transpose(x[n]);
+  for (u32 b = 1; b < L; b++) {
+    const typename F::Tw z = F::lanes(c.table.lane[0] + b * L, LANE_QUOTIENTS);
+    for (u32 n = 0; n < I; n++) x[n][b] = F::mul(x[n][b], z, k);
+  }
+  for (u32 b = 1; b < L; b++) {
+    for (u32 n = 0; n < I; n++) {
+      x[n][b] = F::mul(x[n][b], F::broadcast(tree.u + ((j + n) * L + b), tree.u_quotients), k);
+    }
+  }
+  for (u32 n = 0; n < I; n++) F::cyclic(x[n], c.turns[0], k);
+  for (u32 n = 0; n < I; n++) {
+    for (u32 i = 0; i < L; i++) F::store(d + (n * L + i) * L, x[n][i]);
+  }
+}
+template <class F, u32 I>
+[[gnu::always_inline]] inline void blocks_inverse(const Tree& tree, const Constants<F>& c, u64* d, u32 level,
+                                                  u64 j) {
+  constexpr u32 L = F::LANES;
+  const auto& k = c.k;
+  typename F::V x[I][L];
+  for (u32 n = 0; n < I; n++) {
+    for (u32 i = 0; i < L; i++) x[n][i] = F::load(d + (n * L + i) * L);
+  }
+  for (u32 n = 0; n < I; n++) F::cyclic_inverse(x[n], c.turns[1], k);
+  for (u32 b = 1; b < L; b++) {
+    const typename F::Tw z = F::lanes(c.table.lane[1] + b * L, LANE_QUOTIENTS);
+    for (u32 n = 0; n < I; n++) x[n][b] = F::mul(x[n][b], z, k);
+  }
+  for (u32 b = 1; b < L; b++) {
+    for (u32 n = 0; n < I; n++) {
+      x[n][b] = F::mul(x[n][b], F::broadcast(tree.u + ((j + n) * L + b), tree.u_quotients), k);
+    }
+  }
+  for (u32 n = 0; n < I; n++) F::transpose(x[n]);
+  for (u32 n = 0; n < I; n++) {
+    const Node<F> node{tree, level, j + n};
+    const auto s2 = node.at(0, 0), s = node.at(1, 0), is = node.at(1, 1);
+    if constexpr (L == 8) {
+      for (u32 i = 0; i < 4; i++) F::inverse2(x[n][2 * i], x[n][2 * i + 1], node.at(2, i), k);
+      F::inverse4(x[n][0], x[n][2], x[n][4], x[n][6], s2, s, is, k);
+      F::inverse4(x[n][1], x[n][3], x[n][5], x[n][7], s2, s, is, k);
+    } else {
+      F::inverse4(x[n][0], x[n][1], x[n][2], x[n][3], s2, s, is, k);
+    }
+  }
+  for (u32 n = 0; n < I; n++) {
+    for (u32 i = 0; i < L; i++) F::store(d + (n * L + i) * L, x[n][i]);
+  }
+}
+// One lane: a block is 16 points, two radix-4 steps in registers.
+template <class F>
+inline void small_forward(const Tree& tree, const Constants<F>& c, u64* d, u32 level, u64 j) {
+  typename F::V x[16];
+  for (u32 i = 0; i < 16; i++) x[i] = F::load(d + i);
+  const Node<F> top{tree, level, j};
+  for (u32 i = 0; i < 4; i++) {
+    F::forward4(x[i], x[i + 4], x[i + 8], x[i + 12], top.at(0, 0), top.at(1, 0), top.at(1, 1), c.k);
+  }
+  for (u32 i = 0; i < 4; i++) {
+    const Node<F> node{tree, level + 2, 4 * j + i};
+    F::forward4(x[4 * i], x[4 * i + 1], x[4 * i + 2], x[4 * i + 3], node.at(0, 0), node.at(1, 0),
+                node.at(1, 1), c.k);
+  }
+  for (u32 i = 0; i < 16; i++) F::store(d + i, x[i]);
+}
+template <class F>
+inline void small_inverse(const Tree& tree, const Constants<F>& c, u64* d, u32 level, u64 j) {
+  typename F::V x[16];
+  for (u32 i = 0; i < 16; i++) x[i] = F::load(d + i);
+  for (u32 i = 0; i < 4; i++) {
+    const Node<F> node{tree, level + 2, 4 * j + i};
+    F::inverse4(x[4 * i], x[4 * i + 1], x[4 * i + 2], x[4 * i + 3], node.at(0, 0), node.at(1, 0),
+                node.at(1, 1), c.k);
+  }
+  const Node<F> top{tree, level, j};
+  for (u32 i = 0; i < 4; i++) {
+    F::inverse4(x[i], x[i + 4], x[i + 8], x[i + 12], top.at(0, 0), top.at(1, 0), top.at(1, 1), c.k);
+  }
+  for (u32 i = 0; i < 16; i++) F::store(d + i, x[i]);
+}
+
+constexpr u32 INTERLEAVE = 2;
+
+template <class F, bool INVERSE>
+void blocks(const Tree& tree, const Constants<F>& c, u64* d, u64 count, u32 level, u64 j) {
+  constexpr u64 POINTS = u64{1} << shape_of(F::BACKEND).base_log;
+  u64 i = 0;
+  if constexpr (F::LANES == 1) {
+    for (; i < count; i++) {
+      if constexpr (INVERSE)
+        small_inverse<F>(tree, c, d + i * POINTS, level, j + i);
+      else
+        small_forward<F>(tree, c, d + i * POINTS, level, j + i);
+    }
+  } else {
+    for (; i + INTERLEAVE <= count; i += INTERLEAVE) {
+      if constexpr (INVERSE)
+        blocks_inverse<F, INTERLEAVE>(tree, c, d + i * POINTS, level, j + i);
+      else
+        blocks_forward<F, INTERLEAVE>(tree, c, d + i * POINTS, level, j + i);
+    }
+    for (; i < count; i++) {
+      if constexpr (INVERSE)
+        blocks_inverse<F, 1>(tree, c, d + i * POINTS, level, j + i);
+      else
+        blocks_forward<F, 1>(tree, c, d + i * POINTS, level, j + i);
+    }
+  }
+}
+
+// Levels taken by the next step of a part with `left` levels to go: an odd one is taken with the first step.
+constexpr u32 levels_of_step(u32 left) {
+  return left % 2 == 0 ? 2 : left == 1 ? 1 : 3;
+}
+
+// A part of 2^size_log points at node (level, j), down to parts of 2^stop_log points, which are base blocks
+// when BLOCKS and left alone otherwise.
+template <class F, bool BLOCKS>
+void forward(const Tree& tree, const Constants<F>& c, u64* d, u32 size_log, u32 stop_log, u32 level, u64 j) {
+  if (size_log == stop_log) {
+    if constexpr (BLOCKS) blocks<F, false>(tree, c, d, 1, level, j);
+    return;
+  }
+  const u32 steps = levels_of_step(size_log - stop_log), part_log = size_log - steps;
+  const u64 M = u64{1} << part_log;
+  const Node<F> node{tree, level, j};
+  if (steps == 2)
+    step4_forward<F>(node, c.k, d, M);
+  else if (steps == 3)
+    step8_forward<F>(node, c.k, d, M);
+  else
+    step2_forward<F>(node, c.k, d, M);
+  if (part_log == stop_log) {
+    if constexpr (BLOCKS) blocks<F, false>(tree, c, d, u64{1} << steps, level + steps, j << steps);
+    return;
+  }
+  for (u64 t = 0; t < u64{1} << steps; t++) {
+    forward<F, BLOCKS>(tree, c, d + t * M, part_log, stop_log, level + steps, (j << steps) + t);
+  }
+}
+
+template <class F, bool BLOCKS>
+void inverse(const Tree& tree, const Constants<F>& c, u64* d, u32 size_log, u32 stop_log, u32 level, u64 j) {
+  if (size_log == stop_log) {
+    if constexpr (BLOCKS) blocks<F, true>(tree, c, d, 1, level, j);
+    return;
+  }
+  const u32 steps = levels_of_step(size_log - stop_log), part_log = size_log - steps;
+  const u64 M = u64{1} << part_log;
+  if (part_log == stop_log) {
+    if constexpr (BLOCKS) blocks<F, true>(tree, c, d, u64{1} << steps, level + steps, j << steps);
+  } else {
+    for (u64 t = 0; t < u64{1} << steps; t++) {
+      inverse<F, BLOCKS>(tree, c, d + t * M, part_log, stop_log, level + steps, (j << steps) + t);
+    }
+  }
+  const Node<F> node{tree, level, j};
+  if (steps == 2)
+    step4_inverse<F>(node, c.k, d, M);
+  else if (steps == 3)
+    step8_inverse<F>(node, c.k, d, M);
+  else
+    step2_inverse<F>(node, c.k, d, M);
+}
+
+} // namespace
+} // namespace kelvane::ntt

@@ -1,0 +1,42 @@
+#include "multiply/ntt/primes.h"
+
+#include <bit>
+#include <cmath>
+
+namespace kelvane::ntt {
+
+Field::Field(u64 p) : p_(p), bits_(static_cast<u32>(std::bit_width(p))) {
+  inverse_ = static_cast<u64>((static_cast<u128>(1) << (2 * bits_)) / p);
+}
+
+u64 Field::power(u64 a, u64 e) const {
+  u64 r = 1;
+  for (; e != 0; e >>= 1) {
+    if ((e & 1) != 0) r = mul(r, a);
+    a = mul(a, a);
+  }
+  return r;
+}
+
+// a^((p-1)/2^s) has order 2^s exactly when a is no square; likewise for 3 and cubes.
+u64 Field::root_two() const {
+  for (u64 a = 2;; a++) {
+    if (power(a, (p_ - 1) / 2) == p_ - 1) return power(a, (p_ - 1) >> ORDER_LOG);
+  }
+}
+
+u64 Field::root_three() const {
+  for (u64 a = 2;; a++) {
+    const u64 r = power(a, (p_ - 1) / 3);
+    if (r != 1) return r;
+  }
+}
+
+double log2_modulus(Backend backend, u32 w) {
+  const PrimeSet& set = primes_of(backend);
+  double sum = 0;
+  for (u32 i = 0; i < w; i++) sum += std::log2(static_cast<double>(set.prime(i)));
+  return sum - 1e-9;
+}
+
+} // namespace kelvane::ntt

@@ -1,0 +1,116 @@
+// Residues to coefficients to words, on a backend F.
+//
+// Garner: with mixed-radix digits d_0 .. d_(W-1), the coefficient is d_0 + p_0 (d_1 + p_1 (d_2 + ...)), and
+//     d_k = (.. ((x_k - d_0) / p_0 - d_1) / p_1 .. - d_(k-1)) / p_(k-1) modulo p_k.
+// Coefficient i of a run is then shifted by i b bits and added to the run's words.
+#pragma once
+
+#include "multiply/ntt/passes_impl.h"
+
+namespace kelvane::ntt {
+namespace {
+
+// b <= 208, T <= 32: 104 words, and the coefficient that begins in the last of them.
+constexpr u32 MAX_RUN_WORDS = 128;
+
+// sum[0, N] += t[0], t[S], ... (N + 1 words of stride S); the last carry is 0.
+template <u32 N, u32 S> inline void add_words(u64* sum, const u64* t) {
+  u64 x;
+#define KELVANE_ADD_FIRST "movq (%1), %0\n\taddq %0, (%2)\n\t"
+#define KELVANE_ADD(i) "movq " #i "*%c3(%1), %0\n\tadcq %0, " #i "*8(%2)\n\t"
+#define KELVANE_CHAIN(...)                                                                                   \
+  __asm__ volatile(KELVANE_ADD_FIRST __VA_ARGS__ : "=&r"(x) : "r"(t), "r"(sum), "i"(S * 8) : "memory", "cc")
+  if constexpr (N == 3) {
+    KELVANE_CHAIN(KELVANE_ADD(1) KELVANE_ADD(2) KELVANE_ADD(3));
+  } else if constexpr (N == 4) {
+    KELVANE_CHAIN(KELVANE_ADD(1) KELVANE_ADD(2) KELVANE_ADD(3) KELVANE_ADD(4));
+  } else if constexpr (N == 5) {
+    KELVANE_CHAIN(KELVANE_ADD(1) KELVANE_ADD(2) KELVANE_ADD(3) KELVANE_ADD(4) KELVANE_ADD(5));
+  } else if constexpr (N == 6) {
+    KELVANE_CHAIN(KELVANE_ADD(1) KELVANE_ADD(2) KELVANE_ADD(3) KELVANE_ADD(4) KELVANE_ADD(5) KELVANE_ADD(6));
+  } else {
+    static_assert(N == 7);
+    KELVANE_CHAIN(KELVANE_ADD(1) KELVANE_ADD(2) KELVANE_ADD(3) KELVANE_ADD(4) KELVANE_ADD(5) KELVANE_ADD(6)
+                      KELVANE_ADD(7));
+  }
+#undef KELVANE_CHAIN
+#undef KELVANE_ADD
+#undef KELVANE_ADD_FIRST
+}
+
+template <class F, u32 W> class RecombinerBase {
+ protected:
+  RecombinerBase(const Shape& shape, const Factor* bias) : b_(shape.b) {
+    for (u32 i = 0; i < W; i++) {
+      const PrimeTable& table = prime_table(F::BACKEND, i);
+      p_[i] = table.p;
+      bias_[i] = F::broadcast(bias == nullptr ? Factor{} : bias[i]);
+      for (u32 j = 0; j < i; j++) inverse_[i][j] = F::broadcast(table.garner[j]);
+    }
+  }
+  static constexpr u32 WORDS = (primes_of(F::BACKEND).bits * W + 63) / 64; // of a coefficient
+
+  // The digits of I vectors of coefficients.
+  template <u32 I>
+  [[gnu::always_inline]] void digits(typename F::V (&d)[W][I], const u64* x, u64 stride) const {
+#pragma GCC unroll 8
+    for (u32 i = 0; i < W; i++) {
+      const typename F::K k(p_[i]);
+      typename F::V t[I];
+      for (u32 n = 0; n < I; n++) t[n] = F::biased(F::load(x + i * stride + n * F::LANES), bias_[i]);
+#pragma GCC unroll 8
+      for (u32 j = 0; j < i; j++) {
+        for (u32 n = 0; n < I; n++) t[n] = F::garner(t[n], d[j][n], inverse_[i][j], k);
+      }
+      for (u32 n = 0; n < I; n++) d[i][n] = i == 0 ? F::first_digit(t[n], k) : F::next_digit(t[n], k);
+    }
+  }
+
+  u32 b_;
+  u64 p_[W];
+  typename F::Tw bias_[W], inverse_[W][W];
+};
+
+// Digits from the vector unit, the rest in general registers: Horner's rule over the digits.
+template <class F, u32 W> class Recombiner : RecombinerBase<F, W> {
+  using Base = RecombinerBase<F, W>;
+
+ public:
+  Recombiner(const Shape& shape, const Factor* bias) : Base(shape, bias) {}
+
+  void add_run(u64* sum, const u64* x, u64 stride, u64 T) const {
+    constexpr u32 I = F::LANES == 1 ? 1 : 2;
+    u64 bit = 0;
+    for (u64 t = 0; t < T; t += I * F::LANES) {
+      typename F::V d[W][I];
+      this->template digits<I>(d, x + t, stride);
+      alignas(64) u64 digit[W][I * F::LANES];
+      for (u32 i = 0; i < W; i++) {
+        for (u32 n = 0; n < I; n++) F::store_integer(digit[i] + n * F::LANES, d[i][n]);
+      }
+      for (u32 lane = 0; lane < I * F::LANES; lane++, bit += this->b_) {
+        u64 c[Base::WORDS + 1] = {digit[W - 1][lane]};
+#pragma GCC unroll 8
+        for (u32 step = 1; step < W; step++) { // c has `step` words
+          const u32 i = W - 1 - step;
+          u128 carry = digit[i][lane];
+#pragma GCC unroll 8
+          for (u32 j = 0; j <= step; j++) {
+            if (j == Base::WORDS) break; // the top word of the last steps is 0
+            carry += static_cast<u128>(c[j]) * this->p_[i];
+            c[j] = static_cast<u64>(carry);
+            carry >>= 64;
+          }
+        }
+        const u32 shift = bit & 63;
+#pragma GCC unroll 8
+        for (u32 j = Base::WORDS; j > 0; j--) c[j] = c[j] << shift | c[j - 1] >> 1 >> (63 - shift);
+        c[0] <<= shift;
+        add_words<Base::WORDS, 1>(sum + (bit >> 6), c);
+      }
+    }
+  }
+};
+
+} // namespace
+} // namespace kelvane::ntt

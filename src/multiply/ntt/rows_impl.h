@@ -1,0 +1,148 @@
+// Rows: forward transform, pointwise products, inverse transform, on a backend F.
+//
+// The factors of a row are stored ones when the whole transform is short. Otherwise the thread makes the
+// row's lists in its area from those of the first row, one product per entry (about 1/4 entry per point),
+// which is cheaper than reading long lists from memory.
+#pragma once
+
+#include "multiply/ntt/kernels.h"
+#include "multiply/ntt/passes_impl.h"
+
+namespace kelvane::ntt {
+namespace {
+
+constexpr u32 exponent(u32 tree, u32 level) {
+  return (tree << (level & 1)) % 3;
+} // tree * 2^level modulo 3
+
+template <class F>
+Tree direct_tree(const Shape& shape, const PrimeTable& table, u32 direction, u32 third, u64 row) {
+  constexpr BackendShape KERNEL = shape_of(F::BACKEND);
+  Tree tree{};
+  for (u32 level = 0; level < shape.log_columns; level++) {
+    tree.s[level] = table.s[direction][exponent(third, shape.log_rows + level + 1)] + (row << level);
+  }
+  tree.s_quotients = u64{1} << KERNEL.s_log;
+  if constexpr (KERNEL.u_log != 0) {
+    const u32 level = shape.log_columns - KERNEL.base_log;
+    tree.u = table.u[direction][exponent(third, shape.log_rows + level)] + (row << level) * KERNEL.lanes;
+    tree.u_quotients = u64{1} << KERNEL.u_log;
+  }
+  return tree;
+}
+
+template <class F>
+Tree made_tree(const Shape& shape, u32 prime, u32 direction, u32 third, u64 row, u64* memory,
+               const typename F::K& k) {
+  constexpr BackendShape KERNEL = shape_of(F::BACKEND);
+  constexpr u32 L = F::LANES;
+  const PrimeTable& table = prime_table(F::BACKEND, prime);
+  RowConstants constants;
+  row_constants(constants, F::BACKEND, prime, direction, third, row, shape.log_rows, shape.log_columns);
+  const auto reciprocal = F::reciprocal(table.p);
+
+  Tree tree{};
+  const u64 quotients = shape.row_list_words() / 2; // used by backends that have them
+  tree.s_quotients = tree.u_quotients = quotients;
+  u64* out = memory;
+  const u32 levels = shape.log_columns - KERNEL.base_log + KERNEL.node_levels;
+  for (u32 level = 0; level < levels; level++) {
+    const typename F::Scale by{F::broadcast(constants.level[level]), reciprocal};
+    tree.s[level] = out;
+    for (u64 j = 0; j < u64{1} << level; j += L, out += L) {
+      F::store(out, quotients, F::scale(F::load(table.s[direction][0] + j), by, k));
+    }
+  }
+  if constexpr (KERNEL.u_log != 0) {
+    const typename F::Scale by{F::lanes(constants.block, BLOCK_QUOTIENTS), reciprocal};
+    tree.u = out;
+    for (u64 j = 0; j < shape.columns() >> KERNEL.base_log; j++, out += L) {
+      F::store(out, quotients, F::scale(F::load(table.u[direction][0] + j * L), by, k));
+    }
+  }
+  return tree;
+}
+
+template <class F>
+Tree row_tree(const Shape& shape, u32 prime, u32 direction, u64 row, u64* memory, const typename F::K& k) {
+  const u32 third = static_cast<u32>(row >> shape.log_rows);
+  const u64 node = row & ((u64{1} << shape.log_rows) - 1);
+  if (shape.direct) return direct_tree<F>(shape, prime_table(F::BACKEND, prime), direction, third, node);
+  return made_tree<F>(shape, prime, direction, third, node, memory + direction * shape.row_list_words(), k);
+}
+
+template <class F> void forward_points(const Shape& shape, const Tree& tree, const Constants<F>& c, u64* x) {
+  forward<F, true>(tree, c, x, shape.log_columns, shape_of(F::BACKEND).base_log, 0, 0);
+}
+
+template <class F> void forward_row(const Shape& shape, u32 prime, u64 row, u64* x, u64* area) {
+  const Constants<F> c(prime_table(F::BACKEND, prime));
+  const Tree tree = row_tree<F>(shape, prime, 0, row, area + 2 * shape.columns(), c.k);
+  forward_points<F>(shape, tree, c, x);
+}
+
+// 2^PRODUCT_SHIFT / N: undoes what the transforms and the pointwise product multiply by.
+template <class F> typename F::Tw final_factor(const Shape& shape, u32 prime) {
+  const Field& field = field_of(F::BACKEND, prime);
+  u64 x = field.inverse(shape.N());
+  if (F::PRODUCT_SHIFT != 0) x = field.mul(x, field.power(2, F::PRODUCT_SHIFT));
+  return F::broadcast(encode(F::BACKEND, field, x));
+}
+
+// The operand's transformed row: the row itself, or a copy transformed in `copy`.
+template <class F>
+const u64* ready_row(const Shape& shape, const Tree& tree, const Constants<F>& c, const u64* x, bool raw,
+                     u64* copy) {
+  if (!raw) return x;
+  for (u64 i = 0; i < shape.columns(); i += F::LANES) F::store(copy + i, F::load(x + i));
+  forward_points<F>(shape, tree, c, copy);
+  return copy;
+}
+
+template <class F>
+void product_row(const Shape& shape, u32 prime, u64 row, const RowPair* pairs, u32 count, u64* area) {
+  const Constants<F> c(prime_table(F::BACKEND, prime));
+  const auto& k = c.k;
+  const u64 C = shape.columns();
+  u64* const lists = area + 2 * C;
+  Tree tree{};
+  bool raw = false;
+  for (u32 i = 0; i < count; i++) raw = raw || pairs[i].x_raw || pairs[i].y_raw;
+  if (raw) tree = row_tree<F>(shape, prime, 0, row, lists, k);
+
+  u64* const out = pairs[0].x;
+  const typename F::Tw last = final_factor<F>(shape, prime);
+  for (u32 n = 0; n < count; n++) {
+    const RowPair& pair = pairs[n];
+    const u64* x = out;
+    if (n != 0)
+      x = ready_row<F>(shape, tree, c, pair.x, pair.x_raw, area);
+    else if (pair.x_raw)
+      forward_points<F>(shape, tree, c, out);
+    const u64* y = x;
+    if (pair.y != pair.x) {
+      // A row that may be overwritten is transformed where it lies.
+      if (pair.y_raw && pair.y_free) {
+        forward_points<F>(shape, tree, c, const_cast<u64*>(pair.y));
+        y = pair.y;
+      } else {
+        y = ready_row<F>(shape, tree, c, pair.y, pair.y_raw, area + C);
+      }
+    }
+    const bool done = n + 1 == count;
+    for (u64 i = 0; i < C; i += F::LANES) {
+      auto v = F::product(F::load(x + i), F::load(y + i), k);
+      if (n != 0)
+        v = F::accumulate(F::load(out + i), v, pair.subtract, k);
+      else if (pair.subtract)
+        v = F::negative(v, k);
+      if (done) v = F::mul(v, last, k);
+      F::store(out + i, v);
+    }
+  }
+  const Tree back = row_tree<F>(shape, prime, 1, row, lists, k);
+  inverse<F, true>(back, c, out, shape.log_columns, shape_of(F::BACKEND).base_log, 0, 0);
+}
+
+} // namespace
+} // namespace kelvane::ntt
