@@ -3,7 +3,7 @@
 #include "control/constant.h"
 #include "control/report.h"
 #include "control/phases.h"
-#include "multiply/fft/twiddles.h"
+#include "multiply/table/tables.h"
 #include "shell/console.h"
 #include "shell/reservation.h"
 #include "shell/settings.h"
@@ -43,19 +43,20 @@ public:
 class RootTables {
 public:
   RootTables(u64 product_words, u64 threads)
-      : bytes(km_MULv3::table_bytes(product_words)), memory_(reserve_memory(bytes, threads)) {
-    fft_.build(memory_, product_words, threads);
-    set.fft = &fft_;
+      : bytes(km_MULv3::table_bytes(product_words)), reserved_(km_MULv3::Tables::bytes(product_words)),
+        memory_(reserve_memory(reserved_, threads)) {
+    tables_.build(memory_, product_words, threads);
   }
-  ~RootTables() { release_memory(memory_, bytes); }
+  ~RootTables() { release_memory(memory_, reserved_); }
   RootTables(const RootTables&) = delete;
   RootTables& operator=(const RootTables&) = delete;
-  const u64 bytes;
-  km_MULv3::TableSet set;
+  const km_MULv3::TableSet& set() const { return tables_.set(); }
+  const u64 bytes; // of all tables
 
 private:
+  u64 reserved_;
   u8* memory_;
-  km_FFTv2::table_d fft_;
+  km_MULv3::Tables tables_;
 };
 
 void print_phase(EventLog& events, const char* event, const char* label) {
@@ -109,7 +110,7 @@ void run_computation(ComputeSettings& settings, const RunFaults& faults, RunReco
 
   print_phase(record.events, "Begin Computation", "Begin Computation:\n\n");
   const double wall = Console::wall_seconds(), cpu = Console::cpu_seconds();
-  ComputeContext context{settings, working.heap,  {&tables.set, settings.threads, nullptr},
+  ComputeContext context{settings, working.heap,  {&tables.set(), settings.threads, nullptr},
                          record.events, record.result, faults};
   constant.run_B(settings.algorithm, context);
   record.events.record("End Computation");

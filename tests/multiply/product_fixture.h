@@ -42,7 +42,7 @@ class Buffer {
 class Engine {
  public:
   explicit Engine(u64 max_words, simd::Isa isa = simd::active_isa(), u64 threads = 1)
-      : before_(simd::active_isa()), isa_(simd::force_isa(isa)), memory_(km_MULv3::table_bytes(max_words)) {
+      : before_(simd::active_isa()), isa_(simd::force_isa(isa)), memory_(km_MULv3::Tables::bytes(max_words)) {
     tables_.build(memory_.data(), max_words, threads);
     context.tables = &tables_.set();
     context.threads = threads;

@@ -13,8 +13,9 @@ class Tables {
   Tables(const Tables&) = delete;
   Tables& operator=(const Tables&) = delete;
 
-  // Bytes that products of up to n words need (table_bytes(n)); building in memory that stays the caller's,
-  // 64-byte aligned.
+  // Bytes of memory that the tables for products of up to n words need, and building in memory that stays the
+  // caller's, 64-byte aligned. The FFT's roots go there, for the lengths of its row; the prime fields'
+  // tables, of fixed size, have their own memory and are built as well when n asks for them.
   static u64 bytes(u64 n);
   void build(void* memory, u64 n, u64 threads);
   const TableSet& set() const { return set_; }
