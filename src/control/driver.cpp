@@ -43,18 +43,16 @@ public:
 class RootTables {
 public:
   RootTables(u64 product_words, u64 threads)
-      : bytes(km_MULv3::table_bytes(product_words)), reserved_(km_MULv3::Tables::bytes(product_words)),
-        memory_(reserve_memory(reserved_, threads)) {
+      : bytes_(km_MULv3::Tables::bytes(product_words)), memory_(reserve_memory(bytes_, threads)) {
     tables_.build(memory_, product_words, threads);
   }
-  ~RootTables() { release_memory(memory_, reserved_); }
+  ~RootTables() { release_memory(memory_, bytes_); }
   RootTables(const RootTables&) = delete;
   RootTables& operator=(const RootTables&) = delete;
   const km_MULv3::TableSet& set() const { return tables_.set(); }
-  const u64 bytes; // of all tables
 
 private:
-  u64 reserved_;
+  u64 bytes_;
   u8* memory_;
   km_MULv3::Tables tables_;
 };
@@ -101,7 +99,7 @@ void run_computation(ComputeSettings& settings, const RunFaults& faults, RunReco
 
   print_phase(record.events, "Constructing Twiddle Tables", "Constructing Twiddle Tables...      ");
   const RootTables tables(largest_product(query), settings.threads);
-  record.table_bytes = tables.bytes;
+  record.table_bytes = figure.tables;
   print_size(record.table_bytes);
 
   print_phase(record.events, "Allocating I/O Buffers", "Allocating I/O Buffers...           ");

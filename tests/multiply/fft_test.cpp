@@ -17,28 +17,6 @@ using Complex = std::complex<long double>;
 
 constexpr long double TWO_PI = 6.283185307179586476925286766559L;
 
-// The FFT's tables for products of any length, beyond its row of the algorithm table too.
-class FftEngine {
- public:
-  explicit FftEngine(u64 max_words, simd::Isa isa = simd::active_isa(), u64 threads = 1)
-      : before_(simd::active_isa()), isa_(simd::force_isa(isa)),
-        memory_(km_FFTv2::table_d::bytes(max_words)) {
-    roots_.build(memory_.data(), max_words, threads);
-    tables_.fft = &roots_;
-    context.tables = &tables_;
-    context.threads = threads;
-  }
-  ~FftEngine() { simd::force_isa(before_); }
-
-  km_MULv3::Context context;
-
- private:
-  simd::Isa before_, isa_;
-  Buffer memory_;
-  km_FFTv2::table_d roots_;
-  km_MULv3::TableSet tables_;
-};
-
 // Work areas of one record.
 struct Areas {
   Buffer TA, TB, scratch;
@@ -105,7 +83,7 @@ long double angle_of_point(u64 index, u32 r, u64 n, u32 log_lanes) {
 TEST(Fft, ForwardTransformAgainstDirectEvaluation) {
   std::mt19937_64 random(41);
   for (const simd::Isa isa : supported_isas()) {
-    const FftEngine engine(600, isa);
+    const Engine engine(600, isa);
     for (u64 row = 0; row < 12; row++) { // 64 to 1536 points
       const Plan plan = km_FFTv2::plan_of_row(row, 0, 1);
       const btp_t record(plan, engine.context);
@@ -141,7 +119,7 @@ TEST(Fft, EveryPlanAtItsLimits) {
   std::mt19937_64 random(42);
   const u64 rows = short_run() ? 22 : 33; // up to 2^14 or 2^18 points
   for (const simd::Isa isa : supported_isas()) {
-    const FftEngine engine(km_FFTv2::plan_of_row(rows, 0, 1).capacity_bits / 64, isa);
+    const Engine engine(km_FFTv2::plan_of_row(rows, 0, 1).capacity_bits / 64, isa);
     for (u64 row = 0; row < rows; row++) {
       const u64 full = km_FFTv2::plan_of_row(row, 0, 1).capacity_bits / 64;
       for (const u64 n : {full - 1, full, full + 1}) {
@@ -171,7 +149,7 @@ TEST(Fft, RoundingErrors) {
   const u64 rows = short_run() ? 23 : 40;
   double largest = 0;
   for (const simd::Isa isa : supported_isas()) {
-    const FftEngine engine(km_FFTv2::plan_of_row(rows - 1, 0, 1).capacity_bits / 64, isa);
+    const Engine engine(km_FFTv2::plan_of_row(rows - 1, 0, 1).capacity_bits / 64, isa);
     for (u64 row = 0; row < rows; row++) {
       const Plan plan = km_FFTv2::plan_of_row(row, 0, 1);
       const btp_t record(plan, engine.context);
@@ -209,7 +187,7 @@ TEST(Fft, RoundingErrors) {
 // counts.
 TEST(Fft, KeptTransforms) {
   std::mt19937_64 random(44);
-  const FftEngine engine(300000);
+  const Engine engine(300000);
   for (const u64 n : {u64{120}, u64{2000}, u64{17409}, u64{150000}}) {
     km_MULv3::Context three = engine.context;
     three.threads = 3;
@@ -244,7 +222,7 @@ TEST(Fft, ThreadsMakeNoDifference) {
       short_run() ? std::vector<u64>{70001} : std::vector<u64>{70001, 300000, 1100000};
   for (const simd::Isa isa : supported_isas()) {
     for (const u64 n : lengths) {
-      const FftEngine engine(n, isa, 2);
+      const Engine engine(n, isa, 2);
       const Words a = operand(n / 2, Pattern::random, random),
                   b = operand(n - n / 2, Pattern::random, random);
       const Words want = expected_product(a, b);

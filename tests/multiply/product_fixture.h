@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
+#include "multiply/fft/twiddles.h"
 #include "multiply/simd/isa.h"
 #include "multiply/table/km_MULv3.h"
-#include "multiply/table/tables.h"
 
 namespace kelvane::test {
 
@@ -42,9 +42,10 @@ class Buffer {
 class Engine {
  public:
   explicit Engine(u64 max_words, simd::Isa isa = simd::active_isa(), u64 threads = 1)
-      : before_(simd::active_isa()), isa_(simd::force_isa(isa)), memory_(km_MULv3::Tables::bytes(max_words)) {
-    tables_.build(memory_.data(), max_words, threads);
-    context.tables = &tables_.set();
+      : before_(simd::active_isa()), isa_(simd::force_isa(isa)), memory_(km_FFTv2::table_d::bytes(max_words)) {
+    roots_.build(memory_.data(), max_words, threads);
+    tables_.fft = &roots_;
+    context.tables = &tables_;
     context.threads = threads;
   }
   ~Engine() { simd::force_isa(before_); }
@@ -55,7 +56,8 @@ class Engine {
  private:
   simd::Isa before_, isa_;
   Buffer memory_;
-  km_MULv3::Tables tables_;
+  km_FFTv2::table_d roots_; // also beyond the lengths that the table of algorithms gives to the FFT
+  km_MULv3::TableSet tables_;
 };
 
 inline std::vector<simd::Isa> supported_isas() {

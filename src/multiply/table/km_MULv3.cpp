@@ -94,9 +94,6 @@ bool multiply_in_pieces(const Context& context, u64* out, const u64* A, u64 nA, 
 u64 max_of(u64 a, u64 b) {
   return a > b ? a : b;
 }
-u64 min_of(u64 a, u64 b) {
-  return a < b ? a : b;
-}
 
 } // namespace
 
@@ -184,10 +181,10 @@ void square(const Context& context, u64* out, const u64* A, u64 nA, void* work) 
 }
 
 u64 Tables::bytes(u64 n) {
-  return km_FFTv2::table_d::bytes(min_of(n, FFT_MAX));
+  return km_FFTv2::table_d::bytes(n < FFT_MAX ? n : FFT_MAX);
 }
 void Tables::build(void* memory, u64 n, u64 threads) {
-  fft_.build(memory, min_of(n, FFT_MAX), threads);
+  fft_.build(memory, n < FFT_MAX ? n : FFT_MAX, threads);
   if (n > FFT_MAX) ntt::build_tables(ntt::backend_of(simd::active_isa()), threads);
   set_.fft = &fft_;
 }

@@ -13,9 +13,8 @@ class Tables {
   Tables(const Tables&) = delete;
   Tables& operator=(const Tables&) = delete;
 
-  // Bytes of memory that the tables for products of up to n words need, and building in memory that stays the
-  // caller's, 64-byte aligned. The FFT's roots go there, for the lengths of its row; the prime fields'
-  // tables, of fixed size, have their own memory and are built as well when n asks for them.
+  // Bytes of the caller's memory, 64-byte aligned, that tables for products of up to n words are built in. The
+  // prime fields' tables are the program's own, made once; table_bytes(n) counts both.
   static u64 bytes(u64 n);
   void build(void* memory, u64 n, u64 threads);
   const TableSet& set() const { return set_; }
