@@ -9,9 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "multiply/simd/isa.h"
-#include "multiply/table/km_MULv3.h"
 #include "multiply/fft/twiddles.h"
+#include "multiply/simd/isa.h"
 #include "multiply/table/km_MULv3.h"
 
 namespace kelvane::test {

@@ -165,7 +165,8 @@ u64 product_cost(u64 n, u64 threads, bool reduced_memory);
 void multiply(const Context& context, u64* out, const u64* A, u64 nA, const u64* B, u64 nB, void* work);
 void square(const Context& context, u64* out, const u64* A, u64 nA, void* work);
 
-// Bytes of root tables that products of up to n words need.
+// Bytes of all root tables that products of up to n words need: Tables::bytes(n), which the caller provides,
+// and those of the prime fields.
 u64 table_bytes(u64 n);
 
 // The option listing of both tables.
