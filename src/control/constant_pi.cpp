@@ -8,6 +8,7 @@
 #include "control/algorithm_names.h"
 #include "control/phases.h"
 #include "series/series_pi.h"
+#include "series/sum_P2B3.h"
 #include "shell/console.h"
 #include "shell/settings.h"
 

@@ -10,6 +10,8 @@
 // k = 1 term is really negative.
 #pragma once
 
+#include <algorithm>
+
 #include "series/kc_BSS.h"
 #include "series/schedule.h"
 #include "series/series_context.h"
@@ -44,6 +46,14 @@ public:
              const kob_cdi_EFPh* right, kob_cdi_EFPh* out, bool need_P, void* work) const;
   double merge_cost(u64 words) const;
 
+  // R = Rl Qr +/- Pl Rr from R = Rl Qr and x = Pl Rr, the left range being `left_terms` long.
+  void combine(kob_cdi_EFPh& R, const kob_cdi_EFPh& x, u64 left_terms) const {
+    if (alternating && (left_terms & 1) != 0) R.sub_in_place(x);
+    else R.add_in_place(x);
+  }
+  // Words of the longest of a range's P, Q, R.
+  static u64 longest(const kob_cdi_EFPh* x) { return std::max({x[0].L, x[1].L, x[2].L}); }
+
 protected:
   kc_BSS_P2B3_Type0(bool alternating_, bool plain_, u64 overhead, u64 threshold)
       : alternating(alternating_), plain(plain_), memory_overhead(overhead), end_threshold(threshold) {}
@@ -53,23 +63,5 @@ private:
   // may have a zero word on top before it is trimmed, and an addition needs a guard word.
   static constexpr u64 CAPACITY_GUARD = 4;
 };
-
-// The sum of a series: R and Q of [0, N), truncated to precision + 3 words (their quotient is right to
-// better than 2^(-64 (precision + 1)) relative).
-//   Q, R     attached to buffers of at least sum_capacity(precision) words
-//   work     sum_work_bytes(...) bytes, 64-byte aligned
-// Prints "Summing Series...  ", the number of terms, and shows the meter "Summing: ". Throws
-// kc_BSRModularCheckFailed when a check fails.
-u64 sum_capacity(u64 precision_words);
-u64 sum_work_bytes(const kc_BSS_P2B3_Type0& series, u64 precision_words, const km_MULv3::Context& context);
-void sum_series_P2B3(const kc_BSS_P2B3_Type0& series, u64 precision_words, const SeriesContext& context,
-                     kob_cdi_EFPh& Q, kob_cdi_EFPh& R, void* work);
-
-// Prints the number of terms and " terms".
-void print_terms(u64 terms);
-
-// Sum over the recursion's levels of the cost of all merges of a level, for progress: the words of a level
-// add up to those of the whole range.
-double recursion_cost(double range_words);
 
 } // namespace kelvane

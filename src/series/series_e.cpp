@@ -4,10 +4,10 @@
 #include <cmath>
 
 #include "arithmetic/words/add.h"
-#include "series/kc_BSS_P2B3_Type0.h"
 #include "series/recursion.h"
 #include "series/schedule.h"
 #include "series/shared_products.h"
+#include "series/sum_P2B3.h"
 #include "shell/console.h"
 #include "shell/status_line.h"
 

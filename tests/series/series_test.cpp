@@ -2,10 +2,10 @@
 #include <gtest/gtest.h>
 #include <mpfr.h>
 
-#include "series/kc_BSS_P2B3_Type0.h"
 #include "series/schedule.h"
 #include "series/series_e.h"
 #include "series/series_pi.h"
+#include "series/sum_P2B3.h"
 #include "shell/exception.h"
 #include "support/bignum.h"
 #include "support/short.h"

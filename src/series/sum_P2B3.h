@@ -1,0 +1,26 @@
+// The summation of a P, Q, R series over its schedule.
+#pragma once
+
+#include "series/kc_BSS_P2B3_Type0.h"
+
+namespace kelvane {
+
+// The sum of a series: R and Q of [0, N), truncated to precision + 3 words (their quotient is right to
+// better than 2^(-64 (precision + 1)) relative).
+//   Q, R     attached to buffers of at least sum_capacity(precision) words
+//   work     sum_work_bytes(...) bytes, 64-byte aligned
+// Prints "Summing Series...  ", the number of terms, and shows the meter "Summing: ". Throws
+// kc_BSRModularCheckFailed when a check fails.
+u64 sum_capacity(u64 precision_words);
+u64 sum_work_bytes(const kc_BSS_P2B3_Type0& series, u64 precision_words, const km_MULv3::Context& context);
+void sum_series_P2B3(const kc_BSS_P2B3_Type0& series, u64 precision_words, const SeriesContext& context,
+                     kob_cdi_EFPh& Q, kob_cdi_EFPh& R, void* work);
+
+// Prints the number of terms and " terms".
+void print_terms(u64 terms);
+
+// Sum over the recursion's levels of the cost of all merges of a level, for progress: the words of a level
+// add up to those of the whole range.
+double recursion_cost(double range_words);
+
+} // namespace kelvane
