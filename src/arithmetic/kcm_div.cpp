@@ -83,10 +83,10 @@ u64 kcm_div_words(u64 p) {
   return std::max((h + 3) + (h + 2) + residual_words(p), (h + 3) + newton::temporary_words(h));
 }
 
-u64 kcm_div_work_bytes(u64 p, u64 threads) {
+u64 kcm_div_work_bytes(u64 p, const km_MULv3::Context& context) {
   const u64 h = half_precision(p), k = residual_words(p);
-  return std::max({kcm_rcp_work_bytes(h, threads), product_work_bytes(h, h, threads),
-                   product_work_bytes(p, h, threads), product_work_bytes(k - 2, k - 2, threads)});
+  return std::max({kcm_rcp_work_bytes(h, context), product_work_bytes(h, h, context),
+                   product_work_bytes(p, h, context), product_work_bytes(k - 2, k - 2, context)});
 }
 
 double kcm_div_cost(u64 p) {
@@ -101,23 +101,23 @@ struct DivisionPlacement {
   u64 PL;
   u64* work;
   void* product_work;
-  DivisionPlacement(Layout& layout, u64 p, u64 threads)
+  DivisionPlacement(Layout& layout, u64 p, const km_MULv3::Context& context)
       : PL(kcm_div_words(p)), work(layout.take<u64>(PL)),
-        product_work(layout.take_bytes(kcm_div_work_bytes(p, threads))) {}
+        product_work(layout.take_bytes(kcm_div_work_bytes(p, context))) {}
 };
 
 } // namespace
 
-u64 division_bytes(u64 p, u64 threads) {
+u64 division_bytes(u64 p, const km_MULv3::Context& context) {
   Layout layout;
-  DivisionPlacement(layout, p, threads);
+  DivisionPlacement(layout, p, context);
   return layout.used();
 }
 
 void divide(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_GFP& N, const kob_cdi_GFP& D, u64 p,
             void* work) {
-  Layout layout(work, division_bytes(p, context.threads));
-  const DivisionPlacement place(layout, p, context.threads);
+  Layout layout(work, division_bytes(p, context));
+  const DivisionPlacement place(layout, p, context);
   Console::print("Division...\n");
   int status = 0;
   {

@@ -15,20 +15,20 @@ namespace kelvane {
 
 // T ~ N/D to p words (p + 2 kept). N and D are not zero.
 //   T.AL >= p + 3;  work: PL >= kcm_div_words(p) words;
-//   product_work: kcm_div_work_bytes(p, context.threads) bytes, 64-byte aligned.
+//   product_work: kcm_div_work_bytes(p, context) bytes, 64-byte aligned.
 // Returns 0, or 2 when the estimate did not converge (the message is printed).
 int kcm_div_t9_B(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_GFP& N, const kob_cdi_GFP& D,
                  u64 p, u64* work, u64 PL, void* product_work, const newton::Meter& meter);
 
 u64 kcm_div_words(u64 p);
-u64 kcm_div_work_bytes(u64 p, u64 threads);
+u64 kcm_div_work_bytes(u64 p, const km_MULv3::Context& context);
 double kcm_div_cost(u64 p); // for progress
 
 // The division of the series and of the finishing steps: prints "Division...\n", runs kcm_div_t9_B under the
 // meter "Iterating: " and ends the program with "Computation Failed" when it does not converge.
-// work: division_bytes(p, context.threads) bytes, 64-byte aligned.
+// work: division_bytes(p, context) bytes, 64-byte aligned.
 void divide(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_GFP& N, const kob_cdi_GFP& D, u64 p,
             void* work);
-u64 division_bytes(u64 p, u64 threads);
+u64 division_bytes(u64 p, const km_MULv3::Context& context);
 
 } // namespace kelvane

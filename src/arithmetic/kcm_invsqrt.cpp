@@ -14,9 +14,9 @@ namespace {
 constexpr const char* NAME = "kcm_invsqrt_udw_E()";
 
 // Product lengths of a level: t^2 (q words squared) and t e (q by q + 1 words), both with guards.
-u64 level_work_bytes(u64 p, u64 threads) {
+u64 level_work_bytes(u64 p, const km_MULv3::Context& context) {
   const u64 q = newton::lower_level(p);
-  return product_work_bytes(q, q + 1, threads);
+  return product_work_bytes(q, q + 1, context);
 }
 
 int inverse_root(const km_MULv3::Context& context, kob_cdi_GFP& T, u64 x, u64 p, u64* work, u64 PL,
@@ -69,9 +69,9 @@ int kcm_invsqrt_udw_B(const km_MULv3::Context& context, kob_cdi_GFP& T, u64 x, u
   return inverse_root(context, T, x, p, work, PL, product_work, meter, p);
 }
 
-u64 kcm_invsqrt_work_bytes(u64 p, u64 threads) {
+u64 kcm_invsqrt_work_bytes(u64 p, const km_MULv3::Context& context) {
   u64 bytes = 0;
-  for (; p > 0; p = newton::lower_level(p)) bytes = std::max(bytes, level_work_bytes(p, threads));
+  for (; p > 0; p = newton::lower_level(p)) bytes = std::max(bytes, level_work_bytes(p, context));
   return bytes;
 }
 

@@ -13,14 +13,14 @@ namespace kelvane {
 
 // T ~ 1/sqrt(x) to p words (p + 2 words kept, relative error about 2^(-64 (p + 1))). x >= 1.
 //   T.AL >= p + 3;  work: PL >= newton::temporary_words(p) words;
-//   product_work: kcm_invsqrt_work_bytes(p, context.threads) bytes, 64-byte aligned.
+//   product_work: kcm_invsqrt_work_bytes(p, context) bytes, 64-byte aligned.
 // Returns 0, or 2 when an estimate did not converge. B also reports progress on the meter.
 int kcm_invsqrt_udw_E(const km_MULv3::Context& context, kob_cdi_GFP& T, u64 x, u64 p, u64* work, u64 PL,
                       void* product_work);
 int kcm_invsqrt_udw_B(const km_MULv3::Context& context, kob_cdi_GFP& T, u64 x, u64 p, u64* work, u64 PL,
                       void* product_work, const newton::Meter& meter);
 
-u64 kcm_invsqrt_work_bytes(u64 p, u64 threads);
+u64 kcm_invsqrt_work_bytes(u64 p, const km_MULv3::Context& context);
 double kcm_invsqrt_cost(u64 p); // for progress
 
 } // namespace kelvane

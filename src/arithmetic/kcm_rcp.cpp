@@ -11,9 +11,9 @@ namespace {
 constexpr const char* NAME = "kcm_rcp_E()";
 
 // Product lengths of a level: A x (p by q words) and x e (q by q + 1 words, both with guards).
-u64 level_work_bytes(u64 p, u64 threads) {
+u64 level_work_bytes(u64 p, const km_MULv3::Context& context) {
   const u64 q = newton::lower_level(p);
-  return std::max(product_work_bytes(p, q, threads), product_work_bytes(q, q + 1, threads));
+  return std::max(product_work_bytes(p, q, context), product_work_bytes(q, q + 1, context));
 }
 
 int set_first_estimate(kob_cdi_GFP& T, const kob_cdi_GFP& A) {
@@ -71,9 +71,9 @@ int kcm_rcp_B(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_GF
   return reciprocal(context, T, A, p, work, PL, product_work, meter, p);
 }
 
-u64 kcm_rcp_work_bytes(u64 p, u64 threads) {
+u64 kcm_rcp_work_bytes(u64 p, const km_MULv3::Context& context) {
   u64 bytes = 0;
-  for (; p > 0; p = newton::lower_level(p)) bytes = std::max(bytes, level_work_bytes(p, threads));
+  for (; p > 0; p = newton::lower_level(p)) bytes = std::max(bytes, level_work_bytes(p, context));
   return bytes;
 }
 

@@ -196,6 +196,17 @@ void kob_cdi_EFPh::set_inverse_fsqr(const Transform& TA, void* scratch) {
   L = n - (T[n - 1] == 0);
 }
 
+void kob_cdi_EFPh::set_product(const km_MULv3::Context& context, const kob_cdi_EFPh& A, const kob_cdi_EFPh& B,
+                               void* work) {
+  const u64 n = A.L + B.L;
+  require_space(n, AL, "kob_cdi_EFPh::set_product()");
+  T = buffer;
+  hash = residue::mul(A.hash, B.hash);
+  km_MULv3::multiply(context, T, A.T, A.L, B.T, B.L, work);
+  exp = A.exp + B.exp;
+  L = n - (T[n - 1] == 0);
+}
+
 void kob_cdi_EFPh::dump() const {
   Console::print("exp =  ");
   Console::print_s64(exp);

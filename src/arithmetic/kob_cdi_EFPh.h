@@ -64,6 +64,9 @@ public:
   // Fatal: mismatching parameters, a product longer than the transform holds, too little room.
   void set_inverse_fmul(const Transform& TA, const Transform& TB, void* scratch);
   void set_inverse_fsqr(const Transform& TA, void* scratch);
+  // This = A * B through the algorithm table, without kept transforms.
+  // work: km_MULv3::memory_cost(A.L + B.L, context.threads, context.reduced_memory) bytes.
+  void set_product(const km_MULv3::Context& context, const kob_cdi_EFPh& A, const kob_cdi_EFPh& B, void* work);
 
   // Keeps the top n words (when there are more); the error is below one unit of the last word kept.
   // The residue of the words dropped is taken off the hash, so a fault in the words kept stays visible.

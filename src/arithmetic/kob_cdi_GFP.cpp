@@ -167,8 +167,8 @@ namespace {
 struct ProductPlacement {
   u64* product;
   void* work;
-  ProductPlacement(Layout& layout, u64 n, u64 threads)
-      : product(layout.take<u64>(n)), work(layout.take_bytes(km_MULv3::memory_cost(n, threads))) {}
+  ProductPlacement(Layout& layout, u64 n, const km_MULv3::Context& context)
+      : product(layout.take<u64>(n)), work(layout.take_bytes(km_MULv3::memory_cost(n, context.threads, context.reduced_memory))) {}
 };
 
 void keep_product(kob_cdi_GFP& R, const u64* product, u64 n, s64 exp, s32 sign, u64 p) {
@@ -181,9 +181,9 @@ void keep_product(kob_cdi_GFP& R, const u64* product, u64 n, s64 exp, s32 sign, 
 
 } // namespace
 
-u64 product_work_bytes(u64 pa, u64 pb, u64 threads) {
+u64 product_work_bytes(u64 pa, u64 pb, const km_MULv3::Context& context) {
   Layout layout;
-  ProductPlacement(layout, pa + pb + 4, threads);
+  ProductPlacement(layout, pa + pb + 4, context);
   return layout.used();
 }
 
@@ -191,8 +191,8 @@ void set_product(const km_MULv3::Context& context, kob_cdi_GFP& R, const kob_cdi
                  const kob_cdi_GFP& B, u64 pb, u64 p, void* work) {
   const u64 na = std::min(A.L, pa + 2), nb = std::min(B.L, pb + 2);
   if (na == 0 || nb == 0) return R.set_zero();
-  Layout layout(work, product_work_bytes(pa, pb, context.threads));
-  const ProductPlacement place(layout, pa + pb + 4, context.threads);
+  Layout layout(work, product_work_bytes(pa, pb, context));
+  const ProductPlacement place(layout, pa + pb + 4, context);
   const u64 *a = A.T + (A.L - na), *b = B.T + (B.L - nb);
   km_MULv3::multiply(context, place.product, a, na, b, nb, place.work);
   check_product_residue(residue::hash_words(a, na), residue::hash_words(b, nb), place.product, na + nb);
@@ -204,8 +204,8 @@ void set_square(const km_MULv3::Context& context, kob_cdi_GFP& R, const kob_cdi_
                 void* work) {
   const u64 na = std::min(A.L, pa + 2);
   if (na == 0) return R.set_zero();
-  Layout layout(work, product_work_bytes(pa, pa, context.threads));
-  const ProductPlacement place(layout, pa + pa + 4, context.threads);
+  Layout layout(work, product_work_bytes(pa, pa, context));
+  const ProductPlacement place(layout, pa + pa + 4, context);
   const u64* a = A.T + (A.L - na);
   km_MULv3::square(context, place.product, a, na, place.work);
   const u64 hash = residue::hash_words(a, na);

@@ -52,15 +52,15 @@ public:
 };
 
 // Bytes of work for set_product: the full product of pa + 2 by pb + 2 words and what it needs.
-u64 product_work_bytes(u64 pa, u64 pb, u64 threads);
+u64 product_work_bytes(u64 pa, u64 pb, const km_MULv3::Context& context);
 
 // R = A * B where A is first kept to pa and B to pb words (each with two guard words), kept to p words.
 // The product is checked by residues (kc_BSRModularCheckFailed). R's buffer may be that of neither operand's
 // words while they are read, but may be reused: the product is formed in `work` and copied last.
-// work: product_work_bytes(pa, pb, threads) bytes, 64-byte aligned. R.AL >= min(p + 2, length of product).
+// work: product_work_bytes(pa, pb, context) bytes, 64-byte aligned. R.AL >= min(p + 2, length of product).
 void set_product(const km_MULv3::Context& context, kob_cdi_GFP& R, const kob_cdi_GFP& A, u64 pa,
                  const kob_cdi_GFP& B, u64 pb, u64 p, void* work);
-// R = A * A likewise; work: product_work_bytes(pa, pa, threads).
+// R = A * A likewise; work: product_work_bytes(pa, pa, context).
 void set_square(const km_MULv3::Context& context, kob_cdi_GFP& R, const kob_cdi_GFP& A, u64 pa, u64 p, void* work);
 
 } // namespace kelvane

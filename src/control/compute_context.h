@@ -24,7 +24,6 @@ struct ComputeContext {
   EventLog& events;
   FinishResult& result;
   RunFaults faults;
-  bool reduced_memory = false;
   double compute_end = 0; // wall clock when the constant itself was computed
 };
 

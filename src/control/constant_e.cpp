@@ -47,9 +47,9 @@ u64 kcr_Constant_E::get_memory_B(s32 algorithm, const MemoryQuery& query, Memory
   MemoryPlan plan;
   plan.allocate(sizes.result * sizeof(u64));
   plan.allocate(sizes.series * sizeof(u64));
-  plan.step(e_series_work_bytes(series, sizes.p, query.threads));
+  plan.step(e_series_work_bytes(series, sizes.p, query_context(query)));
   plan.allocate(number_words(sizes.p) * sizeof(u64));
-  plan.step(division_bytes(sizes.p, query.threads));
+  plan.step(division_bytes(sizes.p, query_context(query)));
   plan.release(number_words(sizes.p) * sizeof(u64));
   plan.release(sizes.series * sizeof(u64));
   plan_finish(plan, query);
@@ -61,7 +61,7 @@ void kcr_Constant_E::run_B(s32 algorithm, ComputeContext& context) const {
   if (algorithm != 0 && algorithm != 1) return;
   const Series_E_Taylor series(algorithm == 1);
   const Sizes sizes(series, context.settings.precision_words);
-  const u64 p = sizes.p, threads = context.multiply.threads;
+  const u64 p = sizes.p;
   const HeapBlock result(context.heap, sizes.result * sizeof(u64));
   kob_cdi_GFP e;
   e.attach(result.words(), sizes.result);
@@ -72,7 +72,7 @@ void kcr_Constant_E::run_B(s32 algorithm, ComputeContext& context) const {
     Q.attach(q_block.words(), sizes.series);
     begin_phase(context, "Summing Series");
     {
-      const u64 bytes = e_series_work_bytes(series, p, threads);
+      const u64 bytes = e_series_work_bytes(series, p, context.multiply);
       const HeapBlock work(context.heap, bytes);
       sum_series_e(series, p, {context.multiply, context.faults.series}, P, Q, work.data());
     }
@@ -84,7 +84,7 @@ void kcr_Constant_E::run_B(s32 algorithm, ComputeContext& context) const {
     kob_cdi_GFP T;
     T.attach(t_block.words(), number_words(p));
     {
-      const HeapBlock work(context.heap, division_bytes(p, threads));
+      const HeapBlock work(context.heap, division_bytes(p, context.multiply));
       if (algorithm == 0) P.add_in_place(Q);
       else P.reverse_sub_in_place(Q);
       const kob_cdi_EFPh* sum[] = {&P};

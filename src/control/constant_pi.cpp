@@ -67,19 +67,21 @@ std::string kcr_Constant_Pi::get_algorithm_description(s32 algorithm) const {
 u64 kcr_Constant_Pi::get_memory_B(s32 algorithm, const MemoryQuery& query, MemoryFigure* result) const {
   if (!known(algorithm)) return 0;
   if (result == nullptr) return 1;
-  const u64 p = run_precision(query.precision_words), threads = query.threads;
+  const u64 p = run_precision(query.precision_words);
+  const bool reduced = FORMULAS[algorithm].reduced_memory;
+  const km_MULv3::Context multiply = query_context(query, reduced);
   const u64 slot = slot_words(p) * sizeof(u64);
   MemoryPlan plan;
   plan.allocate(slot);
   plan.allocate(slot);
-  plan.step(sum_work_bytes(*make_series(algorithm), p, threads));
+  plan.step(sum_work_bytes(*make_series(algorithm), p, multiply));
   plan.allocate(slot);
-  plan.step(division_bytes(p, threads));
+  plan.step(division_bytes(p, multiply));
   plan.release(slot);
-  plan.step(inverse_square_root_bytes(p, threads));
-  plan.step(product_work_bytes(p, p, threads));
+  plan.step(inverse_square_root_bytes(p, multiply));
+  plan.step(product_work_bytes(p, p, multiply));
   plan.release(slot);
-  plan_finish(plan, query);
+  plan_finish(plan, query, reduced);
   *result = memory_figure(plan, query);
   return result->total();
 }
@@ -88,9 +90,9 @@ void kcr_Constant_Pi::run_B(s32 algorithm, ComputeContext& context) const {
   if (!known(algorithm)) return;
   const Formula& formula = FORMULAS[algorithm];
   const std::unique_ptr<kc_BSS_P2B3_Type0> series = make_series(algorithm);
-  const u64 p = run_precision(context.settings.precision_words), threads = context.multiply.threads;
+  const u64 p = run_precision(context.settings.precision_words);
   const u64 words = slot_words(p);
-  context.reduced_memory = formula.reduced_memory;
+  context.multiply.reduced_memory = formula.reduced_memory;
 
   const HeapBlock slot0(context.heap, words * sizeof(u64));
   kob_cdi_GFP pi;
@@ -104,7 +106,7 @@ void kcr_Constant_Pi::run_B(s32 algorithm, ComputeContext& context) const {
       R.attach(slot1.words(), words);
       begin_phase(context, "Summing Series");
       {
-        const HeapBlock work(context.heap, sum_work_bytes(*series, p, threads));
+        const HeapBlock work(context.heap, sum_work_bytes(*series, p, context.multiply));
         sum_series_P2B3(*series, p, {context.multiply, context.faults.series}, Q, R, work.data());
       }
       end_phase();
@@ -119,7 +121,7 @@ void kcr_Constant_Pi::run_B(s32 algorithm, ComputeContext& context) const {
       const kob_cdi_EFPh* sum[] = {&D};
       modular_redundancy_check(sum, 1, 0, series->terms(p));
       quotient.attach(slot1.words(), words); // R is not needed any more
-      const HeapBlock work(context.heap, division_bytes(p, threads));
+      const HeapBlock work(context.heap, division_bytes(p, context.multiply));
       divide(context.multiply, quotient, as_GFP(Q), as_GFP(D), p, work.data());
       end_phase();
     }
@@ -129,7 +131,7 @@ void kcr_Constant_Pi::run_B(s32 algorithm, ComputeContext& context) const {
     begin_phase(context, "Final Multiply");
     Console::print("Final Multiply...\n");
     {
-      const HeapBlock work(context.heap, product_work_bytes(p, p, threads));
+      const HeapBlock work(context.heap, product_work_bytes(p, p, context.multiply));
       Console::Progress progress("Mutiplying: ", newton::product_cost(2 * p));
       km_MULv3::Context multiply = context.multiply;
       multiply.progress = &progress;

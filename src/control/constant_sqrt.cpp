@@ -44,7 +44,7 @@ u64 kcr_Constant_Sqrt::get_memory_B(s32 algorithm, const MemoryQuery& query, Mem
   const u64 p = run_precision(query.precision_words);
   MemoryPlan plan;
   plan.allocate(number_words(p) * sizeof(u64));
-  plan.step(inverse_square_root_bytes(p, query.threads));
+  plan.step(inverse_square_root_bytes(p, query_context(query)));
   plan_finish(plan, query);
   *result = memory_figure(plan, query);
   return result->total();

@@ -16,26 +16,26 @@ struct RootPlacement {
   u64 PL;
   u64* work;
   void* product_work;
-  RootPlacement(Layout& layout, u64 p, u64 threads)
+  RootPlacement(Layout& layout, u64 p, const km_MULv3::Context& context)
       : PL(newton::temporary_words(p)), work(layout.take<u64>(PL)),
-        product_work(layout.take_bytes(kcm_invsqrt_work_bytes(p, threads))) {}
+        product_work(layout.take_bytes(kcm_invsqrt_work_bytes(p, context))) {}
 };
 
 } // namespace
 
-u64 inverse_square_root_bytes(u64 p, u64 threads) {
+u64 inverse_square_root_bytes(u64 p, const km_MULv3::Context& context) {
   Layout layout;
-  RootPlacement(layout, p, threads);
+  RootPlacement(layout, p, context);
   return layout.used();
 }
 
 void inverse_square_root(ComputeContext& context, kob_cdi_GFP& T, u64 x, u64 p) {
   begin_phase(context, "InvSqrt");
   Console::print("InvSqrt...\n");
-  const u64 threads = context.multiply.threads, bytes = inverse_square_root_bytes(p, threads);
+  const u64 bytes = inverse_square_root_bytes(p, context.multiply);
   const HeapBlock block(context.heap, bytes);
   Layout layout(block.data(), bytes);
-  const RootPlacement place(layout, p, threads);
+  const RootPlacement place(layout, p, context.multiply);
   int status = 0;
   {
     Console::Progress progress("Iterating: ", kcm_invsqrt_cost(p));
@@ -99,8 +99,9 @@ void finish(ComputeContext& context, kob_cdi_GFP& x) {
   finish_and_output(context.multiply, context.heap, input, context.result, hooks);
 }
 
-void plan_finish(MemoryPlan& plan, const MemoryQuery& query) {
-  plan.step(finish_memory_bytes(query.decimal_digits, query.hexadecimal_digits, fraction_words(query), query.threads));
+void plan_finish(MemoryPlan& plan, const MemoryQuery& query, bool reduced_memory) {
+  plan.step(finish_memory_bytes(query.decimal_digits, query.hexadecimal_digits, fraction_words(query), query.threads,
+                                reduced_memory));
 }
 
 MemoryFigure memory_figure(const MemoryPlan& plan, const MemoryQuery& query) {

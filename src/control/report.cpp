@@ -141,7 +141,9 @@ void write_report(const ComputeSettings& settings, const RunRecord& record) {
   try {
     write_whole_file(path, report_text(settings, record));
     Console::print("Report:  ");
-    Console::print_colored(path_to_narrow(full_path(path)) + "\n", 'G');
+    Console::set_color_green(true);
+    Console::print(full_path(path) + L"\n");
+    Console::set_color_white();
   } catch (const km_exception& e) {
     print_exception(e);
   }

@@ -39,12 +39,12 @@ struct Placement {
   char* staging; // the writer's
   u64 block_words, staging_bytes;
 
-  Placement(Layout& layout, u64 D, u64 H, u64 n, u64 threads) {
+  Placement(Layout& layout, u64 D, u64 H, u64 n, u64 threads, bool reduced_memory) {
     const u64 W = CBRv2::output_words(D);
     out = layout.take<u64>(W);
     Layout converting = layout, verifying = layout, writing = layout;
-    conversion = converting.take_bytes(CBRv2::convert_scratch_bytes(W, n, threads));
-    verification = verifying.take_bytes(CBRv2::verify_scratch_bytes(W, n, threads));
+    conversion = converting.take_bytes(CBRv2::convert_scratch_bytes(W, n, threads, reduced_memory));
+    verification = verifying.take_bytes(CBRv2::verify_scratch_bytes(W, n, threads, reduced_memory));
     block_words = std::min(std::max(W, n), BLOCK_WORDS);
     staging_bytes = std::min(std::max(D, H), STAGING_BYTES);
     digits = writing.take<char>(block_words * CVN::DECIMAL_DIGITS);
@@ -275,19 +275,20 @@ void Finish::verify() {
 
 } // namespace
 
-u64 finish_memory_bytes(u64 decimal_digits, u64 hexadecimal_digits, u64 fraction_words, u64 threads) {
+u64 finish_memory_bytes(u64 decimal_digits, u64 hexadecimal_digits, u64 fraction_words, u64 threads,
+                        bool reduced_memory) {
   Layout layout;
-  const Placement at(layout, decimal_digits, hexadecimal_digits, fraction_words, threads);
+  const Placement at(layout, decimal_digits, hexadecimal_digits, fraction_words, threads, reduced_memory);
   return layout.used();
 }
 
 void finish_and_output(const km_MULv3::Context& context, Heap& heap, const FinishInput& input,
                        FinishResult& result, const FinishHooks& hooks) {
   const u64 D = input.decimal_digits, H = input.hexadecimal_digits, n = input.fraction_words;
-  const u64 bytes = finish_memory_bytes(D, H, n, context.threads);
+  const u64 bytes = finish_memory_bytes(D, H, n, context.threads, context.reduced_memory);
   const HeapBlock block(heap, bytes);
   Layout layout(block.data(), bytes);
-  const Placement at(layout, D, H, n, context.threads);
+  const Placement at(layout, D, H, n, context.threads, context.reduced_memory);
   Finish(context, input, result, hooks, at).run();
 }
 

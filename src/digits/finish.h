@@ -57,7 +57,8 @@ struct FinishHooks {
 };
 
 // Bytes of the one block that finish_and_output takes from its heap with allocate_aligned.
-u64 finish_memory_bytes(u64 decimal_digits, u64 hexadecimal_digits, u64 fraction_words, u64 threads);
+u64 finish_memory_bytes(u64 decimal_digits, u64 hexadecimal_digits, u64 fraction_words, u64 threads,
+                        bool reduced_memory = false);
 
 // Throws "Base Conversion Failed: Checksum Mismatch" when the digits do not have the residue of the
 // binary result, and the writers' errors.

@@ -36,8 +36,8 @@ class Faults {
 };
 
 // Bytes of scratch, 64-byte aligned, that the calls below need.
-u64 convert_scratch_bytes(u64 W, u64 n, u64 threads);
-u64 verify_scratch_bytes(u64 W, u64 n, u64 threads);
+u64 convert_scratch_bytes(u64 W, u64 n, u64 threads, bool reduced_memory = false);
+u64 verify_scratch_bytes(u64 W, u64 n, u64 threads, bool reduced_memory = false);
 
 // Estimated work (nanoseconds of one thread), in the units that the calls add to context.progress.
 double convert_cost(u64 W, u64 n, u64 threads);

@@ -17,8 +17,8 @@ constexpr u64 TASKS_PER_THREAD = 4;    // so that threads which do not divide th
 // The largest needs of a set of products that use the same buffers one after another.
 struct Needs {
   u64 work = 0, product = 0;
-  void include(u64 words, u64 threads) {
-    work = std::max(work, km_MULv3::product_cost(words, threads));
+  void include(u64 words, const km_MULv3::Context& context) {
+    work = std::max(work, km_MULv3::memory_cost(words, context.threads, context.reduced_memory));
     product = std::max(product, words);
   }
   ProductBuffers place(Layout& layout) const { return {layout.take_bytes(work), layout.take<u64>(product)}; }
@@ -50,8 +50,10 @@ Plan kmp_CBRv2_ci_btrf_ap_make(u64 W, const km_MULv3::Context& context) {
   if (context.threads < 1 || context.threads > 256 || plan.workers != plan.threads ||
       plan.levels >= Plan::MOST_LEVELS)
     throw km_exception(ERROR_INVALID_PARAMETERS, "kmp_CBRv2_ci_btrf_ap_make(): Thread Inconsistancy");
-  plan.wide = {context.tables, plan.threads, context.progress};
-  plan.narrow = {context.tables, 1, context.progress};
+  plan.wide = plan.narrow = context;
+  plan.wide.threads = plan.threads;
+  plan.narrow.threads = 1;
+  plan.narrow.reduced_memory = false;
   return plan;
 }
 
@@ -83,19 +85,19 @@ Workspace::Workspace(Layout& layout, const Plan& plan) {
   phase([&](Layout& branch) {
     Needs needs;
     for (u64 level = 1; level < plan.levels; ++level)
-      needs.include(Plan::square_words(plan.span(level + 1)), plan.threads);
+      needs.include(Plan::square_words(plan.span(level + 1)), plan.wide);
     squaring = needs.place(branch);
   });
   phase([&](Layout& branch) {
     Needs needs;
-    for (u64 level = 0; level < plan.fork; ++level) needs.include(plan.product_words(level), plan.threads);
+    for (u64 level = 0; level < plan.fork; ++level) needs.include(plan.product_words(level), plan.wide);
     std::fill(power_transforms, power_transforms + plan.fork, nullptr);
     wide = needs.place(branch);
   });
   phase([&](Layout& branch) {
     Needs needs;
     for (u64 level = plan.fork; level < plan.levels; ++level) {
-      needs.include(plan.product_words(level), 1);
+      needs.include(plan.product_words(level), plan.narrow);
       // One of the two transforms in a product's cost, and half of its scratch with it.
       power_transforms[level] = branch.take_bytes(km_MULv3::product_cost(plan.product_words(level), 1) / 2);
     }

@@ -68,22 +68,21 @@ struct Plan {
   u64 longest_fraction(u64 level) const { return fraction_words(span(level) + OVERLAP); }
   u64 product_words(u64 level) const { return longest_fraction(level) + power_words(span(level + 1)); }
   const km_MULv3::Context& context(u64 level) const { return level < fork ? wide : narrow; }
+  // With reduced memory the wide levels keep no transforms: each product stands for itself.
+  bool keeps_transform(u64 level) const { return level >= fork || !wide.reduced_memory; }
   km_MULv3::abstract_btp* product(u64 level, km_MULv3::btp_storage* storage) const {
     return km_MULv3::select(product_words(level), context(level), storage);
   }
-  // The record for squaring R^n.
+  // Words of the square of R^n.
   static constexpr u64 square_words(u64 n) { return 2 * power_words(n); }
-  km_MULv3::abstract_btp* square(u64 n, km_MULv3::btp_storage* storage) const {
-    return km_MULv3::select(square_words(n), wide, storage);
-  }
 };
 
 // Plan for W >= 1 words; refuses a thread count that does not divide over the tree with
 // "kmp_CBRv2_ci_btrf_ap_make(): Thread Inconsistancy".
 Plan kmp_CBRv2_ci_btrf_ap_make(u64 W, const km_MULv3::Context& context);
 
-// Memory of one product at a time: `work` for the transforms of both factors and the record's
-// scratch, as km_MULv3 counts them, and the product itself.
+// Memory of one product at a time: `work`, as km_MULv3 counts it (for a kept transform: those of both
+// factors and the record's scratch), and the product itself.
 struct ProductBuffers {
   void* work;
   u64* product;

@@ -168,11 +168,7 @@ bool Conversion::make_powers() {
       // (R^S)^2: the zero bits of the half power double and may now fill one more word.
       const Power& half = powers_[level + 1];
       const ProductBuffers& b = space_.squaring;
-      const abstract_btp& record = *plan_.square(plan_.span(level + 2), &power.storage);
-      const WorkAreas areas(record, Plan::square_words(plan_.span(level + 2)), plan_.threads);
-      u8* const work = static_cast<u8*>(b.work);
-      record.forward(work, space_.powers[level + 1], half.length, work + areas.scratch);
-      record.inverse_fsqr(b.product, 2 * half.length, work, work + areas.scratch);
+      km_MULv3::square(plan_.wide, b.product, space_.powers[level + 1], half.length, b.work);
       const u64 skip = power.zeros - 2 * half.zeros;
       // A word beyond the bound could only be an error; it is left out and fails the residue.
       const u64 length = words::normalized_length(b.product + skip, 2 * half.length - skip);
@@ -192,6 +188,7 @@ bool Conversion::make_powers() {
 
 // The transform of a level's power, which all its nodes share. Their work areas are laid out alike.
 void Conversion::transform_power(u64 level, const ProductBuffers& buffers) {
+  if (!plan_.keeps_transform(level)) return;
   Power& power = powers_[level];
   power.record = plan_.product(level, &power.storage);
   const WorkAreas areas(*power.record, plan_.product_words(level), plan_.context(level).threads);
@@ -209,9 +206,14 @@ bool Conversion::cut(const Node& node, const ProductBuffers& buffers, Failure& f
   const u64* const fraction = fraction_end(node.slot) - l;
   const u64 n = l + power.length;
   const u64 fraction_hash = residue::hash_words(fraction, l);
-  u8* const work = static_cast<u8*>(buffers.work);
-  power.record->forward(work, fraction, l, work + power.scratch);
-  power.record->inverse_fmul(buffers.product, n, work, power.transform, work + power.scratch);
+  if (plan_.keeps_transform(node.level)) {
+    u8* const work = static_cast<u8*>(buffers.work);
+    power.record->forward_once(work, fraction, l, work + power.scratch);
+    power.record->inverse_fmul(buffers.product, n, work, power.transform, work + power.scratch);
+  } else {
+    km_MULv3::multiply(plan_.wide, buffers.product, fraction, l, space_.powers[node.level], power.length,
+                       buffers.work);
+  }
   if (visit(Faults::PRODUCT, buffers.product, n)) return false;
   const u64 expected = residue::mul(fraction_hash, power.hash);
   const u64 actual = residue::hash_words(buffers.product, n);
@@ -342,10 +344,10 @@ bool Conversion::run(const u64* fraction, u64 n) {
 
 } // namespace
 
-u64 convert_scratch_bytes(u64 W, u64 n, u64 threads) {
+u64 convert_scratch_bytes(u64 W, u64 n, u64 threads, bool reduced_memory) {
   static_cast<void>(n); // the work area holds the precision that W needs, whatever the input has
   if (W == 0) return 0;
-  const Plan plan = kmp_CBRv2_ci_btrf_ap_make(W, {nullptr, threads, nullptr});
+  const Plan plan = kmp_CBRv2_ci_btrf_ap_make(W, {nullptr, threads, nullptr, reduced_memory});
   Layout layout;
   const Workspace space(layout, plan);
   return layout.used();
@@ -354,7 +356,7 @@ u64 convert_scratch_bytes(u64 W, u64 n, u64 threads) {
 double convert_cost(u64 W, u64 n, u64 threads) {
   static_cast<void>(n);
   if (W == 0) return 0;
-  const Plan plan = kmp_CBRv2_ci_btrf_ap_make(W, {nullptr, threads, nullptr});
+  const Plan plan = kmp_CBRv2_ci_btrf_ap_make(W, {nullptr, threads, nullptr, false});
   double cost = leaf_cost(plan.base) * static_cast<double>(W) / static_cast<double>(plan.base);
   for (u64 level = 0; level < plan.levels; ++level) {
     const double nodes = static_cast<double>(W) / static_cast<double>(plan.span(level));
@@ -369,7 +371,7 @@ int convert(const km_MULv3::Context& context, u64* out, u64 W, const u64* fracti
             Faults* hook) {
   if (W == 0) return 0;
   const Plan plan = kmp_CBRv2_ci_btrf_ap_make(W, context);
-  Layout layout(scratch, convert_scratch_bytes(W, n, context.threads));
+  Layout layout(scratch, convert_scratch_bytes(W, n, context.threads, context.reduced_memory));
   const Workspace space(layout, plan);
   return Conversion(plan, space, out, hook).run(fraction, n) ? 0 : 1;
 }

@@ -58,14 +58,14 @@ struct FinalProduct {
 struct Placement {
   u64* power;
   u64* product; // of either phase
-  void* work;   // both transforms and the scratch of one product
+  void* work;   // of one product
 
-  Placement(Layout& layout, u64 W, u64 n, u64 threads) {
+  Placement(Layout& layout, u64 W, u64 n, u64 threads, bool reduced_memory) {
     power = layout.take<u64>(power_words(W));
     u64 product_words = 0, work_bytes = 0;
     const auto include = [&](u64 words, u64 more) {
       product_words = std::max(product_words, words + more);
-      work_bytes = std::max(work_bytes, km_MULv3::product_cost(words, threads));
+      work_bytes = std::max(work_bytes, km_MULv3::memory_cost(words, threads, reduced_memory));
     };
     for (u64 round = 1; round <= rounds(W); ++round) include(square_words(W, round), 1); // and the carry of R
     if (const FinalProduct last(W, n); last.words != 0) include(last.length(), 0);
@@ -108,13 +108,7 @@ u64 raise_power(const Context& context, u64 W, const Placement& at, u64* zeros) 
   *zeros = 0;
   for (u64 round = 1; round <= rounds(W); ++round) {
     show_power(context, length);
-    btp_storage storage;
-    const u64 words = square_words(W, round);
-    const abstract_btp& record = *km_MULv3::select(words, context, &storage);
-    const WorkAreas areas(record, words, context.threads);
-    u8* const work = static_cast<u8*>(at.work);
-    record.forward(work, at.power, length, work + areas.scratch);
-    record.inverse_fsqr(at.product, 2 * length, work, work + areas.scratch);
+    km_MULv3::square(context, at.product, at.power, length, at.work);
     u64 n = 2 * length;
     if (exponent_after(W, round) % 2 != 0) {
       at.product[n] = words::mul_word_in_place(at.product, n, RADIX);
@@ -134,10 +128,10 @@ u64 raise_power(const Context& context, u64 W, const Placement& at, u64* zeros) 
 
 } // namespace
 
-u64 verify_scratch_bytes(u64 W, u64 n, u64 threads) {
+u64 verify_scratch_bytes(u64 W, u64 n, u64 threads, bool reduced_memory) {
   if (W == 0 || n == 0) return 0;
   Layout layout;
-  const Placement at(layout, W, n, threads);
+  const Placement at(layout, W, n, threads, reduced_memory);
   return layout.used();
 }
 
@@ -151,8 +145,8 @@ int verify(const Context& context, u64 W, const u64* fraction, u64 n, u64* hash_
            Faults* hook) {
   *hash_out = 0;
   if (W == 0 || n == 0) return 0;
-  Layout layout(scratch, verify_scratch_bytes(W, n, context.threads));
-  const Placement at(layout, W, n, context.threads);
+  Layout layout(scratch, verify_scratch_bytes(W, n, context.threads, context.reduced_memory));
+  const Placement at(layout, W, n, context.threads, context.reduced_memory);
   const u64 expected_power = residue::pow(residue::reduce(RADIX), W);
 
   u64 zeros = 0;
@@ -167,15 +161,8 @@ int verify(const Context& context, u64 W, const u64* fraction, u64 n, u64* hash_
   u64 rest = 0;
   if (const FinalProduct last(W, n); last.words != 0) {
     length = std::min(length, last.words);
-    btp_storage storage;
-    const abstract_btp& record = *km_MULv3::select(last.length(), context, &storage);
-    const WorkAreas areas(record, last.length(), context.threads);
-    u8* const work = static_cast<u8*>(at.work);
-    record.forward(work, fraction, last.fraction, work + areas.scratch);
-    record.forward(work + areas.second_transform, at.power, length, work + areas.scratch);
     const u64 product_length = last.fraction + length;
-    record.inverse_fmul(at.product, product_length, work, work + areas.second_transform,
-                        work + areas.scratch);
+    km_MULv3::multiply(context, at.product, fraction, last.fraction, at.power, length, at.work);
     if (hook != nullptr && hook->visit(Faults::VERIFY_PRODUCT, at.product, product_length)) return 1;
     const u64 expected =
         residue::mul(residue::hash_words(fraction, last.fraction), residue::hash_words(at.power, length));

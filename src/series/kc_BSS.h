@@ -8,6 +8,7 @@
 // numbers (ANTS 1998).
 #pragma once
 
+#include "multiply/table/km_MULv3.h"
 #include "shell/types.h"
 
 namespace kelvane {
@@ -26,8 +27,8 @@ public:
 
   // Walks the schedule from the given segment to its end: the peak working memory of the recursion,
   // the size of the final integers and the temporary need of merging the segments, in words.
-  virtual void BSR_memory(const Schedule& schedule, u64 first_segment, u64 threads, u64* out_peak,
-                          u64* out_result, u64* out_temp) const = 0;
+  virtual void BSR_memory(const Schedule& schedule, u64 first_segment, const km_MULv3::Context& context,
+                          u64* out_peak, u64* out_result, u64* out_temp) const = 0;
   // Terms for a result of the given precision: the truncated series is off by less than 2^(-64 w).
   virtual u64 terms(u64 precision_words) const = 0;
   // ln of a bound on the integers of [0, x).

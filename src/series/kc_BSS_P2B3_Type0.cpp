@@ -87,9 +87,9 @@ namespace {
 struct MergePlacement {
   u64* second;
   void* work;
-  MergePlacement(Layout& layout, u64 product_words, u64 threads)
+  MergePlacement(Layout& layout, u64 product_words, const km_MULv3::Context& context)
       : second(layout.take<u64>(product_words + 1)),
-        work(layout.take_bytes(km_MULv3::memory_cost(product_words, threads))) {}
+        work(layout.take_bytes(km_MULv3::memory_cost(product_words, context.threads, context.reduced_memory))) {}
 };
 
 u64 longest(const kob_cdi_EFPh* x) { return std::max({x[0].L, x[1].L, x[2].L}); }
@@ -101,9 +101,9 @@ void add_or_sub(kob_cdi_EFPh& R, const kob_cdi_EFPh& x, bool subtract) {
 
 } // namespace
 
-u64 kc_BSS_P2B3_Type0::merge_bytes(u64 capacity, u64 threads) const {
+u64 kc_BSS_P2B3_Type0::merge_bytes(u64 capacity, const km_MULv3::Context& context) const {
   Layout layout;
-  MergePlacement(layout, 2 * capacity, threads);
+  MergePlacement(layout, 2 * capacity, context);
   return layout.used();
 }
 
@@ -115,8 +115,8 @@ double kc_BSS_P2B3_Type0::merge_cost(u64 words) const {
 void kc_BSS_P2B3_Type0::merge(const km_MULv3::Context& context, u64 a, u64 m, u64, const kob_cdi_EFPh* left,
                               const kob_cdi_EFPh* right, kob_cdi_EFPh* out, bool need_P, void* work) const {
   const u64 n = longest(left) + longest(right);
-  Layout layout(work, merge_bytes(std::max(left->AL, right->AL), context.threads));
-  const MergePlacement place(layout, n, context.threads);
+  Layout layout(work, merge_bytes(std::max(left->AL, right->AL), context));
+  const MergePlacement place(layout, n, context);
   kob_cdi_EFPh second;
   second.attach(place.second, n + 1);
 
@@ -156,42 +156,42 @@ struct SumPlacement {
 struct SegmentMergePlacement {
   u64 *first, *second;
   void* work;
-  SegmentMergePlacement(Layout& layout, u64 product_words, u64 threads)
+  SegmentMergePlacement(Layout& layout, u64 product_words, const km_MULv3::Context& context)
       : first(layout.take<u64>(product_words + 1)), second(layout.take<u64>(product_words + 1)),
-        work(layout.take_bytes(km_MULv3::memory_cost(product_words, threads))) {}
+        work(layout.take_bytes(km_MULv3::memory_cost(product_words, context.threads, context.reduced_memory))) {}
 };
 
-u64 segment_merge_bytes(u64 product_words, u64 threads) {
+u64 segment_merge_bytes(u64 product_words, const km_MULv3::Context& context) {
   Layout layout;
-  SegmentMergePlacement(layout, product_words, threads);
+  SegmentMergePlacement(layout, product_words, context);
   return layout.used();
 }
 
-u64 sum_area_bytes(const kc_BSS_P2B3_Type0& series, const Schedule& schedule, u64 first, u64 threads) {
+u64 sum_area_bytes(const kc_BSS_P2B3_Type0& series, const Schedule& schedule, u64 first, const km_MULv3::Context& context) {
   u64 bytes = 0;
   for (u64 i = first; i < schedule.count; i++) {
     const Segment& s = schedule.list[i];
-    const RecursionLevels levels = Recursion<kc_BSS_P2B3_Type0>::plan(series, s.begin, s.end, threads);
-    bytes = std::max(bytes, Recursion<kc_BSS_P2B3_Type0>::work_bytes(series, s.begin, s.end, threads, levels));
+    const RecursionLevels levels = Recursion<kc_BSS_P2B3_Type0>::plan(series, s.begin, s.end, context.threads);
+    bytes = std::max(bytes, Recursion<kc_BSS_P2B3_Type0>::work_bytes(series, s.begin, s.end, context, levels));
     if (i + 1 < schedule.count)
-      bytes = std::max(bytes, segment_merge_bytes(series.capacity(s.begin, s.end) + kept_words(s.remainder_precision), threads));
+      bytes = std::max(bytes, segment_merge_bytes(series.capacity(s.begin, s.end) + kept_words(s.remainder_precision), context));
   }
   return bytes;
 }
 
-SumPlacement place_sum(Layout& layout, const kc_BSS_P2B3_Type0& series, const Schedule& schedule, u64 threads) {
+SumPlacement place_sum(Layout& layout, const kc_BSS_P2B3_Type0& series, const Schedule& schedule, const km_MULv3::Context& context) {
   u64 capacity = 0;
   for (u64 i = 0; i < schedule.count; i++)
     capacity = std::max(capacity, series.capacity(schedule.list[i].begin, schedule.list[i].end));
-  return SumPlacement(layout, capacity, sum_area_bytes(series, schedule, 0, threads));
+  return SumPlacement(layout, capacity, sum_area_bytes(series, schedule, 0, context));
 }
 
 // (Q, R) <- segment merged with (Q, R) behind it, both kept to `keep` words.
 void merge_segment(const kc_BSS_P2B3_Type0& series, const SeriesContext& context, const Segment& s,
                    const kob_cdi_EFPh* segment, kob_cdi_EFPh& Q, kob_cdi_EFPh& R, u64 keep, void* area) {
   const u64 n = longest(segment) + std::max(Q.L, R.L);
-  Layout layout(area, segment_merge_bytes(n, context.multiply.threads));
-  const SegmentMergePlacement place(layout, n, context.multiply.threads);
+  Layout layout(area, segment_merge_bytes(n, context.multiply));
+  const SegmentMergePlacement place(layout, n, context.multiply);
   kob_cdi_EFPh first, second;
   first.attach(place.first, n + 1);
   second.attach(place.second, n + 1);
@@ -228,9 +228,9 @@ double schedule_cost(const kc_BSS_P2B3_Type0& series, const Schedule& schedule) 
 
 } // namespace
 
-void kc_BSS_P2B3_Type0::BSR_memory(const Schedule& schedule, u64 first_segment, u64 threads, u64* out_peak,
+void kc_BSS_P2B3_Type0::BSR_memory(const Schedule& schedule, u64 first_segment, const km_MULv3::Context& context, u64* out_peak,
                                    u64* out_result, u64* out_temp) const {
-  *out_peak = sum_area_bytes(*this, schedule, first_segment, threads) / sizeof(u64);
+  *out_peak = sum_area_bytes(*this, schedule, first_segment, context) / sizeof(u64);
   *out_result = kept_words(first_segment == 0 ? schedule.precision_words
                                               : schedule.list[first_segment - 1].remainder_precision);
   *out_temp = 3 * (schedule.largest_segment(first_segment) + CAPACITY_GUARD);
@@ -238,10 +238,10 @@ void kc_BSS_P2B3_Type0::BSR_memory(const Schedule& schedule, u64 first_segment, 
 
 u64 sum_capacity(u64 precision_words) { return kept_words(precision_words); }
 
-u64 sum_work_bytes(const kc_BSS_P2B3_Type0& series, u64 precision_words, u64 threads) {
+u64 sum_work_bytes(const kc_BSS_P2B3_Type0& series, u64 precision_words, const km_MULv3::Context& context) {
   const Schedule schedule = build_schedule(series, precision_words);
   Layout layout;
-  place_sum(layout, series, schedule, threads);
+  place_sum(layout, series, schedule, context);
   return layout.used();
 }
 
@@ -260,8 +260,8 @@ void sum_series_P2B3(const kc_BSS_P2B3_Type0& series, u64 precision_words, const
   Console::Progress progress("Summing: ", schedule_cost(series, schedule), 87);
   SeriesContext inner = context;
   inner.multiply.progress = &progress;
-  Layout layout(work, sum_work_bytes(series, precision_words, threads));
-  const SumPlacement place = place_sum(layout, series, schedule, threads);
+  Layout layout(work, sum_work_bytes(series, precision_words, context.multiply));
+  const SumPlacement place = place_sum(layout, series, schedule, context.multiply);
   kob_cdi_EFPh segment[3];
 
   for (u64 i = schedule.count; i-- > 0;) {

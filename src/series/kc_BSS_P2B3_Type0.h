@@ -30,7 +30,7 @@ public:
   const u64 memory_overhead;    // words, as listed among the build's options
   const u64 end_threshold;      // words: ranges below it are finished by the leaf routine
 
-  void BSR_memory(const Schedule& schedule, u64 first_segment, u64 threads, u64* out_peak, u64* out_result,
+  void BSR_memory(const Schedule& schedule, u64 first_segment, const km_MULv3::Context& context, u64* out_peak, u64* out_result,
                   u64* out_temp) const override;
   virtual void term(u64 k, SeriesTerm& t) const = 0; // k >= 1
 
@@ -39,7 +39,7 @@ public:
   u64 capacity(u64 a, u64 b) const { return range_words(a, b) + CAPACITY_GUARD; }
   bool is_leaf(u64 a, u64 b) const { return b - a == 1 || range_words(a, b) < end_threshold; }
   void leaf(u64 a, u64 b, kob_cdi_EFPh* out) const;
-  u64 merge_bytes(u64 capacity, u64 threads) const;
+  u64 merge_bytes(u64 capacity, const km_MULv3::Context& context) const;
   void merge(const km_MULv3::Context& context, u64 a, u64 m, u64 b, const kob_cdi_EFPh* left,
              const kob_cdi_EFPh* right, kob_cdi_EFPh* out, bool need_P, void* work) const;
   double merge_cost(u64 words) const;
@@ -61,7 +61,7 @@ private:
 // Prints "Summing Series...  ", the number of terms, and shows the meter "Summing: ". Throws
 // kc_BSRModularCheckFailed when a check fails.
 u64 sum_capacity(u64 precision_words);
-u64 sum_work_bytes(const kc_BSS_P2B3_Type0& series, u64 precision_words, u64 threads);
+u64 sum_work_bytes(const kc_BSS_P2B3_Type0& series, u64 precision_words, const km_MULv3::Context& context);
 void sum_series_P2B3(const kc_BSS_P2B3_Type0& series, u64 precision_words, const SeriesContext& context,
                      kob_cdi_EFPh& Q, kob_cdi_EFPh& R, void* work);
 

@@ -38,7 +38,7 @@ inline constexpr u64 PROGRESS_WORDS = 64;
 //   u64 capacity(a, b) const                          words of each of the range's integers, guard words included
 //   bool is_leaf(a, b) const
 //   void leaf(a, b, kob_cdi_EFPh* out) const
-//   u64 merge_bytes(capacity, threads) const          work of merging two halves of that capacity
+//   u64 merge_bytes(capacity, context) const          work of merging two halves of that capacity
 //   void merge(context, a, m, b, left, right, out, need_first, work) const
 //   double merge_cost(words) const                    for progress
 // need_first tells whether out[0] is used by anybody; on the right spine it is not.
@@ -64,14 +64,16 @@ public:
   }
 
   // Bytes of work for run() over [a, b).
-  static u64 work_bytes(const Shape& shape, u64 a, u64 b, u64 threads, RecursionLevels levels) {
+  static u64 work_bytes(const Shape& shape, u64 a, u64 b, const km_MULv3::Context& context,
+                        RecursionLevels levels) {
     if (shape.is_leaf(a, b)) return 0;
     Layout layout;
     const Placement place(layout, shape, a, b);
     const bool fork = levels.serial == 0 && levels.forked > 0;
-    const u64 child_threads = fork ? (threads + 1) / 2 : child_thread_count(threads, levels);
-    const u64 child = aligned(work_bytes(shape, place.m, b, child_threads, below(levels)));
-    return layout.used() + std::max(fork ? 2 * child : child, shape.merge_bytes(place.capacity, threads));
+    km_MULv3::Context inner = context;
+    inner.threads = fork ? (context.threads + 1) / 2 : child_thread_count(context.threads, levels);
+    const u64 child = aligned(work_bytes(shape, place.m, b, inner, below(levels)));
+    return layout.used() + std::max(fork ? 2 * child : child, shape.merge_bytes(place.capacity, context));
   }
 
   // out[0, INTEGERS) <- the integers of [a, b). Throws kc_BSRModularCheckFailed.

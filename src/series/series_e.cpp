@@ -57,15 +57,15 @@ namespace {
 
 struct MergePlacement {
   void* work;
-  MergePlacement(Layout& layout, u64 product_words, u64 threads)
-      : work(layout.take_bytes(km_MULv3::memory_cost(product_words, threads))) {}
+  MergePlacement(Layout& layout, u64 product_words, const km_MULv3::Context& context)
+      : work(layout.take_bytes(km_MULv3::memory_cost(product_words, context.threads, context.reduced_memory))) {}
 };
 
 } // namespace
 
-u64 Series_E_Taylor::merge_bytes(u64 capacity, u64 threads) const {
+u64 Series_E_Taylor::merge_bytes(u64 capacity, const km_MULv3::Context& context) const {
   Layout layout;
-  MergePlacement(layout, 2 * capacity, threads);
+  MergePlacement(layout, 2 * capacity, context);
   return layout.used();
 }
 
@@ -77,8 +77,8 @@ double Series_E_Taylor::merge_cost(u64 words) const {
 void Series_E_Taylor::merge(const km_MULv3::Context& context, u64 a, u64 m, u64, const kob_cdi_EFPh* left,
                             const kob_cdi_EFPh* right, kob_cdi_EFPh* out, bool, void* work) const {
   const u64 n = std::max(left[0].L, left[1].L) + right[1].L;
-  Layout layout(work, merge_bytes(std::max(left->AL, right->AL), context.threads));
-  const MergePlacement place(layout, n, context.threads);
+  Layout layout(work, merge_bytes(std::max(left->AL, right->AL), context));
+  const MergePlacement place(layout, n, context);
   SharedProducts products(context, n, place.work);
   products.keep(right[1]);
   products.multiply(out[1], left[1]); // Ql Qr
@@ -87,10 +87,10 @@ void Series_E_Taylor::merge(const km_MULv3::Context& context, u64 a, u64 m, u64,
   else out[0].add_in_place(right[0]);
 }
 
-void Series_E_Taylor::BSR_memory(const Schedule& schedule, u64, u64 threads, u64* out_peak, u64* out_result,
+void Series_E_Taylor::BSR_memory(const Schedule& schedule, u64, const km_MULv3::Context& context, u64* out_peak, u64* out_result,
                                  u64* out_temp) const {
   const u64 N = schedule.terms;
-  *out_peak = Tree::work_bytes(*this, 1, N, threads, Tree::plan(*this, 1, N, threads)) / sizeof(u64);
+  *out_peak = Tree::work_bytes(*this, 1, N, context, Tree::plan(*this, 1, N, context.threads)) / sizeof(u64);
   *out_result = capacity(1, N);
   *out_temp = 0;
 }
@@ -99,9 +99,9 @@ u64 e_series_capacity(const Series_E_Taylor& series, u64 precision_words) {
   return series.capacity(1, series.terms(precision_words));
 }
 
-u64 e_series_work_bytes(const Series_E_Taylor& series, u64 precision_words, u64 threads) {
+u64 e_series_work_bytes(const Series_E_Taylor& series, u64 precision_words, const km_MULv3::Context& context) {
   const u64 N = series.terms(precision_words);
-  return Tree::work_bytes(series, 1, N, threads, Tree::plan(series, 1, N, threads));
+  return Tree::work_bytes(series, 1, N, context, Tree::plan(series, 1, N, context.threads));
 }
 
 void sum_series_e(const Series_E_Taylor& series, u64 precision_words, const SeriesContext& context,
@@ -118,7 +118,7 @@ void sum_series_e(const Series_E_Taylor& series, u64 precision_words, const Seri
   kob_cdi_EFPh out[2] = {P, Q};
   const RecursionLevels levels = Tree::plan(series, 1, N, threads);
   Tree(series, inner).run(1, N, out, true, threads, levels, work,
-                          Tree::work_bytes(series, 1, N, threads, levels));
+                          Tree::work_bytes(series, 1, N, context.multiply, levels));
   P = out[0];
   Q = out[1];
   const kob_cdi_EFPh* results[] = {&P, &Q};

@@ -18,7 +18,7 @@ public:
   static constexpr u64 MEMORY_OVERHEAD = 4; // words, as listed among the build's options
   static constexpr u64 END_THRESHOLD = 16;  // words: ranges below it are finished by the leaf routine
 
-  void BSR_memory(const Schedule& schedule, u64 first_segment, u64 threads, u64* out_peak, u64* out_result,
+  void BSR_memory(const Schedule& schedule, u64 first_segment, const km_MULv3::Context& context, u64* out_peak, u64* out_result,
                   u64* out_temp) const override;
   // The smallest N with N! > e 2^(64 w).
   u64 terms(u64 precision_words) const override;
@@ -30,7 +30,7 @@ public:
   u64 capacity(u64 a, u64 b) const { return range_words(a, b) + 4; }
   bool is_leaf(u64 a, u64 b) const { return b - a == 1 || range_words(a, b) < END_THRESHOLD; }
   void leaf(u64 a, u64 b, kob_cdi_EFPh* out) const;
-  u64 merge_bytes(u64 capacity, u64 threads) const;
+  u64 merge_bytes(u64 capacity, const km_MULv3::Context& context) const;
   void merge(const km_MULv3::Context& context, u64 a, u64 m, u64 b, const kob_cdi_EFPh* left,
              const kob_cdi_EFPh* right, kob_cdi_EFPh* out, bool need_first, void* work) const;
   double merge_cost(u64 words) const;
@@ -39,7 +39,7 @@ public:
 // P and Q of [1, N) for the precision; attached to buffers of e_series_capacity() words.
 // Prints the number of terms and shows the meter "Summing: "; checks both results over 1..N at the end.
 u64 e_series_capacity(const Series_E_Taylor& series, u64 precision_words);
-u64 e_series_work_bytes(const Series_E_Taylor& series, u64 precision_words, u64 threads);
+u64 e_series_work_bytes(const Series_E_Taylor& series, u64 precision_words, const km_MULv3::Context& context);
 void sum_series_e(const Series_E_Taylor& series, u64 precision_words, const SeriesContext& context,
                   kob_cdi_EFPh& P, kob_cdi_EFPh& Q, void* work);
 

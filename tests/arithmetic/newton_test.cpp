@@ -59,7 +59,7 @@ TEST(Newton, ReciprocalAtEveryPrecision) {
       set(A, a, static_cast<s64>(random.below(9)) - 4);
       const u64 PL = newton::temporary_words(p);
       std::vector<u64> temporaries(PL);
-      Work work(kcm_rcp_work_bytes(p, 1));
+      Work work(kcm_rcp_work_bytes(p, test::context(2 * p + 8, 1)));
       ASSERT_EQ(kcm_rcp_E(test::context(2 * p + 8), T, A, p, temporaries.data(), PL, work.data()), 0) << p;
       Z one = Z::of(1), denominator = Z::of_words(A.T, A.L);
       if (A.exp >= 0) denominator = shifted(denominator, A.exp);
@@ -79,7 +79,7 @@ TEST(Newton, QuotientAtEveryPrecision) {
       set(D, d, 0);
       const u64 PL = kcm_div_words(p);
       std::vector<u64> temporaries(PL);
-      Work work(kcm_div_work_bytes(p, 2));
+      Work work(kcm_div_work_bytes(p, test::context(2 * p + 8, 2)));
       ASSERT_EQ(kcm_div_t9_B(test::context(2 * p + 8, 2), T, N, D, p, temporaries.data(), PL, work.data(), newton::Meter()), 0) << p;
       ASSERT_TRUE(close(T, Z::of_words(N.T, N.L), Z::of_words(D.T, D.L), p, slack(p))) << "seed 12, round " << round;
       EXPECT_LE(PL, p <= 9 ? 2 * p + 9 : p + (p + 2) / 2 * 2 + 10) << "the stated work area suffices at p = " << p;
@@ -94,7 +94,7 @@ TEST(Newton, InverseSquareRootAtEveryPrecision) {
       OwnedGFP T(p + 3);
       const u64 PL = newton::temporary_words(p);
       std::vector<u64> temporaries(PL);
-      Work work(kcm_invsqrt_work_bytes(p, 1));
+      Work work(kcm_invsqrt_work_bytes(p, test::context(2 * p + 8, 1)));
       ASSERT_EQ(kcm_invsqrt_udw_E(test::context(2 * p + 8), T, x, p, temporaries.data(), PL, work.data()), 0) << p;
       // T^2 x = 1 (1 + 2 d): twice the relative error of T.
       Z square;
@@ -116,7 +116,7 @@ TEST(Newton, AnExactReciprocalNeedsNoCorrection) {
   set(A, {u64{1} << 32}, 0);
   const u64 PL = newton::temporary_words(6);
   std::vector<u64> temporaries(PL);
-  Work work(kcm_rcp_work_bytes(6, 1));
+  Work work(kcm_rcp_work_bytes(6, test::context(2 * 6 + 8, 1)));
   ASSERT_EQ(kcm_rcp_E(test::context(40), T, A, 6, temporaries.data(), PL, work.data()), 0);
   EXPECT_TRUE(value(T, 8) == shifted(Z::of(u64{1} << 32), 7));
 }
@@ -125,7 +125,7 @@ TEST(NewtonDeathTest, SpaceIsCheckedBeforeWork) {
   OwnedGFP A(1), T(7);
   set(A, {3}, 0);
   std::vector<u64> temporaries(64);
-  Work work(kcm_rcp_work_bytes(5, 1));
+  Work work(kcm_rcp_work_bytes(5, test::context(2 * 5 + 8, 1)));
   // AL = p + 2 is one word short, and p + 2 is the figure shown.
   EXPECT_EXIT(kcm_rcp_E(test::context(40), T, A, 5, temporaries.data(), 64, work.data()), testing::ExitedWithCode(1), "");
   EXPECT_EXIT(kcm_rcp_E(test::context(40), T, A, 4, temporaries.data(), 5, work.data()), testing::ExitedWithCode(1), "");

@@ -48,7 +48,7 @@ struct PiSum {
 };
 
 void sum(const kc_BSS_P2B3_Type0& series, u64 w, u64 threads, PiSum& s, SeriesFault* fault = nullptr) {
-  Work work(sum_work_bytes(series, w, threads));
+  Work work(sum_work_bytes(series, w, test::context(4 * w + 64, threads)));
   sum_series_P2B3(series, w, {test::context(4 * w + 64, threads), fault}, s.Q, s.R, work.data());
 }
 
@@ -147,7 +147,7 @@ TEST(SeriesE, BothSignsReachEveryPrecision) {
     for (const u64 w : precisions()) {
       for (const u64 threads : {1, 5}) {
         OwnedEFPh P(e_series_capacity(series, w)), Q(e_series_capacity(series, w));
-        Work work(e_series_work_bytes(series, w, threads));
+        Work work(e_series_work_bytes(series, w, test::context(4 * w + 64, threads)));
         sum_series_e(series, w, {test::context(4 * w + 64, threads), nullptr}, P, Q, work.data());
         F p(w), q(w), e(w);
         p.set(P);

@@ -31,7 +31,7 @@ const km_HNT::algorithm<u64> HNT64;
 const km_VSTv2::algorithm<u32> VST32;
 const km_VSTv2::algorithm<u64> VST64;
 
-constexpr u64 BKT_MAX = 54, FFT_MAX = 17409, VST_MAX = 9895604649984;
+constexpr u64 BKT_MAX = 54, FFT_MAX = LONGEST_FFT, VST_MAX = 9895604649984;
 
 const std::array<Row64, 4> TABLE64{
     {{BKT_MAX, &BKT64}, {FFT_MAX, &FFT64}, {HNT_LIMIT_BITS / 64, &HNT64}, {VST_MAX, &VST64}}};

@@ -140,6 +140,9 @@ struct Row32 {
 const Row64* table64(u64* rows);
 const Row32* table32(u64* rows);
 
+// Words of the longest product that the FFT's row takes; longer ones offer reduced memory.
+inline constexpr u64 LONGEST_FFT = 17409;
+
 // Selection. Beyond the last row: km_exception with code -4.
 const algorithm_p<u64>& select(u64 n);
 abstract_btp* select(u64 n, const Context& context, btp_storage* storage);
