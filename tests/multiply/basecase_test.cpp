@@ -76,7 +76,7 @@ TEST(Karatsuba, Words32) {
 // smaller one.
 TEST(Karatsuba, DifferencesOfTheHalves) {
   std::mt19937_64 random(32);
-  for (const u64 n : {10, 11, 12, 13, 20, 21, 26, 27}) {
+  for (const u64 n : {10u, 11u, 12u, 13u, 20u, 21u, 26u, 27u}) {
     const u64 h = n - n / 2;
     Words a = operand(n, Pattern::random, random), b = operand(n, Pattern::random, random);
     for (u64 i = 0; i < n / 2; i++) a[h + i] = a[i];

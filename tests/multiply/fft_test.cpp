@@ -227,7 +227,7 @@ TEST(Fft, ThreadsMakeNoDifference) {
                   b = operand(n - n / 2, Pattern::random, random);
       const Words want = expected_product(a, b);
       std::vector<double> first;
-      for (const u64 threads : {1, 2, 3, 5}) {
+      for (const u64 threads : {1u, 2u, 3u, 5u}) {
         if (threads > 3 && n > 500000) continue;
         km_MULv3::Context context = engine.context;
         context.threads = threads;

@@ -34,5 +34,26 @@ TEST(Products, EveryLengthUpTo600) {
   }
 }
 
+// Shorter operands that go by the schoolbook, through one transform, and against pieces of the longer one,
+// with last pieces of every kind; either operand may be the longer.
+TEST(Products, UnequalLengths) {
+  for (const simd::Isa isa : supported_isas()) {
+    Engine engine(40000, isa);
+    std::mt19937_64 random(2);
+    for (const u64 nb : {1u, 2u, 14u, 15u, 16u, 40u, 97u, 500u, 1300u}) {
+      for (const u64 na :
+           {u64{53}, u64{1000} * nb % 30011 + 60, 6 * nb, u64{8192} - nb, u64{8192}, 8192 + 3 * nb + 1}) {
+        const Pattern pattern = static_cast<Pattern>((na + nb) % 3);
+        const Words a = operand(na, pattern, random), b = operand(nb, pattern, random);
+        const Words want = expected_product(a, b);
+        ASSERT_EQ(difference(multiply(engine.context, a, b), want), "")
+            << na << " x " << nb << ", " << name(isa);
+        ASSERT_EQ(difference(multiply(engine.context, b, a), want), "")
+            << nb << " x " << na << ", " << name(isa);
+      }
+    }
+  }
+}
+
 } // namespace
 } // namespace kelvane::test

@@ -1,8 +1,10 @@
 #include "multiply/table/km_MULv3.h"
 
 #include <array>
+#include <cstring>
 
 #include "arithmetic/words/add.h"
+#include "multiply/basecase/basecase.h"
 #include "multiply/basecase/km_MULB.h"
 #include "multiply/fft/km_FFTv2.h"
 #include "multiply/hnt/km_HNT.h"
@@ -51,7 +53,7 @@ struct Placement {
 // An operand many times longer than the other is cut into pieces of PIECE times the shorter one's length. The
 // shorter one's transform is made once: 2 transforms of (PIECE + 1) B words per PIECE B words of A, against 3
 // of the whole.
-constexpr u64 PIECE = 3, CUT_RATIO = 6;
+constexpr u64 PIECE = 3, CUT_RATIO = 6, CUT_MIN = 8192;
 
 struct PieceWork {
   void *TA, *TB, *scratch;
@@ -73,22 +75,36 @@ bool multiply_in_pieces(const Context& context, u64* out, const u64* A, u64 nA, 
   Layout layout(work, bytes);
   const PieceWork p(layout, *record, words);
   record->forward(p.TB, B, nB, p.scratch);
-  for (u64 i = 0; i < nB; i++) out[i] = 0;
+  std::memset(out, 0, 8 * nB);
   for (u64 at = 0; at < nA; at += piece) {
     const u64 length = nA - at < piece ? nA - at : piece;
     record->forward_once(p.TA, A + at, length, p.scratch);
     record->inverse_fmul(p.product, length + nB, p.TA, p.TB, p.scratch);
     // The first nB words overlap what is there; the rest is new.
-    for (u64 i = nB; i < length + nB; i++) out[at + i] = p.product[i];
-    u64 carry = 0;
-    for (u64 i = 0; i < nB; i++) {
-      const u128 sum = static_cast<u128>(out[at + i]) + p.product[i] + carry;
-      out[at + i] = static_cast<u64>(sum);
-      carry = static_cast<u64>(sum >> 64);
-    }
-    for (u64 i = at + nB; carry != 0; i++) carry = ++out[i] == 0 ? 1 : 0;
+    std::memcpy(out + at + nB, p.product + nB, 8 * length);
+    words::add_word(out + at + nB, length, words::add_in_place(out + at, p.product, nB));
   }
   return true;
+}
+
+// Operands of this many words or fewer are multiplied by the schoolbook whatever the other one's length: 0.4
+// ns per word product against at least 6 ns per word through a transform.
+constexpr u64 MAX_SHORT = 14;
+
+// out = A B for nA >= nB, beyond the basecase's row.
+void multiply_long(const Context& context, u64* out, const u64* A, u64 nA, const u64* B, u64 nB, void* work) {
+  if (nB <= MAX_SHORT) return km_MULB::multiply_basecase(out, A, nA, B, nB);
+  const u64 n = nA + nB, bytes = product_cost(n, context.threads, context.reduced_memory);
+  if (n >= CUT_MIN && nA >= CUT_RATIO * nB && multiply_in_pieces(context, out, A, nA, B, nB, work, bytes))
+    return;
+  btp_storage storage;
+  const abstract_btp* const record = select(n, context, &storage);
+  Layout layout(work, bytes);
+  const Placement p(layout, *record);
+  if (record->ntp() != nullptr) return record->ntp()->product(out, A, nA, B, nB, p.TA, p.TB, p.scratch);
+  record->forward(p.TA, A, nA, p.scratch);
+  record->forward(p.TB, B, nB, p.scratch);
+  record->inverse_fmul(out, n, p.TA, p.TB, p.scratch);
 }
 
 u64 max_of(u64 a, u64 b) {
@@ -146,25 +162,11 @@ u64 product_cost(u64 n, u64 threads, bool reduced_memory) {
 }
 
 void multiply(const Context& context, u64* out, const u64* A, u64 nA, const u64* B, u64 nB, void* work) {
-  const u64 n = nA + nB;
   if (A == B && nA == nB) return square(context, out, A, nA, work);
   // Short products need no record: the operands themselves are the transforms.
-  if (n <= BKT_MAX) return km_MULB::multiply_unbalanced(out, A, nA, B, nB, static_cast<u64*>(work));
-  const u64 bytes = product_cost(n, context.threads, context.reduced_memory);
-  if (n > FFT_MAX && (nA >= CUT_RATIO * nB || nB >= CUT_RATIO * nA)) {
-    if (nA < nB ? multiply_in_pieces(context, out, B, nB, A, nA, work, bytes)
-                : multiply_in_pieces(context, out, A, nA, B, nB, work, bytes)) {
-      return;
-    }
-  }
-  btp_storage storage;
-  const abstract_btp* const record = select(n, context, &storage);
-  Layout layout(work, bytes);
-  const Placement p(layout, *record);
-  if (record->ntp() != nullptr) return record->ntp()->product(out, A, nA, B, nB, p.TA, p.TB, p.scratch);
-  record->forward(p.TA, A, nA, p.scratch);
-  record->forward(p.TB, B, nB, p.scratch);
-  record->inverse_fmul(out, n, p.TA, p.TB, p.scratch);
+  if (nA + nB <= BKT_MAX) return km_MULB::multiply_unbalanced(out, A, nA, B, nB, static_cast<u64*>(work));
+  if (nA < nB) return multiply_long(context, out, B, nB, A, nA, work);
+  multiply_long(context, out, A, nA, B, nB, work);
 }
 
 void square(const Context& context, u64* out, const u64* A, u64 nA, void* work) {

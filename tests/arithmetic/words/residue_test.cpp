@@ -24,8 +24,8 @@ TEST(Residue, WordArrays) {
   std::mt19937_64 random(21);
   std::vector<u64> lengths;
   for (u64 n = 0; n <= 40; n++) lengths.push_back(n);
-  for (const u64 rows : {7, 8, 9, 15, 16, 17, 100}) {
-    for (const u64 more : {0, 1, 121}) lengths.push_back(rows * 122 + more);
+  for (const u64 rows : {7u, 8u, 9u, 15u, 16u, 17u, 100u}) {
+    for (const u64 more : {0u, 1u, 121u}) lengths.push_back(rows * 122 + more);
   }
   for (const u64 n : lengths) {
     for (const bool ones : {true, false}) {
