@@ -14,7 +14,9 @@
 
 namespace {
 
-double now() { return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count(); }
+double now() {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
 
 struct Range {
   mpz_t P, Q, R;
@@ -56,7 +58,8 @@ int main(int argc, char** argv) {
     return 2;
   }
   const unsigned long digits = std::strtoul(argv[1], nullptr, 10);
-  const unsigned long terms = static_cast<unsigned long>(static_cast<double>(digits) / 14.181647462725477) + 2;
+  const unsigned long terms =
+      static_cast<unsigned long>(static_cast<double>(digits) / 14.181647462725477) + 2;
   const double t0 = now();
   Range sum;
   split(sum, 0, terms, false);
@@ -77,8 +80,8 @@ int main(int argc, char** argv) {
   std::vector<char> text(digits + 64);
   mpz_get_str(text.data(), 10, root);
   const double t3 = now();
-  std::printf("series %.3f  division+root %.3f  compute %.3f  decimal %.3f  total %.3f seconds\n", t1 - t0, t2 - t1,
-              t2 - t0, t3 - t2, t3 - t0);
+  std::printf("series %.3f  division+root %.3f  compute %.3f  decimal %.3f  total %.3f seconds\n", t1 - t0,
+              t2 - t1, t2 - t0, t3 - t2, t3 - t0);
   if (argc > 2) {
     std::FILE* file = std::fopen(argv[2], "w");
     if (file == nullptr) return 1;

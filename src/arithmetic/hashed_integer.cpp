@@ -15,7 +15,8 @@ void HashedInteger::set_word(u64 x) {
 
 void HashedInteger::add_in_place(const HashedInteger& B) {
   if (AL <= L || L < B.L)
-    assert_fail(INVALID_FUNCTION_PARAMETERS, L"HashedInteger::add_in_place()", L"Operand lengths do not fit.");
+    assert_fail(INVALID_FUNCTION_PARAMETERS, L"HashedInteger::add_in_place()",
+                L"Operand lengths do not fit.");
   words[L] = 0; // guard: the carry always dies here
   words::add_propagate(words, B.words, B.L);
   L += words[L] != 0;
@@ -24,11 +25,13 @@ void HashedInteger::add_in_place(const HashedInteger& B) {
 
 void HashedInteger::sub_in_place(const HashedInteger& B) {
   if (AL <= L || L < B.L)
-    assert_fail(INVALID_FUNCTION_PARAMETERS, L"HashedInteger::sub_in_place()", L"Operand lengths do not fit.");
+    assert_fail(INVALID_FUNCTION_PARAMETERS, L"HashedInteger::sub_in_place()",
+                L"Operand lengths do not fit.");
   words[L] = 1; // guard: a borrow that reaches it means a negative difference
   words::sub_propagate(words, B.words, B.L);
   if (words[L] != 1)
-    assert_fail(INVALID_FUNCTION_PARAMETERS, L"HashedInteger::sub_in_place()", L"The difference is negative.");
+    assert_fail(INVALID_FUNCTION_PARAMETERS, L"HashedInteger::sub_in_place()",
+                L"The difference is negative.");
   L = words::normalized_length(words, L);
   if (L == 0)
     assert_fail(INVALID_FUNCTION_PARAMETERS, L"HashedInteger::sub_in_place()", L"The difference is zero.");

@@ -15,7 +15,12 @@ struct HashedInteger {
   u64 AL = 0;   // words allocated, L <= AL
   u64 hash = 0; // value modulo 2^61 - 1
 
-  void attach(u64* buffer, u64 allocated) { words = buffer; AL = allocated; L = 0; hash = 0; }
+  void attach(u64* buffer, u64 allocated) {
+    words = buffer;
+    AL = allocated;
+    L = 0;
+    hash = 0;
+  }
   // This = x, one word long. Needs AL >= 1.
   void set_word(u64 x);
   // This += B. Needs AL > L and L >= B.L, else an assertion failure.

@@ -14,10 +14,14 @@ namespace {
 
 constexpr const char* NAME = "kcm_div_t9_B()";
 
-constexpr u64 half_precision(u64 p) { return std::min(p, (p + 1) / 2 + 1); }
+constexpr u64 half_precision(u64 p) {
+  return std::min(p, (p + 1) / 2 + 1);
+}
 // Words of N - D q0 that are formed: from N's lowest kept word up to where the cancellation begins,
 // and one word for its sign.
-constexpr u64 residual_words(u64 p) { return p + 4 - half_precision(p); }
+constexpr u64 residual_words(u64 p) {
+  return p + 4 - half_precision(p);
+}
 
 int convergence_failure(const kob_cdi_GFP& N, const kob_cdi_GFP& D) {
   Console::print("topA = ");
@@ -72,8 +76,10 @@ int kcm_div_t9_B(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi
   meter.begin(p, " - 2M - ");
   set_product(context, r, X, k - 2, r, k - 2, k - 2, product_work);
   meter.end(newton::product_cost(2 * (p - h)));
-  if (negative) T.set_sub_magnitude(q0, r, p);
-  else T.set_add_magnitude(q0, r, p);
+  if (negative)
+    T.set_sub_magnitude(q0, r, p);
+  else
+    T.set_add_magnitude(q0, r, p);
   T.sign = N.sign == D.sign;
   return 0;
 }
@@ -114,8 +120,8 @@ u64 division_bytes(u64 p, const km_MULv3::Context& context) {
   return layout.used();
 }
 
-void divide(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_GFP& N, const kob_cdi_GFP& D, u64 p,
-            void* work) {
+void divide(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_GFP& N, const kob_cdi_GFP& D,
+            u64 p, void* work) {
   Layout layout(work, division_bytes(p, context));
   const DivisionPlacement place(layout, p, context);
   Console::print("Division...\n");
@@ -124,7 +130,8 @@ void divide(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_GFP&
     Console::Progress progress("Iterating: ", kcm_div_cost(p));
     km_MULv3::Context inner = context;
     inner.progress = &progress;
-    status = kcm_div_t9_B(inner, T, N, D, p, place.work, place.PL, place.product_work, newton::Meter(&progress));
+    status =
+        kcm_div_t9_B(inner, T, N, D, p, place.work, place.PL, place.product_work, newton::Meter(&progress));
   }
   if (status != 0) fatal("Computation Failed");
 }

@@ -27,8 +27,8 @@ double kcm_div_cost(u64 p); // for progress
 // The division of the series and of the finishing steps: prints "Division...\n", runs kcm_div_t9_B under the
 // meter "Iterating: " and ends the program with "Computation Failed" when it does not converge.
 // work: division_bytes(p, context) bytes, 64-byte aligned.
-void divide(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_GFP& N, const kob_cdi_GFP& D, u64 p,
-            void* work);
+void divide(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_GFP& N, const kob_cdi_GFP& D,
+            u64 p, void* work);
 u64 division_bytes(u64 p, const km_MULv3::Context& context);
 
 } // namespace kelvane

@@ -28,7 +28,8 @@ int inverse_root(const km_MULv3::Context& context, kob_cdi_GFP& T, u64 x, u64 p,
   if (T.AL < p + 3) newton::insufficient_space(T.AL, p + 2, NAME, "AL"); // p + 2 is what is printed
   if (newton::temporary_words(p) > PL) newton::insufficient_space(PL, newton::temporary_words(p), NAME, "PL");
   const u64 q = newton::lower_level(p);
-  if (inverse_root(context, T, x, q, work, PL, product_work, meter, top) != 0) return newton::CONVERGENCE_FAILURE;
+  if (inverse_root(context, T, x, q, work, PL, product_work, meter, top) != 0)
+    return newton::CONVERGENCE_FAILURE;
 
   kob_cdi_GFP t, e;
   t.attach(work, newton::estimate_words(p));
@@ -52,8 +53,10 @@ int inverse_root(const km_MULv3::Context& context, kob_cdi_GFP& T, u64 x, u64 p,
   words::shift_right(e.T, e.T, e.L, 1); // t e / 2
   e.set_value(e.L, e.exp, 1);
   meter.end(newton::product_cost(2 * q));
-  if (d == Deviation::over) T.set_sub_magnitude(t, e, p);
-  else T.set_add_magnitude(t, e, p);
+  if (d == Deviation::over)
+    T.set_sub_magnitude(t, e, p);
+  else
+    T.set_add_magnitude(t, e, p);
   return 0;
 }
 

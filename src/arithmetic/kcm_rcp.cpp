@@ -28,13 +28,14 @@ int set_first_estimate(kob_cdi_GFP& T, const kob_cdi_GFP& A) {
   return 0;
 }
 
-int reciprocal(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_GFP& A, u64 p, u64* work, u64 PL,
-               void* product_work, const newton::Meter& meter, u64 top) {
+int reciprocal(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_GFP& A, u64 p, u64* work,
+               u64 PL, void* product_work, const newton::Meter& meter, u64 top) {
   if (p == 0) return set_first_estimate(T, A);
   if (T.AL < p + 3) newton::insufficient_space(T.AL, p + 2, NAME, "AL"); // p + 2 is what is printed
   if (newton::temporary_words(p) > PL) newton::insufficient_space(PL, newton::temporary_words(p), NAME, "PL");
   const u64 q = newton::lower_level(p);
-  if (reciprocal(context, T, A, q, work, PL, product_work, meter, top) != 0) return newton::CONVERGENCE_FAILURE;
+  if (reciprocal(context, T, A, q, work, PL, product_work, meter, top) != 0)
+    return newton::CONVERGENCE_FAILURE;
 
   kob_cdi_GFP x, e;
   x.attach(work, newton::estimate_words(p));
@@ -54,20 +55,22 @@ int reciprocal(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_G
   meter.begin(p, d == Deviation::over ? " - O1M - " : " - U1M - ");
   set_product(context, e, x, q, e, q + 1, q + 1, product_work); // x e
   meter.end(newton::product_cost(2 * q));
-  if (d == Deviation::over) T.set_sub_magnitude(x, e, p);
-  else T.set_add_magnitude(x, e, p);
+  if (d == Deviation::over)
+    T.set_sub_magnitude(x, e, p);
+  else
+    T.set_add_magnitude(x, e, p);
   return 0;
 }
 
 } // namespace
 
-int kcm_rcp_E(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_GFP& A, u64 p, u64* work, u64 PL,
-              void* product_work) {
+int kcm_rcp_E(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_GFP& A, u64 p, u64* work,
+              u64 PL, void* product_work) {
   return reciprocal(context, T, A, p, work, PL, product_work, newton::Meter(), p);
 }
 
-int kcm_rcp_B(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_GFP& A, u64 p, u64* work, u64 PL,
-              void* product_work, const newton::Meter& meter) {
+int kcm_rcp_B(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_GFP& A, u64 p, u64* work,
+              u64 PL, void* product_work, const newton::Meter& meter) {
   return reciprocal(context, T, A, p, work, PL, product_work, meter, p);
 }
 

@@ -17,10 +17,10 @@ namespace kelvane {
 //   product_work: kcm_rcp_work_bytes(p, context) bytes, 64-byte aligned.
 // Returns 0, or 2 when an estimate did not converge (the message is printed).
 // E runs silently; B also reports each step's progress on the meter.
-int kcm_rcp_E(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_GFP& A, u64 p, u64* work, u64 PL,
-              void* product_work);
-int kcm_rcp_B(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_GFP& A, u64 p, u64* work, u64 PL,
-              void* product_work, const newton::Meter& meter);
+int kcm_rcp_E(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_GFP& A, u64 p, u64* work,
+              u64 PL, void* product_work);
+int kcm_rcp_B(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_GFP& A, u64 p, u64* work,
+              u64 PL, void* product_work, const newton::Meter& meter);
 
 u64 kcm_rcp_work_bytes(u64 p, const km_MULv3::Context& context);
 double kcm_rcp_cost(u64 p); // for progress

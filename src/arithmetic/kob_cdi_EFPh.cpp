@@ -162,10 +162,12 @@ void kob_cdi_EFPh::sub_in_place(const kob_cdi_EFPh& B) {
 
 void kob_cdi_EFPh::reverse_sub_in_place(const kob_cdi_EFPh& B) {
   if (B.exp != exp || B.L < L || L + room() < B.L)
-    assert_fail(INVALID_FUNCTION_PARAMETERS, L"kob_cdi_EFPh::reverse_sub_in_place()", L"Operands do not fit.");
+    assert_fail(INVALID_FUNCTION_PARAMETERS, L"kob_cdi_EFPh::reverse_sub_in_place()",
+                L"Operands do not fit.");
   std::fill(T + L, T + B.L, u64{0});
   if (words::sub(T, B.T, T, B.L) != 0)
-    assert_fail(INVALID_FUNCTION_PARAMETERS, L"kob_cdi_EFPh::reverse_sub_in_place()", L"The difference is negative.");
+    assert_fail(INVALID_FUNCTION_PARAMETERS, L"kob_cdi_EFPh::reverse_sub_in_place()",
+                L"The difference is negative.");
   L = words::normalized_length(T, B.L);
   hash = residue::sub(B.hash, hash);
 }

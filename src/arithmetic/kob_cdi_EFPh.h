@@ -18,10 +18,10 @@ namespace kelvane {
 
 class kob_cdi_EFPh {
 public:
-  u64* T = nullptr;      // the significant words
+  u64* T = nullptr; // the significant words
   s64 exp = 0;
   u64 L = 0;
-  u64 AL = 0;            // words of the buffer
+  u64 AL = 0; // words of the buffer
   u64* buffer = nullptr;
   u64 hash = 0;
 
@@ -66,7 +66,8 @@ public:
   void set_inverse_fsqr(const Transform& TA, void* scratch);
   // This = A * B through the algorithm table, without kept transforms.
   // work: km_MULv3::memory_cost(A.L + B.L, context.threads, context.reduced_memory) bytes.
-  void set_product(const km_MULv3::Context& context, const kob_cdi_EFPh& A, const kob_cdi_EFPh& B, void* work);
+  void set_product(const km_MULv3::Context& context, const kob_cdi_EFPh& A, const kob_cdi_EFPh& B,
+                   void* work);
 
   // Keeps the top n words (when there are more); the error is below one unit of the last word kept.
   // The residue of the words dropped is taken off the hash, so a fault in the words kept stays visible.

@@ -57,7 +57,8 @@ void kob_cdi_GFP::trim(u64 p) {
 
 void kob_cdi_GFP::set_mul_word(const kob_cdi_GFP& B, u64 w) {
   if (B.is_zero() || w == 0) return set_zero();
-  if (AL <= B.L) assert_fail(INVALID_FUNCTION_PARAMETERS, L"kob_cdi_GFP::set_mul_word()", L"AL is too small.");
+  if (AL <= B.L)
+    assert_fail(INVALID_FUNCTION_PARAMETERS, L"kob_cdi_GFP::set_mul_word()", L"AL is too small.");
   // Copied first, so that the operation also works in place from a trimmed start.
   const u64 n = B.L;
   const s64 e = B.exp;
@@ -110,7 +111,8 @@ namespace {
 // Lays A out over the result's window: p + 2 words below A's top and one guard word above.
 // Returns the window's lowest position.
 s64 open_window(kob_cdi_GFP& R, const kob_cdi_GFP& A, u64 p) {
-  if (R.AL < p + 3) assert_fail(INVALID_FUNCTION_PARAMETERS, L"kob_cdi_GFP::set_add_magnitude()", L"AL is too small.");
+  if (R.AL < p + 3)
+    assert_fail(INVALID_FUNCTION_PARAMETERS, L"kob_cdi_GFP::set_add_magnitude()", L"AL is too small.");
   const s64 low = A.mag() - static_cast<s64>(p + 2);
   A.read_slice(R.buffer, low, p + 3);
   return low;
@@ -168,7 +170,8 @@ struct ProductPlacement {
   u64* product;
   void* work;
   ProductPlacement(Layout& layout, u64 n, const km_MULv3::Context& context)
-      : product(layout.take<u64>(n)), work(layout.take_bytes(km_MULv3::memory_cost(n, context.threads, context.reduced_memory))) {}
+      : product(layout.take<u64>(n)),
+        work(layout.take_bytes(km_MULv3::memory_cost(n, context.threads, context.reduced_memory))) {}
 };
 
 void keep_product(kob_cdi_GFP& R, const u64* product, u64 n, s64 exp, s32 sign, u64 p) {

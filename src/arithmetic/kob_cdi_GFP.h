@@ -36,7 +36,8 @@ public:
   void set_mul_word(const kob_cdi_GFP& B, u64 w);
   // This = x * 2^(64 e), exactly; one or two words.
   void set_double(double x, s64 e);
-  // The top words as a double in [1, 2^64) times 2^(64 e): returns it and stores e = mag - 1. Non-zero numbers only.
+  // The top words as a double in [1, 2^64) times 2^(64 e): returns it and stores e = mag - 1. Non-zero
+  // numbers only.
   double get_double(s64* e) const;
   // This = |A| + |B| or |A| - |B| (|A| >= |B|) with A's sign, kept to p + 2 words below A's top.
   // Words of both below that are dropped: error below two units of the last word. Needs AL >= p + 3.
@@ -61,6 +62,7 @@ u64 product_work_bytes(u64 pa, u64 pb, const km_MULv3::Context& context);
 void set_product(const km_MULv3::Context& context, kob_cdi_GFP& R, const kob_cdi_GFP& A, u64 pa,
                  const kob_cdi_GFP& B, u64 pb, u64 p, void* work);
 // R = A * A likewise; work: product_work_bytes(pa, pa, context).
-void set_square(const km_MULv3::Context& context, kob_cdi_GFP& R, const kob_cdi_GFP& A, u64 pa, u64 p, void* work);
+void set_square(const km_MULv3::Context& context, kob_cdi_GFP& R, const kob_cdi_GFP& A, u64 pa, u64 p,
+                void* work);
 
 } // namespace kelvane

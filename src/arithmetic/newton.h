@@ -22,11 +22,19 @@ namespace newton {
 // Status 0 is success.
 inline constexpr int CONVERGENCE_FAILURE = 2;
 
-constexpr u64 lower_level(u64 p) { return p <= 2 ? p - 1 : (p + 1) / 2; }
+constexpr u64 lower_level(u64 p) {
+  return p <= 2 ? p - 1 : (p + 1) / 2;
+}
 // Words of the two temporaries of level p.
-constexpr u64 residual_words(u64 p) { return lower_level(p) + 3; }
-constexpr u64 estimate_words(u64 p) { return lower_level(p) + 2; }
-constexpr u64 temporary_words(u64 p) { return residual_words(p) + estimate_words(p); }
+constexpr u64 residual_words(u64 p) {
+  return lower_level(p) + 3;
+}
+constexpr u64 estimate_words(u64 p) {
+  return lower_level(p) + 2;
+}
+constexpr u64 temporary_words(u64 p) {
+  return residual_words(p) + estimate_words(p);
+}
 
 // Relative cost of a product of n words, for progress only.
 double product_cost(u64 n);
@@ -37,13 +45,16 @@ public:
   explicit Meter(Console::Progress* progress = nullptr) : progress_(progress) {}
   // Names the step on the meter: "Iterating: ", the level's decimal digits and the step's label.
   void begin(u64 p, const char* label) const;
-  void end(double cost) const { if (progress_ != nullptr) progress_->add(cost); }
+  void end(double cost) const {
+    if (progress_ != nullptr) progress_->add(cost);
+  }
 
 private:
   Console::Progress* progress_;
 };
 
-// The fatal errors for too small buffers: prints the two figures, then "<name>: Insufficient Allocated Space - <what>".
+// The fatal errors for too small buffers: prints the two figures, then "<name>: Insufficient Allocated Space
+// - <what>".
 [[noreturn]] void insufficient_space(u64 allocated, u64 needed, const char* name, const char* what);
 
 } // namespace newton
@@ -52,11 +63,12 @@ class kob_cdi_GFP;
 
 namespace newton {
 
-// The deviation of y from 1 at level p, where y is at position 0 of T's words and q words of it are expected to be right.
+// The deviation of y from 1 at level p, where y is at position 0 of T's words and q words of it are expected
+// to be right.
 enum class Deviation { none, over, under, failed };
 
-// Reads y, finds e = |y - 1| and stores it in e, kept to q + 1 words (and two guard words). Prints the failure
-// messages under the caller's name. e.AL >= residual_words(p).
+// Reads y, finds e = |y - 1| and stores it in e, kept to q + 1 words (and two guard words). Prints the
+// failure messages under the caller's name. e.AL >= residual_words(p).
 Deviation deviation_from_one(const kob_cdi_GFP& y, kob_cdi_GFP& e, u64 q, u64 top, const char* name);
 
 } // namespace newton

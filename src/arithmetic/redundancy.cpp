@@ -7,7 +7,7 @@
 namespace kelvane {
 
 void modular_redundancy_check(const kob_cdi_EFPh* const* results, u64 count, u64 a, u64 b, std::string* text,
-                             const char* summary) {
+                              const char* summary) {
   u64 difference[4] = {};
   bool failed = false;
   for (u64 i = 0; i < count; i++) {
@@ -16,7 +16,8 @@ void modular_redundancy_check(const kob_cdi_EFPh* const* results, u64 count, u64
   }
   if (!failed) return;
 
-  std::string lines = "Modular Redundancy Check Failed:\na = " + std::to_string(a) + "\nb = " + std::to_string(b);
+  std::string lines =
+      "Modular Redundancy Check Failed:\na = " + std::to_string(a) + "\nb = " + std::to_string(b);
   for (u64 i = 0; i < count; i++)
     lines += std::string("\nhash") + static_cast<char>('A' + i) + " = " + std::to_string(difference[i]);
   Console::set_color('R');

@@ -12,8 +12,9 @@ namespace kelvane {
 // Checks `count` (1 to 4) results of the step over [a, b). On a difference prints
 // "Modular Redundancy Check Failed:" with a, b and each difference (carried residue less that of the words),
 // writes the summary and "a : b" into *text when given, and throws kc_BSRModularCheckFailed with that text.
-void modular_redundancy_check(const kob_cdi_EFPh* const* results, u64 count, u64 a, u64 b, std::string* text = nullptr,
-                             const char* summary = "Modular Redundancy Check Failed: ");
+void modular_redundancy_check(const kob_cdi_EFPh* const* results, u64 count, u64 a, u64 b,
+                              std::string* text = nullptr,
+                              const char* summary = "Modular Redundancy Check Failed: ");
 
 // For the products of the final steps: product must be A times B modulo 2^61 - 1; else throws
 // kc_BSRModularCheckFailed with "Checksum Mismatch. Multiplication Failed.".

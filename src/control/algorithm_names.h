@@ -15,7 +15,8 @@ struct AlgorithmNames {
 
 // The entry's text, or "" when the index lies outside the list.
 template <size_t N>
-std::string algorithm_text(const AlgorithmNames (&list)[N], s32 algorithm, const char* AlgorithmNames::* text) {
+std::string algorithm_text(const AlgorithmNames (&list)[N], s32 algorithm,
+                           const char* AlgorithmNames::*text) {
   return algorithm >= 0 && static_cast<size_t>(algorithm) < N ? list[algorithm].*text : "";
 }
 

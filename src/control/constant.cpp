@@ -14,9 +14,13 @@ u64 kcr_Constant::get_memory_S(s32, const MemoryQuery&, MemoryFigure* result) co
   fatal("kcr_Constant::get_memory_S() - Function not implemented");
 }
 
-void kcr_Constant::run_B(s32, ComputeContext&) const { fatal("kcr_Constant::run_B() - Function not implemented"); }
+void kcr_Constant::run_B(s32, ComputeContext&) const {
+  fatal("kcr_Constant::run_B() - Function not implemented");
+}
 
-void kcr_Constant::run_S(s32, ComputeContext&) const { fatal("kcr_Constant::run_S() - Function not implemented"); }
+void kcr_Constant::run_S(s32, ComputeContext&) const {
+  fatal("kcr_Constant::run_S() - Function not implemented");
+}
 
 void kcr_Constant::prepare(u64) {}
 

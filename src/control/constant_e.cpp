@@ -28,7 +28,9 @@ struct Sizes {
 
 } // namespace
 
-std::string kcr_Constant_E::get_name() const { return "e"; }
+std::string kcr_Constant_E::get_name() const {
+  return "e";
+}
 std::string kcr_Constant_E::get_algorithm_short_name(s32 algorithm) const {
   return algorithm_text(NAMES, algorithm, &AlgorithmNames::short_name);
 }
@@ -85,8 +87,10 @@ void kcr_Constant_E::run_B(s32 algorithm, ComputeContext& context) const {
     T.attach(t_block.words(), number_words(p));
     {
       const HeapBlock work(context.heap, division_bytes(p, context.multiply));
-      if (algorithm == 0) P.add_in_place(Q);
-      else P.reverse_sub_in_place(Q);
+      if (algorithm == 0)
+        P.add_in_place(Q);
+      else
+        P.reverse_sub_in_place(Q);
       const kob_cdi_EFPh* sum[] = {&P};
       modular_redundancy_check(sum, 1, 1, series.terms(p));
       const kob_cdi_GFP N = as_GFP(algorithm == 0 ? P : Q), D = as_GFP(algorithm == 0 ? Q : P);

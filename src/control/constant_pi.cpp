@@ -39,7 +39,9 @@ constexpr Formula FORMULAS[] = {{false, 13591409, 4270934400, 10005},
                                 {true, 13591409, 4270934400, 10005},
                                 {true, 1103, 9801, 8}};
 
-bool known(s32 algorithm) { return algorithm >= 0 && algorithm <= 3; }
+bool known(s32 algorithm) {
+  return algorithm >= 0 && algorithm <= 3;
+}
 
 std::unique_ptr<kc_BSS_P2B3_Type0> make_series(s32 algorithm) {
   if (algorithm == 0 || algorithm == 2) return std::make_unique<Series_Pi_Chudnovsky>();
@@ -48,11 +50,15 @@ std::unique_ptr<kc_BSS_P2B3_Type0> make_series(s32 algorithm) {
 
 // Words of the two large integers of the series (one more than the sum keeps, for the product by A), which
 // also serve as the quotient, the root and the result.
-u64 slot_words(u64 p) { return std::max(sum_capacity(p) + 2, number_words(p)); }
+u64 slot_words(u64 p) {
+  return std::max(sum_capacity(p) + 2, number_words(p));
+}
 
 } // namespace
 
-std::string kcr_Constant_Pi::get_name() const { return "Pi"; }
+std::string kcr_Constant_Pi::get_name() const {
+  return "Pi";
+}
 std::string kcr_Constant_Pi::get_algorithm_short_name(s32 algorithm) const {
   return algorithm_text(NAMES, algorithm, &AlgorithmNames::short_name);
 }
@@ -117,8 +123,10 @@ void kcr_Constant_Pi::run_B(s32 algorithm, ComputeContext& context) const {
       D.attach(slot2.words(), words);
       D.set_copy(Q);
       D.mul_word_in_place(formula.A);
-      if (series->alternating) D.sub_in_place(R);
-      else D.add_in_place(R);
+      if (series->alternating)
+        D.sub_in_place(R);
+      else
+        D.add_in_place(R);
       const kob_cdi_EFPh* sum[] = {&D};
       modular_redundancy_check(sum, 1, 0, series->terms(p));
       quotient.attach(slot1.words(), words); // R is not needed any more

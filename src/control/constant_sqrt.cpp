@@ -15,10 +15,16 @@ constexpr AlgorithmNames NAMES[] = {{"Newton", "Newton", "1st order Newton's Met
 
 } // namespace
 
-kcr_Constant_Sqrt::kcr_Constant_Sqrt(u64 n) { parameter = n; }
+kcr_Constant_Sqrt::kcr_Constant_Sqrt(u64 n) {
+  parameter = n;
+}
 
-std::string kcr_Constant_Sqrt::get_name() const { return "Sqrt(" + std::to_string(parameter) + ")"; }
-std::string kcr_Constant_GoldenRatio::get_name() const { return "Golden Ratio"; }
+std::string kcr_Constant_Sqrt::get_name() const {
+  return "Sqrt(" + std::to_string(parameter) + ")";
+}
+std::string kcr_Constant_GoldenRatio::get_name() const {
+  return "Golden Ratio";
+}
 
 std::string kcr_Constant_Sqrt::get_algorithm_short_name(s32 algorithm) const {
   return algorithm_text(NAMES, algorithm, &AlgorithmNames::short_name);

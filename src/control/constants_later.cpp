@@ -9,22 +9,26 @@ namespace {
 
 constexpr AlgorithmNames ARCCOTH[] = {{"Taylor", "Taylor Series", "Taylor Series of ArcCoth(x)"}};
 constexpr AlgorithmNames LOG[] = {{"Machin 1", "Machin 1", "Machin 1"}, {"Machin 2", "Machin 2", "Machin 2"}};
-constexpr AlgorithmNames ZETA3[] = {
-    {"Amdeberhan-Zeiberger 1", "Amdeberhan-Zeiberger Formula 1", "Amdeberhan-Zeiberger Formula 1      (slightly slower)"},
-    {"Amdeberhan-Zeiberger 2", "Amdeberhan-Zeiberger Formula 2", "Amdeberhan-Zeiberger Formula 2      (fastest)"}};
+constexpr AlgorithmNames ZETA3[] = {{"Amdeberhan-Zeiberger 1", "Amdeberhan-Zeiberger Formula 1",
+                                     "Amdeberhan-Zeiberger Formula 1      (slightly slower)"},
+                                    {"Amdeberhan-Zeiberger 2", "Amdeberhan-Zeiberger Formula 2",
+                                     "Amdeberhan-Zeiberger Formula 2      (fastest)"}};
 constexpr AlgorithmNames LEMNISCATE[] = {
     {"Gauss", "Gauss formula",
      "Gauss Formula       (fastest)\n\nLemniscate = 8 * ArcSinlemn(1/2) + 4 * ArcSinLemn(7/23)"},
     {"Sebah", "Sebah's formula",
      "Sebah's Formula     (20% slower)\n\nLemniscate = 8 * ArcSinlemn(2/3) - 4 * ArcSinLemn(7/137)"}};
-constexpr AlgorithmNames CATALAN[] = {
-    {"Lupas", "Lupas Formula", "Lupas Formula       (fastest)"},
-    {"Huvent", "Huvent's Formula", "Huvent's Formula    (20% slower)"}};
+constexpr AlgorithmNames CATALAN[] = {{"Lupas", "Lupas Formula", "Lupas Formula       (fastest)"},
+                                      {"Huvent", "Huvent's Formula", "Huvent's Formula    (20% slower)"}};
 
 } // namespace
 
-kcr_Constant_ArcCoth::kcr_Constant_ArcCoth(u64 n) { parameter = n; }
-std::string kcr_Constant_ArcCoth::get_name() const { return "ArcCoth(" + std::to_string(parameter) + ")"; }
+kcr_Constant_ArcCoth::kcr_Constant_ArcCoth(u64 n) {
+  parameter = n;
+}
+std::string kcr_Constant_ArcCoth::get_name() const {
+  return "ArcCoth(" + std::to_string(parameter) + ")";
+}
 std::string kcr_Constant_ArcCoth::get_algorithm_short_name(s32 algorithm) const {
   return algorithm_text(ARCCOTH, algorithm, &AlgorithmNames::short_name);
 }
@@ -39,7 +43,9 @@ kcr_Constant_Log::kcr_Constant_Log(u64 n) {
   algorithm_count = 2;
   parameter = n;
 }
-std::string kcr_Constant_Log::get_name() const { return "Log(" + std::to_string(parameter) + ")"; }
+std::string kcr_Constant_Log::get_name() const {
+  return "Log(" + std::to_string(parameter) + ")";
+}
 std::string kcr_Constant_Log::get_algorithm_short_name(s32 algorithm) const {
   return algorithm_text(LOG, algorithm, &AlgorithmNames::short_name);
 }
@@ -47,9 +53,15 @@ void kcr_Constant_Log::prepare(u64) {
   if (parameter < 2 || parameter > 2147483647) fatal("Parameter out of range");
 }
 
-kcr_Constant_Zeta3::kcr_Constant_Zeta3() { algorithm_count = 2; }
-std::string kcr_Constant_Zeta3::get_name() const { return "Zeta(3)"; }
-std::string kcr_Constant_Zeta3::get_full_name() const { return "Zeta(3) - Apery's Constant"; }
+kcr_Constant_Zeta3::kcr_Constant_Zeta3() {
+  algorithm_count = 2;
+}
+std::string kcr_Constant_Zeta3::get_name() const {
+  return "Zeta(3)";
+}
+std::string kcr_Constant_Zeta3::get_full_name() const {
+  return "Zeta(3) - Apery's Constant";
+}
 std::string kcr_Constant_Zeta3::get_algorithm_short_name(s32 algorithm) const {
   return algorithm_text(ZETA3, algorithm, &AlgorithmNames::short_name);
 }
@@ -60,8 +72,12 @@ std::string kcr_Constant_Zeta3::get_algorithm_description(s32 algorithm) const {
   return algorithm_text(ZETA3, algorithm, &AlgorithmNames::description);
 }
 
-kcr_Constant_Lemniscate::kcr_Constant_Lemniscate() { algorithm_count = 2; }
-std::string kcr_Constant_Lemniscate::get_name() const { return "Lemniscate"; }
+kcr_Constant_Lemniscate::kcr_Constant_Lemniscate() {
+  algorithm_count = 2;
+}
+std::string kcr_Constant_Lemniscate::get_name() const {
+  return "Lemniscate";
+}
 std::string kcr_Constant_Lemniscate::get_algorithm_short_name(s32 algorithm) const {
   return algorithm_text(LEMNISCATE, algorithm, &AlgorithmNames::short_name);
 }
@@ -72,10 +88,18 @@ std::string kcr_Constant_Lemniscate::get_algorithm_description(s32 algorithm) co
   return algorithm_text(LEMNISCATE, algorithm, &AlgorithmNames::description);
 }
 
-kcr_Constant_Catalan::kcr_Constant_Catalan() { algorithm_count = 2; }
-u64 kcr_Constant_Catalan::get_kind_code() const { return 66; }
-std::string kcr_Constant_Catalan::get_name() const { return "Catalan"; }
-std::string kcr_Constant_Catalan::get_full_name() const { return "Catalan's Constant"; }
+kcr_Constant_Catalan::kcr_Constant_Catalan() {
+  algorithm_count = 2;
+}
+u64 kcr_Constant_Catalan::get_kind_code() const {
+  return 66;
+}
+std::string kcr_Constant_Catalan::get_name() const {
+  return "Catalan";
+}
+std::string kcr_Constant_Catalan::get_full_name() const {
+  return "Catalan's Constant";
+}
 std::string kcr_Constant_Catalan::get_algorithm_short_name(s32 algorithm) const {
   return algorithm_text(CATALAN, algorithm, &AlgorithmNames::short_name);
 }
@@ -91,8 +115,12 @@ kcr_Constant_BrentMcMillan::kcr_Constant_BrentMcMillan(u64 k) {
   parameter = k;
   extra = static_cast<u32>(k);
 }
-u64 kcr_Constant_BrentMcMillan::get_kind_code() const { return 66; }
-std::string kcr_Constant_BrentMcMillan::get_name() const { return "Euler's Constant"; }
+u64 kcr_Constant_BrentMcMillan::get_kind_code() const {
+  return 66;
+}
+std::string kcr_Constant_BrentMcMillan::get_name() const {
+  return "Euler's Constant";
+}
 std::string kcr_Constant_BrentMcMillan::get_full_name() const {
   return "Euler-Mascheroni Constant (parameter override)";
 }
@@ -106,7 +134,9 @@ std::string kcr_Constant_BrentMcMillan::get_algorithm_name(s32 algorithm) const 
 }
 
 kcr_Constant_EulerGamma::kcr_Constant_EulerGamma() : kcr_Constant_BrentMcMillan(0) {}
-std::string kcr_Constant_EulerGamma::get_full_name() const { return "Euler-Mascheroni Constant"; }
+std::string kcr_Constant_EulerGamma::get_full_name() const {
+  return "Euler-Mascheroni Constant";
+}
 void kcr_Constant_EulerGamma::prepare(u64 precision_words) {
   const double x = static_cast<double>(precision_words) * 11.090354888959125 + 10;
   extra = x <= 4 ? 2 : 3;

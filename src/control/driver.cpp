@@ -1,8 +1,8 @@
 #include "control/driver.h"
 
 #include "control/constant.h"
-#include "control/report.h"
 #include "control/phases.h"
+#include "control/report.h"
 #include "multiply/table/tables.h"
 #include "shell/console.h"
 #include "shell/reservation.h"
@@ -78,8 +78,8 @@ void run_computation(ComputeSettings& settings) {
 
 void run_computation(ComputeSettings& settings, const RunFaults& faults, RunRecord& record) {
   kcr_Constant& constant = *settings.constant;
-  const MemoryQuery query = MemoryQuery{settings.precision_words, settings.decimal_digits, settings.hexadecimal_digits,
-                                settings.threads};
+  const MemoryQuery query = MemoryQuery{settings.precision_words, settings.decimal_digits,
+                                        settings.hexadecimal_digits, settings.threads};
   Console::print("\n");
   constant.prepare(settings.precision_words);
   MemoryFigure figure;
@@ -108,7 +108,7 @@ void run_computation(ComputeSettings& settings, const RunFaults& faults, RunReco
 
   print_phase(record.events, "Begin Computation", "Begin Computation:\n\n");
   const double wall = Console::wall_seconds(), cpu = Console::cpu_seconds();
-  ComputeContext context{settings, working.heap,  {&tables.set(), settings.threads, nullptr},
+  ComputeContext context{settings,      working.heap,  {&tables.set(), settings.threads, nullptr},
                          record.events, record.result, faults};
   constant.run_B(settings.algorithm, context);
   record.events.record("End Computation");

@@ -22,8 +22,8 @@ struct RunRecord {
   FinishResult result;
   EventLog events;
   u64 working_bytes = 0, table_bytes = 0; // reserved
-  u64 planned_bytes = 0;                   // of the heap, by the constant's memory plan
-  u64 peak_bytes = 0;                      // of the heap, as it came
+  u64 planned_bytes = 0;                  // of the heap, by the constant's memory plan
+  u64 peak_bytes = 0;                     // of the heap, as it came
 };
 
 // The whole road: memory warning, header, reservation, tables, the constant's run, timings, last digits,

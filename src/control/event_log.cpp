@@ -4,7 +4,9 @@
 
 namespace kelvane {
 
-EventLog::EventLog() : start_(Console::wall_seconds()) { events_.reserve(64); }
+EventLog::EventLog() : start_(Console::wall_seconds()) {
+  events_.reserve(64);
+}
 
 void EventLog::record(const char* name) {
   events_.push_back({name, std::time(nullptr), Console::wall_seconds() - start_});

@@ -11,8 +11,8 @@ namespace kelvane {
 
 struct Event {
   std::string name;
-  std::time_t time;   // local wall clock
-  double seconds;     // since the log was made
+  std::time_t time; // local wall clock
+  double seconds;   // since the log was made
 };
 
 class EventLog {

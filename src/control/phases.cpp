@@ -41,7 +41,8 @@ void inverse_square_root(ComputeContext& context, kob_cdi_GFP& T, u64 x, u64 p) 
     Console::Progress progress("Iterating: ", kcm_invsqrt_cost(p));
     km_MULv3::Context multiply = context.multiply;
     multiply.progress = &progress;
-    status = kcm_invsqrt_udw_B(multiply, T, x, p, place.work, place.PL, place.product_work, newton::Meter(&progress));
+    status = kcm_invsqrt_udw_B(multiply, T, x, p, place.work, place.PL, place.product_work,
+                               newton::Meter(&progress));
   }
   if (status != 0) fatal("Computation Failed");
   end_phase();
@@ -62,12 +63,16 @@ void begin_phase(ComputeContext& context, const char* event) {
   Console::status_line().restart_clock();
 }
 
-void end_phase() { Console::status_line().print_time(); }
+void end_phase() {
+  Console::status_line().print_time();
+}
 
 namespace {
 
 // The fraction words of the result that the finishing sequence reads: those of the settings' precision.
-u64 fraction_words(const MemoryQuery& query) { return query.precision_words; }
+u64 fraction_words(const MemoryQuery& query) {
+  return query.precision_words;
+}
 
 // What the program takes besides its reservations: code and libraries, and the stacks of its threads
 // (measured: about 6 MiB and 30 KiB for each thread alive at the same time).
@@ -76,8 +81,8 @@ constexpr u64 PROGRAM_BYTES = u64{6} << 20, THREAD_BYTES = u64{32} << 10;
 } // namespace
 
 // The result is a positive number whose fraction lies below position 0. Its top fraction words stay where
-// they are; missing ones (an exact result) cannot occur, since every constant here is irrational and kept to more
-// words than the settings ask for.
+// they are; missing ones (an exact result) cannot occur, since every constant here is irrational and kept to
+// more words than the settings ask for.
 void finish(ComputeContext& context, kob_cdi_GFP& x) {
   const ComputeSettings& settings = context.settings;
   const u64 fraction = static_cast<u64>(-x.exp), kept = settings.precision_words;
@@ -100,8 +105,8 @@ void finish(ComputeContext& context, kob_cdi_GFP& x) {
 }
 
 void plan_finish(MemoryPlan& plan, const MemoryQuery& query, bool reduced_memory) {
-  plan.step(finish_memory_bytes(query.decimal_digits, query.hexadecimal_digits, fraction_words(query), query.threads,
-                                reduced_memory));
+  plan.step(finish_memory_bytes(query.decimal_digits, query.hexadecimal_digits, fraction_words(query),
+                                query.threads, reduced_memory));
 }
 
 MemoryFigure memory_figure(const MemoryPlan& plan, const MemoryQuery& query) {

@@ -19,11 +19,16 @@ inline km_MULv3::Context query_context(const MemoryQuery& query, bool reduced_me
 }
 
 // Words of precision of every step of a run whose result has `precision_words` words: one guard word.
-constexpr u64 run_precision(u64 precision_words) { return precision_words + 1; }
+constexpr u64 run_precision(u64 precision_words) {
+  return precision_words + 1;
+}
 // Words of a buffer for a number of p words: two guard words, a carry, and one for a word product.
-constexpr u64 number_words(u64 p) { return p + 4; }
+constexpr u64 number_words(u64 p) {
+  return p + 4;
+}
 
-// T <- 1/sqrt(x) to p words: prints "InvSqrt...\n", shows "Iterating: " and the time. "Computation Failed" is fatal.
+// T <- 1/sqrt(x) to p words: prints "InvSqrt...\n", shows "Iterating: " and the time. "Computation Failed" is
+// fatal.
 void inverse_square_root(ComputeContext& context, kob_cdi_GFP& T, u64 x, u64 p);
 u64 inverse_square_root_bytes(u64 p, const km_MULv3::Context& context);
 
@@ -40,8 +45,11 @@ void finish(ComputeContext& context, kob_cdi_GFP& result);
 // The allocations of finish(), on top of those that are live when it is called.
 void plan_finish(MemoryPlan& plan, const MemoryQuery& query, bool reduced_memory = false);
 
-// The longest product of a run, in words: products of two numbers of the run's precision, guard words included.
-constexpr u64 largest_product(const MemoryQuery& query) { return 2 * (query.precision_words + 16); }
+// The longest product of a run, in words: products of two numbers of the run's precision, guard words
+// included.
+constexpr u64 largest_product(const MemoryQuery& query) {
+  return 2 * (query.precision_words + 16);
+}
 
 // The figure of a run from its plan: reservation, root tables for its largest product, and the rest.
 MemoryFigure memory_figure(const MemoryPlan& plan, const MemoryQuery& query);

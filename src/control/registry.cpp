@@ -12,18 +12,30 @@ namespace kelvane {
 
 std::unique_ptr<kcr_Constant> make_constant(u32 number, u64 parameter) {
   switch (number) {
-  case CONSTANT_SQRT: return std::make_unique<kcr_Constant_Sqrt>(parameter);
-  case CONSTANT_GOLDEN_RATIO: return std::make_unique<kcr_Constant_GoldenRatio>();
-  case CONSTANT_E: return std::make_unique<kcr_Constant_E>();
-  case CONSTANT_PI: return std::make_unique<kcr_Constant_Pi>();
-  case CONSTANT_ARCCOTH: return std::make_unique<kcr_Constant_ArcCoth>(parameter);
-  case CONSTANT_LOG: return std::make_unique<kcr_Constant_Log>(parameter);
-  case CONSTANT_ZETA3: return std::make_unique<kcr_Constant_Zeta3>();
-  case CONSTANT_LEMNISCATE: return std::make_unique<kcr_Constant_Lemniscate>();
-  case CONSTANT_CATALAN: return std::make_unique<kcr_Constant_Catalan>();
-  case CONSTANT_EULER_GAMMA: return std::make_unique<kcr_Constant_EulerGamma>();
-  case CONSTANT_BRENT_MCMILLAN: return std::make_unique<kcr_Constant_BrentMcMillan>(parameter);
-  default: fatal("Unknown Constant ID");
+  case CONSTANT_SQRT:
+    return std::make_unique<kcr_Constant_Sqrt>(parameter);
+  case CONSTANT_GOLDEN_RATIO:
+    return std::make_unique<kcr_Constant_GoldenRatio>();
+  case CONSTANT_E:
+    return std::make_unique<kcr_Constant_E>();
+  case CONSTANT_PI:
+    return std::make_unique<kcr_Constant_Pi>();
+  case CONSTANT_ARCCOTH:
+    return std::make_unique<kcr_Constant_ArcCoth>(parameter);
+  case CONSTANT_LOG:
+    return std::make_unique<kcr_Constant_Log>(parameter);
+  case CONSTANT_ZETA3:
+    return std::make_unique<kcr_Constant_Zeta3>();
+  case CONSTANT_LEMNISCATE:
+    return std::make_unique<kcr_Constant_Lemniscate>();
+  case CONSTANT_CATALAN:
+    return std::make_unique<kcr_Constant_Catalan>();
+  case CONSTANT_EULER_GAMMA:
+    return std::make_unique<kcr_Constant_EulerGamma>();
+  case CONSTANT_BRENT_MCMILLAN:
+    return std::make_unique<kcr_Constant_BrentMcMillan>(parameter);
+  default:
+    fatal("Unknown Constant ID");
   }
 }
 
@@ -32,16 +44,20 @@ void select_constant(ComputeSettings& settings, u32 number, u64 parameter) {
   settings.constant_index = number;
   kcr_Constant& constant = *settings.constant;
   constant.prepare(settings.precision_words);
-  if (settings.algorithm < 0 || static_cast<u32>(settings.algorithm) >= constant.algorithm_count) settings.algorithm = 0;
-  if (settings.decimal_digits > constant.get_max_digits()) settings.set_decimal_digits(constant.get_max_digits());
+  if (settings.algorithm < 0 || static_cast<u32>(settings.algorithm) >= constant.algorithm_count)
+    settings.algorithm = 0;
+  if (settings.decimal_digits > constant.get_max_digits())
+    settings.set_decimal_digits(constant.get_max_digits());
   if (constant.get_memory_S(settings.algorithm, {}, nullptr) == 0) settings.mode = 0;
 }
 
 const char* validate_and_select(ComputeSettings& settings, u32 number, u64 parameter) {
   constexpr const char* NOT_AVAILABLE = "Invalid constant, or not yet implemented.";
   if (number > CONSTANT_EULER_GAMMA) return NOT_AVAILABLE;
-  if (number == CONSTANT_SQRT && kcr_Constant_Sqrt::is_perfect_square(parameter)) return "This is a perfect square.";
-  if (number == CONSTANT_ARCCOTH && (parameter < 2 || parameter > 4294967295)) return "Parameter out of range";
+  if (number == CONSTANT_SQRT && kcr_Constant_Sqrt::is_perfect_square(parameter))
+    return "This is a perfect square.";
+  if (number == CONSTANT_ARCCOTH && (parameter < 2 || parameter > 4294967295))
+    return "Parameter out of range";
   if (number == CONSTANT_LOG && (parameter < 2 || parameter > 2147483647)) return "Parameter out of range";
   // A constant without any way to run is one whose series is not built yet.
   if (make_constant(number, parameter)->get_memory_B(0, {}, nullptr) == 0) return NOT_AVAILABLE;

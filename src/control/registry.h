@@ -30,7 +30,8 @@ std::unique_ptr<kcr_Constant> make_constant(u32 number, u64 parameter);
 // it does not have, lowers the digit count to its maximum, and leaves swap mode if it has no swap path.
 void select_constant(ComputeSettings& settings, u32 number, u64 parameter);
 
-// The entry of the menus: checks number and parameter, selects and updates the settings. Null or the error text.
+// The entry of the menus: checks number and parameter, selects and updates the settings. Null or the error
+// text.
 const char* validate_and_select(ComputeSettings& settings, u32 number, u64 parameter);
 
 // The list "Compute a Constant", up to "Enter your choice:".

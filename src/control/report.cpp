@@ -77,8 +77,10 @@ std::string last_digit_lines(const std::string& tail, u64 start) {
   for (size_t i = 0; i < tail.size(); i++) {
     text += tail[i];
     const bool last = i + 1 == tail.size();
-    if ((i + 1) % 50 == 0 || last) text += " :  " + Console::format_commas(start + i + 1) + "\n";
-    else if ((i + 1) % 10 == 0) text += ' ';
+    if ((i + 1) % 50 == 0 || last)
+      text += " :  " + Console::format_commas(start + i + 1) + "\n";
+    else if ((i + 1) % 10 == 0)
+      text += ' ';
   }
   return text;
 }
@@ -116,10 +118,12 @@ std::string report_text(const ComputeSettings& settings, const RunRecord& record
   text += entry("Multi-core Efficiency:  ",
                 utilization_text(record.times, static_cast<double>(logical_processors())));
   text += "\nEvents (seconds since the start):\n";
-  for (const Event& event : record.events.events()) text += "  " + fixed3(event.seconds) + "  " + event.name + "\n";
+  for (const Event& event : record.events.events())
+    text += "  " + fixed3(event.seconds) + "  " + event.name + "\n";
   text += "\nDigits after the point, each of 0 to 9:\n";
   for (const u64 count : record.result.digit_counts) text += "  " + Console::format_commas(count) + "\n";
-  text += entry("\nDecimal digits as an integer, modulo 2^61 - 1:  ", std::to_string(record.result.decimal_hash));
+  text +=
+      entry("\nDecimal digits as an integer, modulo 2^61 - 1:  ", std::to_string(record.result.decimal_hash));
   text += "\nLast Digits:\n" + last_digit_lines(record.result.tail_digits, record.result.tail_start);
   text += "\nFiles:\n";
   for (const std::wstring& path : record.result.files) text += "  " + path_to_narrow(path) + "\n";

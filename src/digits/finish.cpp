@@ -65,7 +65,7 @@ void count_digits(u64* counts, const char* digits, u64 n) {
 }
 
 class Finish {
- public:
+public:
   Finish(const km_MULv3::Context& context, const FinishInput& input, FinishResult& result,
          const FinishHooks& hooks, const Placement& at)
       : context_(context), input_(input), result_(result), hooks_(hooks), at_(at), output_(input.output),
@@ -82,7 +82,7 @@ class Finish {
     if (write_failure_ != nullptr) std::rethrow_exception(write_failure_);
   }
 
- private:
+private:
   void begin(const char* event) {
     if (hooks_.record) hooks_.record(event);
     set_status(event);

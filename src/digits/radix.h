@@ -28,7 +28,7 @@ constexpr u64 output_words(u64 D) {
 
 // Points at which a test may look at or damage the work.
 class Faults {
- public:
+public:
   enum Stage { POWER, PRODUCT, OUTPUT, VERIFY_POWER, VERIFY_PRODUCT };
   virtual ~Faults() = default;
   // The words may be changed. Returns true to make the running call report failure. Any thread.

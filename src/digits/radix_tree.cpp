@@ -75,13 +75,13 @@ struct Failure {
 };
 
 class Conversion {
- public:
+public:
   Conversion(const Plan& plan, const Workspace& space, u64* out, Faults* hook)
       : plan_(plan), space_(space), out_(out), hook_(hook) {}
 
   bool run(const u64* fraction, u64 n);
 
- private:
+private:
   // A power R^S = words * 2^(64 zeros), and what its products need of it.
   struct Power {
     u64 length = 0;

@@ -10,7 +10,7 @@ namespace kelvane::DigitViewer {
 
 // A source of the digits after the point. Positions count them from 0.
 class DigitReader {
- public:
+public:
   virtual ~DigitReader() = default;
   virtual void print_info() = 0;
   virtual int get_radix() = 0;
@@ -26,7 +26,7 @@ class DigitReader {
 
 // A text file as TextWriter makes it.
 class TextReader final : public DigitReader {
- public:
+public:
   // radix 0: found from the first 64 characters, 10 when all are decimal digits and points, 16 when
   // the first other one is a letter from a to f ("Invalid Digit" for any other character).
   // The point must be among the first 63 bytes.
@@ -42,7 +42,7 @@ class TextReader final : public DigitReader {
   // out must hold count bytes; its contents are unspecified after a failure.
   void read(u64 position, char* out, u64 count) override;
 
- private:
+private:
   File file_;
   int radix_;
   bool raw_;

@@ -11,7 +11,7 @@ namespace kelvane::DigitViewer {
 
 // A sink of the digits after the point, in order.
 class DigitWriter {
- public:
+public:
   virtual ~DigitWriter() = default; // finishes like close, but cannot report a failure
   // The next `count` digits. Throws km_exception.
   virtual void write(const char* digits, u64 count) = 0;
@@ -28,7 +28,7 @@ class DigitWriter {
 //
 // Errors name the final path: "Unable to create file.", "Error writing to file." with errno.
 class TextWriter final : public DigitWriter {
- public:
+public:
   // first_digits is written up to and including its point; empty writes nothing; without a point
   // "No decimal place was found.". raw: write() receives digit values of `radix` instead of
   // characters ("Unsupported Radix" for others than 10 and 16).
@@ -42,7 +42,7 @@ class TextWriter final : public DigitWriter {
   void write(const char* digits, u64 count) override;
   void close() override;
 
- private:
+private:
   void put(const char* text, u64 count); // characters to the file, past the staging buffer
   void flush();
 

@@ -47,8 +47,10 @@ void accumulate(LeafInteger& R, const LeafInteger& x, bool subtract) {
     R.n = x.n;
   }
   R.words[R.n] = subtract;
-  if (subtract) words::sub_propagate(R.words, x.words, x.n);
-  else words::add_propagate(R.words, x.words, x.n);
+  if (subtract)
+    words::sub_propagate(R.words, x.words, x.n);
+  else
+    words::add_propagate(R.words, x.words, x.n);
   R.n = subtract ? words::normalized_length(R.words, R.n) : R.n + (R.words[R.n] != 0);
 }
 
@@ -84,7 +86,8 @@ struct MergePlacement {
   void* work;
   MergePlacement(Layout& layout, u64 product_words, const km_MULv3::Context& context)
       : second(layout.take<u64>(product_words + 1)),
-        work(layout.take_bytes(km_MULv3::memory_cost(product_words, context.threads, context.reduced_memory))) {}
+        work(layout.take_bytes(
+            km_MULv3::memory_cost(product_words, context.threads, context.reduced_memory))) {}
 };
 
 } // namespace

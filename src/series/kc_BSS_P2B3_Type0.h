@@ -28,12 +28,12 @@ struct SeriesTerm {
 class kc_BSS_P2B3_Type0 : public kc_BSS {
 public:
   const bool alternating;
-  const bool plain;             // a(k) = p(k) * poly(k)
-  const u64 memory_overhead;    // words, as listed among the build's options
-  const u64 end_threshold;      // words: ranges below it are finished by the leaf routine
+  const bool plain;          // a(k) = p(k) * poly(k)
+  const u64 memory_overhead; // words, as listed among the build's options
+  const u64 end_threshold;   // words: ranges below it are finished by the leaf routine
 
-  void BSR_memory(const Schedule& schedule, u64 first_segment, const km_MULv3::Context& context, u64* out_peak, u64* out_result,
-                  u64* out_temp) const override;
+  void BSR_memory(const Schedule& schedule, u64 first_segment, const km_MULv3::Context& context,
+                  u64* out_peak, u64* out_result, u64* out_temp) const override;
   virtual void term(u64 k, SeriesTerm& t) const = 0; // k >= 1
 
   // The shape's part in the recursion (see recursion.h).
@@ -48,8 +48,10 @@ public:
 
   // R = Rl Qr +/- Pl Rr from R = Rl Qr and x = Pl Rr, the left range being `left_terms` long.
   void combine(kob_cdi_EFPh& R, const kob_cdi_EFPh& x, u64 left_terms) const {
-    if (alternating && (left_terms & 1) != 0) R.sub_in_place(x);
-    else R.add_in_place(x);
+    if (alternating && (left_terms & 1) != 0)
+      R.sub_in_place(x);
+    else
+      R.add_in_place(x);
   }
   // Words of the longest of a range's P, Q, R.
   static u64 longest(const kob_cdi_EFPh* x) { return std::max({x[0].L, x[1].L, x[2].L}); }

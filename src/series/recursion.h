@@ -35,12 +35,10 @@ inline constexpr u64 PROGRESS_WORDS = 64;
 
 // A Shape is a series seen by the recursion:
 //   static constexpr u64 INTEGERS                     integers per range (at most 4)
-//   u64 capacity(a, b) const                          words of each of the range's integers, guard words included
-//   bool is_leaf(a, b) const
-//   void leaf(a, b, kob_cdi_EFPh* out) const
-//   u64 merge_bytes(capacity, context) const          work of merging two halves of that capacity
-//   void merge(context, a, m, b, left, right, out, need_first, work) const
-//   double merge_cost(words) const                    for progress
+//   u64 capacity(a, b) const                          words of each of the range's integers, guard words
+//   included bool is_leaf(a, b) const void leaf(a, b, kob_cdi_EFPh* out) const u64 merge_bytes(capacity,
+//   context) const          work of merging two halves of that capacity void merge(context, a, m, b, left,
+//   right, out, need_first, work) const double merge_cost(words) const                    for progress
 // need_first tells whether out[0] is used by anybody; on the right spine it is not.
 template <class Shape> class Recursion {
 public:
@@ -56,7 +54,8 @@ public:
       a += (b - a) / 2;
       levels.serial++;
     }
-    for (u64 t = threads; t > 1 && !shape.is_leaf(a, b) && shape.capacity(a, b) >= fork_words; t = (t + 1) / 2) {
+    for (u64 t = threads; t > 1 && !shape.is_leaf(a, b) && shape.capacity(a, b) >= fork_words;
+         t = (t + 1) / 2) {
       a += (b - a) / 2;
       levels.forked++;
     }
@@ -98,7 +97,9 @@ public:
         run(k.a, k.b, k.out, k.need_first, k.threads, below(levels), k.work, k.bytes);
       });
       // The half has told what happened; the computation is abandoned through the same exception.
-      if (status == ERROR_REDUNDANCY) throw kc_BSRModularCheckFailed("Modular Redundancy Check Failed: " + std::to_string(a) + " : " + std::to_string(b));
+      if (status == ERROR_REDUNDANCY)
+        throw kc_BSRModularCheckFailed("Modular Redundancy Check Failed: " + std::to_string(a) + " : " +
+                                       std::to_string(b));
       if (status != 0) fatal("Computation Failed");
     } else {
       const u64 t = child_thread_count(threads, levels);
@@ -139,13 +140,17 @@ private:
     u64 bytes;
   };
 
-  static u64 aligned(u64 bytes) { return (bytes + Layout::ALIGNMENT - 1) / Layout::ALIGNMENT * Layout::ALIGNMENT; }
+  static u64 aligned(u64 bytes) {
+    return (bytes + Layout::ALIGNMENT - 1) / Layout::ALIGNMENT * Layout::ALIGNMENT;
+  }
   static RecursionLevels below(RecursionLevels levels) {
     if (levels.serial > 0) return {levels.serial - 1, levels.forked};
     return {0, levels.forked > 0 ? levels.forked - 1 : 0};
   }
   // Below the forked levels a range has its one thread.
-  static u64 child_thread_count(u64 threads, RecursionLevels levels) { return levels.serial > 0 ? threads : 1; }
+  static u64 child_thread_count(u64 threads, RecursionLevels levels) {
+    return levels.serial > 0 ? threads : 1;
+  }
 
   const Shape& shape_;
   const SeriesContext& context_;

@@ -12,8 +12,10 @@ u64 segment_end(const kc_BSS& series, u64 begin, u64 N, double nats) {
   u64 low = begin + 1, high = N;
   while (low < high) {
     const u64 middle = low + (high - low) / 2;
-    if (series.log_size(middle) - floor >= nats) high = middle;
-    else low = middle + 1;
+    if (series.log_size(middle) - floor >= nats)
+      high = middle;
+    else
+      low = middle + 1;
   }
   return low;
 }
@@ -37,7 +39,9 @@ Schedule build_schedule(const kc_BSS& series, u64 precision_words, double factor
         static_cast<u64>(std::max(0.0, series.log_convergence(begin, end)) * WORDS_PER_NAT) + 2,
         series.range_words(begin, end),
         end == N ? 0 : static_cast<u64>(left * WORDS_PER_NAT) + 2,
-        begin, end, 0};
+        begin,
+        end,
+        0};
   };
 
   u64 start = 0;
@@ -46,8 +50,8 @@ Schedule build_schedule(const kc_BSS& series, u64 precision_words, double factor
     const u64 s = schedule.count + 2 < Schedule::MAX_SEGMENTS ? segment_end(series, start, N, left) : N;
     append(start, s);
     start = s;
-  } while (start < N && (N - start > 1000 ||
-                         series.range_words(start, N) > schedule.list[0].quotient_precision));
+  } while (start < N &&
+           (N - start > 1000 || series.range_words(start, N) > schedule.list[0].quotient_precision));
   if (start < N) append(start, N);
   return schedule;
 }

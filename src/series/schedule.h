@@ -13,8 +13,8 @@
 namespace kelvane {
 
 struct Segment {
-  u64 quotient_precision; // words: log_convergence of the segment / (64 ln 2) + 2
-  u64 integer_words;      // size of the segment's integers
+  u64 quotient_precision;  // words: log_convergence of the segment / (64 ln 2) + 2
+  u64 integer_words;       // size of the segment's integers
   u64 remainder_precision; // words needed of everything behind the segment (0 for the last segment)
   u64 begin;
   u64 end;

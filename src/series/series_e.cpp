@@ -28,9 +28,13 @@ u64 Series_E_Taylor::terms(u64 precision_words) const {
   return high;
 }
 
-double Series_E_Taylor::log_size(u64 x) const { return log_factorial(static_cast<double>(x)); }
+double Series_E_Taylor::log_size(u64 x) const {
+  return log_factorial(static_cast<double>(x));
+}
 
-double Series_E_Taylor::log_convergence(u64 a, u64 b) const { return log_size(b) - log_size(a); }
+double Series_E_Taylor::log_convergence(u64 a, u64 b) const {
+  return log_size(b) - log_size(a);
+}
 
 // Terms a..b-1 appended one by one: P <- P k +/- 1, Q <- Q k.
 void Series_E_Taylor::leaf(u64 a, u64 b, kob_cdi_EFPh* out) const {
@@ -58,7 +62,8 @@ namespace {
 struct MergePlacement {
   void* work;
   MergePlacement(Layout& layout, u64 product_words, const km_MULv3::Context& context)
-      : work(layout.take_bytes(km_MULv3::memory_cost(product_words, context.threads, context.reduced_memory))) {}
+      : work(layout.take_bytes(
+            km_MULv3::memory_cost(product_words, context.threads, context.reduced_memory))) {}
 };
 
 } // namespace
@@ -83,12 +88,14 @@ void Series_E_Taylor::merge(const km_MULv3::Context& context, u64 a, u64 m, u64,
   products.keep(right[1]);
   products.multiply(out[1], left[1]); // Ql Qr
   products.multiply(out[0], left[0]); // Pl Qr
-  if (alternating && ((m - a) & 1) != 0) out[0].sub_in_place(right[0]);
-  else out[0].add_in_place(right[0]);
+  if (alternating && ((m - a) & 1) != 0)
+    out[0].sub_in_place(right[0]);
+  else
+    out[0].add_in_place(right[0]);
 }
 
-void Series_E_Taylor::BSR_memory(const Schedule& schedule, u64, const km_MULv3::Context& context, u64* out_peak, u64* out_result,
-                                 u64* out_temp) const {
+void Series_E_Taylor::BSR_memory(const Schedule& schedule, u64, const km_MULv3::Context& context,
+                                 u64* out_peak, u64* out_result, u64* out_temp) const {
   const u64 N = schedule.terms;
   *out_peak = Tree::work_bytes(*this, 1, N, context, Tree::plan(*this, 1, N, context.threads)) / sizeof(u64);
   *out_result = capacity(1, N);
@@ -99,7 +106,8 @@ u64 e_series_capacity(const Series_E_Taylor& series, u64 precision_words) {
   return series.capacity(1, series.terms(precision_words));
 }
 
-u64 e_series_work_bytes(const Series_E_Taylor& series, u64 precision_words, const km_MULv3::Context& context) {
+u64 e_series_work_bytes(const Series_E_Taylor& series, u64 precision_words,
+                        const km_MULv3::Context& context) {
   const u64 N = series.terms(precision_words);
   return Tree::work_bytes(series, 1, N, context, Tree::plan(series, 1, N, context.threads));
 }
@@ -117,8 +125,8 @@ void sum_series_e(const Series_E_Taylor& series, u64 precision_words, const Seri
 
   kob_cdi_EFPh out[2] = {P, Q};
   const RecursionLevels levels = Tree::plan(series, 1, N, threads);
-  Tree(series, inner).run(1, N, out, true, threads, levels, work,
-                          Tree::work_bytes(series, 1, N, context.multiply, levels));
+  Tree(series, inner)
+      .run(1, N, out, true, threads, levels, work, Tree::work_bytes(series, 1, N, context.multiply, levels));
   P = out[0];
   Q = out[1];
   const kob_cdi_EFPh* results[] = {&P, &Q};

@@ -18,8 +18,8 @@ public:
   static constexpr u64 MEMORY_OVERHEAD = 4; // words, as listed among the build's options
   static constexpr u64 END_THRESHOLD = 16;  // words: ranges below it are finished by the leaf routine
 
-  void BSR_memory(const Schedule& schedule, u64 first_segment, const km_MULv3::Context& context, u64* out_peak, u64* out_result,
-                  u64* out_temp) const override;
+  void BSR_memory(const Schedule& schedule, u64 first_segment, const km_MULv3::Context& context,
+                  u64* out_peak, u64* out_result, u64* out_temp) const override;
   // The smallest N with N! > e 2^(64 w).
   u64 terms(u64 precision_words) const override;
   double log_size(u64 x) const override;

@@ -52,9 +52,15 @@ void Series_Pi_Ramanujan::term(u64 k, SeriesTerm& t) const {
   t.p[2] = 4 * k - 1;
   t.p_factors = 3;
   switch (k % 3) {
-  case 0: t.p[1] /= 3; break;
-  case 1: t.p[2] /= 3; break;
-  default: t.p[0] /= 3; break;
+  case 0:
+    t.p[1] /= 3;
+    break;
+  case 1:
+    t.p[2] /= 3;
+    break;
+  default:
+    t.p[0] /= 3;
+    break;
   }
   t.q[0] = 1024635744u;
   t.q[1] = k;

@@ -10,9 +10,9 @@
 
 namespace kelvane {
 
-// Needs km_MULv3::memory_cost(product_words, context.threads, context.reduced_memory) bytes of 64-byte aligned
-// work; the context must outlive the object.
-// Both operands of every product together have at most product_words words.
+// Needs km_MULv3::memory_cost(product_words, context.threads, context.reduced_memory) bytes of 64-byte
+// aligned work; the context must outlive the object. Both operands of every product together have at most
+// product_words words.
 class SharedProducts {
 public:
   SharedProducts(const km_MULv3::Context& context, u64 product_words, void* work)

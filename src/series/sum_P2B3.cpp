@@ -16,7 +16,9 @@ namespace {
 constexpr u64 GUARD_WORDS = 3; // words kept beyond the precision, see sum_series_P2B3's error bound
 
 // Precision to which the sum behind a segment (or, for the first one, the whole sum) is kept.
-u64 kept_words(u64 precision) { return precision + GUARD_WORDS; }
+u64 kept_words(u64 precision) {
+  return precision + GUARD_WORDS;
+}
 
 using Tree = Recursion<kc_BSS_P2B3_Type0>;
 
@@ -47,7 +49,8 @@ struct SegmentMergePlacement {
   void* work;
   SegmentMergePlacement(Layout& layout, u64 product_words, const km_MULv3::Context& context)
       : first(layout.take<u64>(product_words + 1)),
-        work(layout.take_bytes(km_MULv3::memory_cost(product_words, context.threads, context.reduced_memory))) {}
+        work(layout.take_bytes(
+            km_MULv3::memory_cost(product_words, context.threads, context.reduced_memory))) {}
 };
 
 u64 segment_merge_bytes(u64 product_words, const km_MULv3::Context& context) {
@@ -121,15 +124,18 @@ double schedule_cost(const kc_BSS_P2B3_Type0& series, const Schedule& schedule) 
 
 } // namespace
 
-void kc_BSS_P2B3_Type0::BSR_memory(const Schedule& schedule, u64 first_segment, const km_MULv3::Context& context, u64* out_peak,
-                                   u64* out_result, u64* out_temp) const {
+void kc_BSS_P2B3_Type0::BSR_memory(const Schedule& schedule, u64 first_segment,
+                                   const km_MULv3::Context& context, u64* out_peak, u64* out_result,
+                                   u64* out_temp) const {
   *out_peak = sum_area_bytes(*this, schedule, first_segment, context) / sizeof(u64);
   *out_result = kept_words(first_segment == 0 ? schedule.precision_words
                                               : schedule.list[first_segment - 1].remainder_precision);
   *out_temp = 3 * (schedule.largest_segment(first_segment) + CAPACITY_GUARD);
 }
 
-u64 sum_capacity(u64 precision_words) { return kept_words(precision_words); }
+u64 sum_capacity(u64 precision_words) {
+  return kept_words(precision_words);
+}
 
 u64 sum_work_bytes(const kc_BSS_P2B3_Type0& series, u64 precision_words, const km_MULv3::Context& context) {
   const Schedule schedule = build_schedule(series, precision_words);
@@ -140,8 +146,8 @@ u64 sum_work_bytes(const kc_BSS_P2B3_Type0& series, u64 precision_words, const k
 
 // Error. Every merge of segments truncates Q and R to the precision they need plus GUARD_WORDS words. The top
 // word may hold a single bit, so each truncation is off by less than 2^(-64 (precision + 2)) relative to
-// what is still needed; with at most 256 segments and three truncated quantities each, Q and R of the whole are
-// right to 2^(-64 (precision + 2) + 10).
+// what is still needed; with at most 256 segments and three truncated quantities each, Q and R of the whole
+// are right to 2^(-64 (precision + 2) + 10).
 void sum_series_P2B3(const kc_BSS_P2B3_Type0& series, u64 precision_words, const SeriesContext& context,
                      kob_cdi_EFPh& Q, kob_cdi_EFPh& R, void* work) {
   const u64 threads = context.multiply.threads;
@@ -160,8 +166,9 @@ void sum_series_P2B3(const kc_BSS_P2B3_Type0& series, u64 precision_words, const
     const Segment& s = schedule.list[i];
     const bool last = i + 1 == schedule.count;
     for (u64 j = 0; j < 3; j++) segment[j].attach(place.segment[j], place.capacity[j]);
-    Tree(series, inner).run(s.begin, s.end, segment, !last, threads, Tree::plan(series, s.begin, s.end, threads),
-                            place.area, place.area_bytes);
+    Tree(series, inner)
+        .run(s.begin, s.end, segment, !last, threads, Tree::plan(series, s.begin, s.end, threads), place.area,
+             place.area_bytes);
     const u64 keep = kept_words(i == 0 ? precision_words : schedule.list[i - 1].remainder_precision);
     if (last) {
       segment[1].truncate(keep);
@@ -182,7 +189,8 @@ void print_terms(u64 terms) {
 
 double recursion_cost(double range_words) {
   double cost = 0;
-  for (double words = range_words; words >= PROGRESS_WORDS; words /= 2) cost += range_words * std::log2(words);
+  for (double words = range_words; words >= PROGRESS_WORDS; words /= 2)
+    cost += range_words * std::log2(words);
   return cost;
 }
 

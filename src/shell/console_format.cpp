@@ -12,7 +12,7 @@ namespace {
 
 // Decimal digits of a 64-bit value with their separators, filled from the right: no allocation.
 class DecimalField {
- public:
+public:
   DecimalField(u64 value, bool negative, bool commas) {
     int digits = 0;
     do {
@@ -26,7 +26,7 @@ class DecimalField {
   const char* text() const { return buffer_ + position_; }
   u64 length() const { return SIZE - position_; }
 
- private:
+private:
   static constexpr u64 SIZE = 32; // 20 digits, 6 separators, the sign
   void put(char c) { buffer_[--position_] = c; }
   char buffer_[SIZE + 1] = {};

@@ -29,7 +29,7 @@ enum : s32 {
 };
 
 class km_exception : public std::exception {
- public:
+public:
   s32 code = 0;
   const char* message = nullptr; // static text, may be null
   std::string text;              // further detail, may be empty
@@ -44,7 +44,7 @@ class km_exception : public std::exception {
 
 // An unrecoverable failure: data were left in a state that cannot be repaired.
 class km_error : public std::exception {
- public:
+public:
   km_exception cause;
   const char* reason; // static text
   km_error(km_exception&& cause_, const char* reason_) : cause(std::move(cause_)), reason(reason_) {}
@@ -53,7 +53,7 @@ class km_error : public std::exception {
 
 // A product whose residue modulo 2^61 - 1 disagrees with that of its operands.
 class kc_BSRModularCheckFailed : public km_exception {
- public:
+public:
   explicit kc_BSRModularCheckFailed(std::string text_) : km_exception(ERROR_REDUNDANCY, std::move(text_)) {}
 };
 

@@ -28,7 +28,7 @@ template <class F> auto call(const F& f) -> decltype(f()) {
 }
 
 class PosixHandle final : public FileHandle {
- public:
+public:
   explicit PosixHandle(int fd) : fd_(fd) {}
   ~PosixHandle() override {
     if (fd_ >= 0) ::close(fd_);
@@ -67,12 +67,12 @@ class PosixHandle final : public FileHandle {
     return fd < 0 || ::close(fd) == 0 || errno == EINTR ? 0 : -errno;
   }
 
- private:
+private:
   int fd_;
 };
 
 class PosixFiles final : public FileSystem {
- public:
+public:
   s32 open(std::unique_ptr<FileHandle>& out, const std::wstring& path, OpenMode mode, bool direct) override {
     int flags = O_CLOEXEC;
     switch (mode) {

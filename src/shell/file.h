@@ -17,7 +17,7 @@ namespace kelvane {
 // One open file. All offsets and sizes are bytes; transfers are positioned, there is no file pointer,
 // so several threads may use one handle. Destruction closes silently.
 class FileHandle {
- public:
+public:
   virtual ~FileHandle() = default;
   virtual s64 read(u64 offset, void* data, u64 bytes) = 0;        // bytes moved (0 at the end) or -errno
   virtual s64 write(u64 offset, const void* data, u64 bytes) = 0; // bytes moved or -errno
@@ -38,7 +38,7 @@ enum class OpenMode {
 enum class PathKind { NONE, REGULAR, FOLDER, OTHER }; // OTHER: links, devices, pipes
 
 class FileSystem {
- public:
+public:
   virtual ~FileSystem() = default;
   // direct: transfers go past the system's cache; buffers, offsets and sizes must then be multiples
   // of 4096. A file system that cannot do that opens the file normally.
@@ -54,7 +54,7 @@ class FileSystem {
 FileSystem& posix_files();
 
 class File {
- public:
+public:
   File() = default;
   // Throws "Unable to open file." or, for the creating modes, "Unable to create file.".
   File(FileSystem& files, std::wstring path, OpenMode mode, bool direct = false);
@@ -76,7 +76,7 @@ class File {
   void sync() const;
   void close(); // "Unable to close file."; the file counts as closed either way
 
- private:
+private:
   std::unique_ptr<FileHandle> handle_;
   std::wstring path_;
 };

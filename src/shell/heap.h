@@ -16,7 +16,7 @@
 namespace kelvane {
 
 class Heap {
- public:
+public:
   Heap() = default;
   ~Heap(); // gives a root's reservation back; nothing for other heaps
   Heap(const Heap&) = delete;
@@ -67,7 +67,7 @@ class Heap {
   u64 peak_bytes() const { return static_cast<u64>(peak_top_ - start_); }
   void dump() const;
 
- private:
+private:
   struct Entry {
     u8* base;
     u64 size;
@@ -120,7 +120,7 @@ void aligned_free(void* pointer);
 // the memory query runs it over a null base and reads used(), the run runs it over the real
 // buffer, so that the figure shown and the bytes used cannot differ.
 class Layout {
- public:
+public:
   static constexpr u64 ALIGNMENT = 64;
 
   Layout() = default; // measuring
@@ -134,7 +134,7 @@ class Layout {
   u64 left() const { return size_ - used_; }
   bool measuring() const { return base_ == nullptr; }
 
- private:
+private:
   u8* base_ = nullptr;
   u64 size_ = 0;
   u64 used_ = 0;

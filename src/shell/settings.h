@@ -69,7 +69,7 @@ struct ComputeSettings {
   // Words of working precision for a number of hexadecimal digits: 16 a word, and two.
   static u64 words_for(u64 hexadecimal) { return hexadecimal / 16 + 2; }
 
- private:
+private:
   void change_digits(u64 decimal, u64 hexadecimal);
 };
 

@@ -12,7 +12,7 @@
 namespace kelvane::Console {
 
 class StatusLine {
- public:
+public:
   struct Segment {
     char color;
     std::string text;
@@ -29,7 +29,7 @@ class StatusLine {
   bool due() const;       // nothing printed yet, or the interval has passed
   void refresh(int mode); // 0 nothing, 1 at most once per interval, else at once
 
- private:
+private:
   double start_ = 0;
   double last_ = 0;
   bool printed_ = false;
@@ -40,7 +40,7 @@ StatusLine& status_line(); // the program's status line: width 79, no newline, 1
 // Progress of one phase on the status line: label, percentage of the cost done, elapsed and estimated
 // remaining time. Any thread may add cost; only the thread that called begin draws, at most once a second.
 class Progress {
- public:
+public:
   Progress(const char* label, double total_cost, u64 width = 79); // draws at once
   ~Progress();                                                    // clears the line
   Progress(const Progress&) = delete;
@@ -51,7 +51,7 @@ class Progress {
   void tick();                       // draws when due
   double done() const { return done_.load(std::memory_order_relaxed); }
 
- private:
+private:
   void draw(int mode);
   std::string label_;
   double total_;

@@ -14,8 +14,8 @@ namespace {
 using test::OwnedGFP;
 using test::shifted;
 using test::value;
-using test::Work;
 using test::Words;
+using test::Work;
 using test::Z;
 
 std::vector<u64> precisions() {
@@ -32,7 +32,8 @@ void set(OwnedGFP& x, const std::vector<u64>& w, s64 exp) {
 
 // |found - exact| in units of 2^(-64 (p + 1)) of the exact value must stay below 2^bits.
 // exact = numerator / denominator, found scaled by 2^(64 scale).
-testing::AssertionResult close(const OwnedGFP& found, const Z& numerator, const Z& denominator, u64 p, unsigned bits) {
+testing::AssertionResult close(const OwnedGFP& found, const Z& numerator, const Z& denominator, u64 p,
+                               unsigned bits) {
   Z left, difference;
   mpz_mul(left.get(), Z::of_words(found.T, found.L).get(), denominator.get());
   const s64 e = found.exp;
@@ -44,11 +45,14 @@ testing::AssertionResult close(const OwnedGFP& found, const Z& numerator, const 
   Z bound;
   mpz_mul_2exp(bound.get(), right.get(), bits);
   if (mpz_cmp(difference.get(), bound.get()) < 0) return testing::AssertionSuccess();
-  return testing::AssertionFailure() << "p = " << p << ", found " << Z::of_words(found.T, found.L).text() << " exp " << e;
+  return testing::AssertionFailure() << "p = " << p << ", found " << Z::of_words(found.T, found.L).text()
+                                     << " exp " << e;
 }
 
 // Level 1 squares a double's error and no more: 2^-100. From level 2 on only truncations count.
-unsigned slack(u64 p) { return p == 1 ? 28 : 8; }
+unsigned slack(u64 p) {
+  return p == 1 ? 28 : 8;
+}
 
 TEST(Newton, ReciprocalAtEveryPrecision) {
   Words random(11);
@@ -62,8 +66,10 @@ TEST(Newton, ReciprocalAtEveryPrecision) {
       Work work(kcm_rcp_work_bytes(p, test::context(2 * p + 8, 1)));
       ASSERT_EQ(kcm_rcp_E(test::context(2 * p + 8), T, A, p, temporaries.data(), PL, work.data()), 0) << p;
       Z one = Z::of(1), denominator = Z::of_words(A.T, A.L);
-      if (A.exp >= 0) denominator = shifted(denominator, A.exp);
-      else one = shifted(one, -A.exp);
+      if (A.exp >= 0)
+        denominator = shifted(denominator, A.exp);
+      else
+        one = shifted(one, -A.exp);
       ASSERT_TRUE(close(T, one, denominator, p, slack(p))) << "seed 11, round " << round;
     }
   }
@@ -73,16 +79,22 @@ TEST(Newton, QuotientAtEveryPrecision) {
   Words random(12);
   for (const u64 p : precisions()) {
     for (int round = 0; round < (p <= 70 ? 12 : 2); round++) {
-      const std::vector<u64> n = random.number(1 + random.below(p + 4)), d = random.number(1 + random.below(p + 4));
+      const std::vector<u64> n = random.number(1 + random.below(p + 4)),
+                             d = random.number(1 + random.below(p + 4));
       OwnedGFP N(n.size()), D(d.size()), T(p + 3);
       set(N, n, 0);
       set(D, d, 0);
       const u64 PL = kcm_div_words(p);
       std::vector<u64> temporaries(PL);
       Work work(kcm_div_work_bytes(p, test::context(2 * p + 8, 2)));
-      ASSERT_EQ(kcm_div_t9_B(test::context(2 * p + 8, 2), T, N, D, p, temporaries.data(), PL, work.data(), newton::Meter()), 0) << p;
-      ASSERT_TRUE(close(T, Z::of_words(N.T, N.L), Z::of_words(D.T, D.L), p, slack(p))) << "seed 12, round " << round;
-      EXPECT_LE(PL, p <= 9 ? 2 * p + 9 : p + (p + 2) / 2 * 2 + 10) << "the stated work area suffices at p = " << p;
+      ASSERT_EQ(kcm_div_t9_B(test::context(2 * p + 8, 2), T, N, D, p, temporaries.data(), PL, work.data(),
+                             newton::Meter()),
+                0)
+          << p;
+      ASSERT_TRUE(close(T, Z::of_words(N.T, N.L), Z::of_words(D.T, D.L), p, slack(p)))
+          << "seed 12, round " << round;
+      EXPECT_LE(PL, p <= 9 ? 2 * p + 9 : p + (p + 2) / 2 * 2 + 10)
+          << "the stated work area suffices at p = " << p;
     }
   }
 }
@@ -90,12 +102,14 @@ TEST(Newton, QuotientAtEveryPrecision) {
 TEST(Newton, InverseSquareRootAtEveryPrecision) {
   Words random(13);
   for (const u64 p : precisions()) {
-    for (const u64 x : {u64{2}, u64{3}, u64{5}, u64{8}, u64{10005}, random.word() | 1, ~u64{0}, (u64{1} << 63) + 1}) {
+    for (const u64 x :
+         {u64{2}, u64{3}, u64{5}, u64{8}, u64{10005}, random.word() | 1, ~u64{0}, (u64{1} << 63) + 1}) {
       OwnedGFP T(p + 3);
       const u64 PL = newton::temporary_words(p);
       std::vector<u64> temporaries(PL);
       Work work(kcm_invsqrt_work_bytes(p, test::context(2 * p + 8, 1)));
-      ASSERT_EQ(kcm_invsqrt_udw_E(test::context(2 * p + 8), T, x, p, temporaries.data(), PL, work.data()), 0) << p;
+      ASSERT_EQ(kcm_invsqrt_udw_E(test::context(2 * p + 8), T, x, p, temporaries.data(), PL, work.data()), 0)
+          << p;
       // T^2 x = 1 (1 + 2 d): twice the relative error of T.
       Z square;
       mpz_mul(square.get(), Z::of_words(T.T, T.L).get(), Z::of_words(T.T, T.L).get());
@@ -127,8 +141,10 @@ TEST(NewtonDeathTest, SpaceIsCheckedBeforeWork) {
   std::vector<u64> temporaries(64);
   Work work(kcm_rcp_work_bytes(5, test::context(2 * 5 + 8, 1)));
   // AL = p + 2 is one word short, and p + 2 is the figure shown.
-  EXPECT_EXIT(kcm_rcp_E(test::context(40), T, A, 5, temporaries.data(), 64, work.data()), testing::ExitedWithCode(1), "");
-  EXPECT_EXIT(kcm_rcp_E(test::context(40), T, A, 4, temporaries.data(), 5, work.data()), testing::ExitedWithCode(1), "");
+  EXPECT_EXIT(kcm_rcp_E(test::context(40), T, A, 5, temporaries.data(), 64, work.data()),
+              testing::ExitedWithCode(1), "");
+  EXPECT_EXIT(kcm_rcp_E(test::context(40), T, A, 4, temporaries.data(), 5, work.data()),
+              testing::ExitedWithCode(1), "");
 }
 
 } // namespace

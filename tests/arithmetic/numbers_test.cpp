@@ -17,8 +17,16 @@ using test::value;
 using test::Words;
 using test::Z;
 
-Z plus(const Z& a, const Z& b) { Z r; mpz_add(r.get(), a.get(), b.get()); return r; }
-Z minus(const Z& a, const Z& b) { Z r; mpz_sub(r.get(), a.get(), b.get()); return r; }
+Z plus(const Z& a, const Z& b) {
+  Z r;
+  mpz_add(r.get(), a.get(), b.get());
+  return r;
+}
+Z minus(const Z& a, const Z& b) {
+  Z r;
+  mpz_sub(r.get(), a.get(), b.get());
+  return r;
+}
 
 TEST(HashedInteger, SumsAndDifferencesCarryTheResidue) {
   Words random(1);
@@ -103,7 +111,8 @@ TEST(EFPhDeathTest, TooLittleRoomIsNamedBeforeAWordIsWritten) {
 
 TEST(GFP, DoublesTruncationAndSlices) {
   OwnedGFP x(8);
-  for (const double d : {1.0, 0.5, 3.75, 0x1p-64, 0x1.8p-1074, 0x1.fffffffffffffp+63, 0x1.123456789abcdp-31}) {
+  for (const double d :
+       {1.0, 0.5, 3.75, 0x1p-64, 0x1.8p-1074, 0x1.fffffffffffffp+63, 0x1.123456789abcdp-31}) {
     x.set_double(d, 3);
     s64 e = 0;
     const double top = x.get_double(&e);
@@ -126,7 +135,8 @@ TEST(GFP, DoublesTruncationAndSlices) {
   EXPECT_EQ(kept.T[0], w[13]);
   u64 slice[30];
   big.read_slice(slice, -12, 30);
-  for (s64 i = 0; i < 30; i++) EXPECT_EQ(slice[i], i - 3 >= 0 && i - 3 < 20 ? w[static_cast<u64>(i - 3)] : 0) << i;
+  for (s64 i = 0; i < 30; i++)
+    EXPECT_EQ(slice[i], i - 3 >= 0 && i - 3 < 20 ? w[static_cast<u64>(i - 3)] : 0) << i;
 }
 
 TEST(GFP, WordProductsSumsAndDifferences) {

@@ -41,7 +41,8 @@ std::string reference(u32 constant, u64 n, u64 digits) {
     mpfr_set_ui(x, 1, MPFR_RNDN);
     mpfr_exp(x, x, MPFR_RNDN);
     break;
-  default: mpfr_const_pi(x, MPFR_RNDN);
+  default:
+    mpfr_const_pi(x, MPFR_RNDN);
   }
   char* text = nullptr;
   mpfr_asprintf(&text, "%.*RDf", static_cast<int>(digits), x);
@@ -60,7 +61,9 @@ std::string read_file(const std::string& path) {
 
 class Folder {
 public:
-  Folder() : path_(root() / ("kelvane-test-" + std::to_string(getpid()))) { std::filesystem::create_directories(path_); }
+  Folder() : path_(root() / ("kelvane-test-" + std::to_string(getpid()))) {
+    std::filesystem::create_directories(path_);
+  }
   ~Folder() { std::filesystem::remove_all(path_); }
   std::string path() const { return path_.string(); }
 
@@ -102,7 +105,8 @@ Outcome run(const Job& job, const Folder& folder, const RunFaults& faults = {}) 
     RunRecord record;
     run_computation(settings, faults, record);
     // The plan is exact: the run used what the figure says, to the byte.
-    Console::print("peak " + std::to_string(record.peak_bytes) + " of " + std::to_string(record.planned_bytes) + "\n");
+    Console::print("peak " + std::to_string(record.peak_bytes) + " of " +
+                   std::to_string(record.planned_bytes) + "\n");
   });
   outcome.decimal = read_file(file);
   return outcome;
@@ -126,10 +130,16 @@ void expect_right(const Job& job, const Folder& folder, const std::string& expec
   EXPECT_GE(static_cast<double>(peak) + 1000, 0.97 * static_cast<double>(planned)) << describe(job);
 }
 
-const Job KINDS[] = {{CONSTANT_PI, 0, 0, 0, 0},  {CONSTANT_PI, 0, 1, 0, 0},  {CONSTANT_PI, 0, 2, 0, 0},
-                     {CONSTANT_PI, 0, 3, 0, 0},  {CONSTANT_E, 0, 0, 0, 0},   {CONSTANT_E, 0, 1, 0, 0},
-                     {CONSTANT_SQRT, 2, 0, 0, 0}, {CONSTANT_SQRT, 3, 0, 0, 0},
-                     {CONSTANT_SQRT, 9223372036854775809u, 0, 0, 0}, {CONSTANT_SQRT, ~u64{0}, 0, 0, 0},
+const Job KINDS[] = {{CONSTANT_PI, 0, 0, 0, 0},
+                     {CONSTANT_PI, 0, 1, 0, 0},
+                     {CONSTANT_PI, 0, 2, 0, 0},
+                     {CONSTANT_PI, 0, 3, 0, 0},
+                     {CONSTANT_E, 0, 0, 0, 0},
+                     {CONSTANT_E, 0, 1, 0, 0},
+                     {CONSTANT_SQRT, 2, 0, 0, 0},
+                     {CONSTANT_SQRT, 3, 0, 0, 0},
+                     {CONSTANT_SQRT, 9223372036854775809u, 0, 0, 0},
+                     {CONSTANT_SQRT, ~u64{0}, 0, 0, 0},
                      {CONSTANT_GOLDEN_RATIO, 0, 0, 0, 0}};
 
 TEST(Computation, EveryDigitCountFrom100To400) {
@@ -221,8 +231,10 @@ TEST(ComputationFaults, ADamagedProductEndsTheRunWithItsRange) {
       print_exception(e);
     }
   });
-  EXPECT_NE(captured.output.find("Modular Redundancy Check Failed:\na = "), std::string::npos) << captured.output;
-  EXPECT_NE(captured.output.find("Exception Encountered: Generic Exception\nError Code: 2\n"), std::string::npos);
+  EXPECT_NE(captured.output.find("Modular Redundancy Check Failed:\na = "), std::string::npos)
+      << captured.output;
+  EXPECT_NE(captured.output.find("Exception Encountered: Generic Exception\nError Code: 2\n"),
+            std::string::npos);
   EXPECT_FALSE(std::filesystem::exists(folder.path() + "/Pi - Dec - Chudnovsky.txt"));
 }
 
@@ -283,7 +295,8 @@ TEST(Registry, ParametersAreCheckedAndRefusalsKeepTheSettings) {
   for (const u64 n : {u64{1}, u64{2147483648}})
     EXPECT_STREQ(validate_and_select(settings, CONSTANT_LOG, n), "Parameter out of range");
   for (const u32 number : {4u, 5u, 6u, 7u, 8u, 9u, 10u, 99u})
-    EXPECT_STREQ(validate_and_select(settings, number, 3), "Invalid constant, or not yet implemented.") << number;
+    EXPECT_STREQ(validate_and_select(settings, number, 3), "Invalid constant, or not yet implemented.")
+        << number;
   EXPECT_EQ(settings.constant->get_name(), "Pi");
   EXPECT_EQ(validate_and_select(settings, CONSTANT_SQRT, (u64{1} << 63) + 1), nullptr);
   EXPECT_EQ(settings.constant->get_name(), "Sqrt(9223372036854775809)");

@@ -64,7 +64,7 @@ inline u64 words_for(u64 D) {
 
 // A 64-byte aligned work area with a guard behind it.
 class Scratch {
- public:
+public:
   explicit Scratch(u64 bytes)
       : bytes_(bytes), data_(static_cast<unsigned char*>(aligned_malloc(bytes + GUARD, 64))) {
     for (u64 i = 0; i < GUARD; ++i) data_[bytes_ + i] = 0xa5;
@@ -79,7 +79,7 @@ class Scratch {
     return true;
   }
 
- private:
+private:
   static constexpr u64 GUARD = 64;
   u64 bytes_;
   unsigned char* data_;
@@ -87,13 +87,13 @@ class Scratch {
 
 // The root tables for products of up to `words` words.
 class RootTables {
- public:
+public:
   explicit RootTables(u64 words) : memory_(km_MULv3::Tables::bytes(words)) {
     tables_.build(memory_.get(), words, 2);
   }
   const km_MULv3::TableSet* set() const { return &tables_.set(); }
 
- private:
+private:
   Scratch memory_;
   km_MULv3::Tables tables_;
 };

@@ -63,8 +63,10 @@ double pi_bits(const kc_BSS_P2B3_Type0& series, u64 w, u64 threads) {
   const bool chudnovsky = series.alternating;
   F d(w);
   mpfr_mul_ui(d.get(), q.get(), chudnovsky ? 13591409 : 1103, MPFR_RNDN);
-  if (chudnovsky) mpfr_sub(d.get(), d.get(), r.get(), MPFR_RNDN);
-  else mpfr_add(d.get(), d.get(), r.get(), MPFR_RNDN);
+  if (chudnovsky)
+    mpfr_sub(d.get(), d.get(), r.get(), MPFR_RNDN);
+  else
+    mpfr_add(d.get(), d.get(), r.get(), MPFR_RNDN);
   mpfr_sqrt_ui(r.get(), chudnovsky ? 10005 : 8, MPFR_RNDN);
   mpfr_mul(d.get(), d.get(), r.get(), MPFR_RNDN);
   mpfr_mul_ui(q.get(), q.get(), chudnovsky ? 4270934400 : 9801, MPFR_RNDN);
@@ -152,13 +154,18 @@ TEST(SeriesE, BothSignsReachEveryPrecision) {
         F p(w), q(w), e(w);
         p.set(P);
         q.set(Q);
-        if (alternating) mpfr_sub(p.get(), q.get(), p.get(), MPFR_RNDN);
-        else mpfr_add(p.get(), q.get(), p.get(), MPFR_RNDN);
-        if (alternating) mpfr_div(p.get(), q.get(), p.get(), MPFR_RNDN);
-        else mpfr_div(p.get(), p.get(), q.get(), MPFR_RNDN);
+        if (alternating)
+          mpfr_sub(p.get(), q.get(), p.get(), MPFR_RNDN);
+        else
+          mpfr_add(p.get(), q.get(), p.get(), MPFR_RNDN);
+        if (alternating)
+          mpfr_div(p.get(), q.get(), p.get(), MPFR_RNDN);
+        else
+          mpfr_div(p.get(), p.get(), q.get(), MPFR_RNDN);
         mpfr_set_ui(q.get(), 1, MPFR_RNDN);
         mpfr_exp(e.get(), q.get(), MPFR_RNDN);
-        EXPECT_GE(agreeing_bits(p, e), 64.0 * static_cast<double>(w)) << w << " words, exp(" << (alternating ? -1 : 1) << ")";
+        EXPECT_GE(agreeing_bits(p, e), 64.0 * static_cast<double>(w))
+            << w << " words, exp(" << (alternating ? -1 : 1) << ")";
       }
     }
   }
@@ -191,8 +198,10 @@ TEST(SeriesPi, AFlippedWordIsFoundWithItsRange) {
     EXPECT_THROW(sum(series, 400, threads, s, &flip), kc_BSRModularCheckFailed);
     const std::string printed = testing::internal::GetCapturedStdout();
     EXPECT_TRUE(flip.done_);
-    EXPECT_NE(printed.find("Modular Redundancy Check Failed:\na = " + std::to_string(m) + "\nb = " + std::to_string(b)),
-              std::string::npos) << printed;
+    EXPECT_NE(printed.find("Modular Redundancy Check Failed:\na = " + std::to_string(m) +
+                           "\nb = " + std::to_string(b)),
+              std::string::npos)
+        << printed;
   }
 }
 

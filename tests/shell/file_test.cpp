@@ -30,7 +30,7 @@ template <class F> void expect_error(const F& f, int code, const char* text, con
 }
 
 class PosixFile : public testing::Test {
- protected:
+protected:
   void SetUp() override {
     folder = std::filesystem::temp_directory_path() / ("kelvane_file_" + std::to_string(getpid()));
     std::filesystem::create_directories(folder);

@@ -15,7 +15,7 @@
 namespace kelvane::test {
 
 class MemoryFiles final : public FileSystem {
- public:
+public:
   struct Node {
     std::vector<char> data;   // what a reader sees
     std::vector<char> synced; // what survives a crash
@@ -78,9 +78,9 @@ class MemoryFiles final : public FileSystem {
     return static_cast<s64>(std::min<u64>(capacity - used(), ~0ull >> 1));
   }
 
- private:
+private:
   class Handle final : public FileHandle {
-   public:
+  public:
     Handle(MemoryFiles& files, std::shared_ptr<Node> node) : files_(files), node_(std::move(node)) {}
     s64 read(u64 offset, void* data, u64 bytes) override {
       if (files_.fails("read")) return -files_.fail_error;
@@ -116,7 +116,7 @@ class MemoryFiles final : public FileSystem {
     }
     s32 close() override { return files_.fails("close") ? -files_.fail_error : 0; }
 
-   private:
+  private:
     MemoryFiles& files_;
     std::shared_ptr<Node> node_;
   };

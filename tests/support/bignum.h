@@ -19,7 +19,10 @@ class Z {
 public:
   Z() { mpz_init(z_); }
   Z(const Z& o) { mpz_init_set(z_, o.z_); }
-  Z& operator=(const Z& o) { mpz_set(z_, o.z_); return *this; }
+  Z& operator=(const Z& o) {
+    mpz_set(z_, o.z_);
+    return *this;
+  }
   ~Z() { mpz_clear(z_); }
   static Z of_words(const u64* words, u64 n) {
     Z z;
@@ -43,8 +46,10 @@ private:
 
 inline Z shifted(const Z& z, s64 words) {
   Z r;
-  if (words >= 0) mpz_mul_2exp(r.get(), z.get(), static_cast<mp_bitcnt_t>(words) * 64);
-  else mpz_fdiv_q_2exp(r.get(), z.get(), static_cast<mp_bitcnt_t>(-words) * 64);
+  if (words >= 0)
+    mpz_mul_2exp(r.get(), z.get(), static_cast<mp_bitcnt_t>(words) * 64);
+  else
+    mpz_fdiv_q_2exp(r.get(), z.get(), static_cast<mp_bitcnt_t>(-words) * 64);
   return r;
 }
 
@@ -57,7 +62,8 @@ public:
   std::vector<u64> number(u64 n) {
     std::vector<u64> w(n);
     const u64 pattern = below(4);
-    for (u64& x : w) x = pattern == 0 ? ~u64{0} : pattern == 1 && below(2) != 0 ? (below(2) != 0 ? ~u64{0} : 0) : word();
+    for (u64& x : w)
+      x = pattern == 0 ? ~u64{0} : pattern == 1 && below(2) != 0 ? (below(2) != 0 ? ~u64{0} : 0) : word();
     if (n != 0 && w[n - 1] == 0) w[n - 1] = 1;
     return w;
   }
@@ -83,8 +89,12 @@ struct OwnedGFP : kob_cdi_GFP {
 };
 
 // value * 2^(64 scale), as an integer.
-inline Z value(const kob_cdi_EFPh& x, s64 scale) { return shifted(Z::of_words(x.T, x.L), x.exp + scale); }
-inline Z value(const kob_cdi_GFP& x, s64 scale) { return shifted(Z::of_words(x.T, x.L), x.exp + scale); }
+inline Z value(const kob_cdi_EFPh& x, s64 scale) {
+  return shifted(Z::of_words(x.T, x.L), x.exp + scale);
+}
+inline Z value(const kob_cdi_GFP& x, s64 scale) {
+  return shifted(Z::of_words(x.T, x.L), x.exp + scale);
+}
 
 // 64-byte aligned work memory.
 class Work {

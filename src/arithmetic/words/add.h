@@ -10,12 +10,12 @@
 
 namespace kelvane::words {
 
-u32 add_word(u32* A, u64 n, u32 x);       // A += x, stops when the carry dies or at n
-u32 sub_word(u32* A, u64 n, u32 x);       // A -= x
-u32 add_in_place(u32* A, const u32* B, u64 n);               // A += B
-u32 sub_in_place(u32* A, const u32* B, u64 n);               // A -= B
-u32 add(u32* D, const u32* A, const u32* B, u64 n);          // D = A + B
-u32 sub(u32* D, const u32* A, const u32* B, u64 n);          // D = A - B
+u32 add_word(u32* A, u64 n, u32 x);                               // A += x, stops when the carry dies or at n
+u32 sub_word(u32* A, u64 n, u32 x);                               // A -= x
+u32 add_in_place(u32* A, const u32* B, u64 n);                    // A += B
+u32 sub_in_place(u32* A, const u32* B, u64 n);                    // A -= B
+u32 add(u32* D, const u32* A, const u32* B, u64 n);               // D = A + B
+u32 sub(u32* D, const u32* A, const u32* B, u64 n);               // D = A - B
 u32 add_carry(u32* D, const u32* A, const u32* B, u64 n, u32 c);  // D = A + B + c
 u32 sub_borrow(u32* D, const u32* A, const u32* B, u64 n, u32 c); // D = A - B - c
 void add_propagate(u32* A, const u32* B, u64 n); // A += B, then the carry runs on; a guard above A stops it
@@ -38,7 +38,9 @@ u64 mul_word(u64* D, const u64* A, u64 n, u64 x, u64 c = 0);
 // D += A * x over n words, returns the carry word.
 u64 mul_word_add(u64* D, const u64* A, u64 n, u64 x);
 // A = A * radix, returns the word carried out on top: one step of a radix conversion.
-inline u64 mul_word_in_place(u64* A, u64 n, u64 x) { return mul_word(A, A, n, x, 0); }
+inline u64 mul_word_in_place(u64* A, u64 n, u64 x) {
+  return mul_word(A, A, n, x, 0);
+}
 // Shifts by s bits, 0 < s < 64: left returns the bits shifted out on top, right those below.
 u64 shift_left(u64* D, const u64* A, u64 n, unsigned s);
 u64 shift_right(u64* D, const u64* A, u64 n, unsigned s);

@@ -22,15 +22,25 @@ constexpr u64 reduce(u128 x) {
   u64 r = (static_cast<u64>(x) & P) + static_cast<u64>(x >> 61);
   return r >= P ? r - P : r;
 }
-constexpr u64 add(u64 a, u64 b) { const u64 s = a + b; return s >= P ? s - P : s; }
-constexpr u64 sub(u64 a, u64 b) { return a >= b ? a - b : a + P - b; }
-constexpr u64 mul(u64 a, u64 b) { return reduce(static_cast<u128>(a) * b); }
+constexpr u64 add(u64 a, u64 b) {
+  const u64 s = a + b;
+  return s >= P ? s - P : s;
+}
+constexpr u64 sub(u64 a, u64 b) {
+  return a >= b ? a - b : a + P - b;
+}
+constexpr u64 mul(u64 a, u64 b) {
+  return reduce(static_cast<u128>(a) * b);
+}
 constexpr u64 pow(u64 base, u64 e) {
   u64 r = 1;
-  for (; e != 0; e >>= 1, base = mul(base, base)) if (e & 1) r = mul(r, base);
+  for (; e != 0; e >>= 1, base = mul(base, base))
+    if (e & 1) r = mul(r, base);
   return r;
 }
-constexpr u64 inverse(u64 a) { return pow(a, P - 2); }
+constexpr u64 inverse(u64 a) {
+  return pow(a, P - 2);
+}
 
 // (2^64)^e mod p: base 8 for e >= 0, base 2^58 (the inverse of 8) for e < 0.
 u64 weight(s64 e);
