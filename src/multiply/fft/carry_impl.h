@@ -92,13 +92,18 @@ template <class V, class I> struct Carry {
         for (u32 w = 0; w < WORDS; w++) __builtin_memcpy(out + h * runs.stride + 8 * w, &words[8 * w + h], 8);
       }
     }
-    // The last octet ends where another run begins: exactly b bytes.
+    // The last octet ends where another run begins: exactly b bytes, the last eight of them at once.
     round_octet<STEP>(tile, data, row_stride, roots, u, scale);
     pack_octet<WORDS>(words, tile, carry, b);
     for (u32 h = 0; h < 8; h++) {
-      u64 octet[WORDS];
-      for (u32 w = 0; w < WORDS; w++) octet[w] = words[8 * w + h];
-      __builtin_memcpy(out + h * runs.stride, octet, b);
+      u8* const to = out + h * runs.stride;
+      u64 last = words[h];
+      if constexpr (WORDS > 1) {
+        for (u32 w = 0; w < WORDS - 1; w++) __builtin_memcpy(to + 8 * w, &words[8 * w + h], 8);
+        const u64 below = words[8 * (WORDS - 2) + h], top = words[8 * (WORDS - 1) + h];
+        last = static_cast<u64>((static_cast<u128>(top) << 64 | below) >> (8 * (b - 8 * (WORDS - 1))));
+      }
+      __builtin_memcpy(to + b - 8, &last, 8);
     }
     for (u32 k = 0; k < GROUPS; k++) carry[k].store(words + k * I::LANES);
     for (u32 h = 0; h < 8; h++) runs.carry[h] = static_cast<s64>(words[h] - (MAGIC_BITS >> b));

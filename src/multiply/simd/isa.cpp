@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "shell/cpu_features.h"
+
 namespace kelvane::simd {
 
 namespace {
@@ -30,22 +32,16 @@ std::atomic<Isa>& in_force() {
 
 } // namespace
 
-// __builtin_cpu_supports asks CPUID for the instructions and XGETBV for the registers' state.
 bool supported(Isa isa) {
-  const bool avx2 = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma") &&
-                    __builtin_cpu_supports("bmi") && __builtin_cpu_supports("bmi2");
-  const bool avx512 = avx2 && __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq") &&
-                      __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512bw") &&
-                      __builtin_cpu_supports("avx512cd");
   switch (isa) {
   case Isa::sse3:
     return true;
   case Isa::avx2:
-    return avx2;
+    return simd_support().avx2;
   case Isa::avx512:
-    return avx512;
+    return simd_support().avx512;
   case Isa::avx512ifma:
-    return avx512 && __builtin_cpu_supports("avx512ifma");
+    return simd_support().avx512ifma;
   }
   return false;
 }
