@@ -85,9 +85,9 @@ struct Integer {
     x2 = red(x2, k);
   }
 
-  // f by as a factor with its exact quotient: y = f by in [0, 1) p, v = floor(2^125 / p), q = 2^3 floor(..)
-  // in two parts: floor(y v / 2^64) = y 2^61 / p less than 2 short, so q = 8 of it is less than 16 short, and
-  // the remainder below 17 p fits no 64 bits; so the quotient is made of the remainder of the first 61 bits.
+  // y = f by as a factor with its exact quotient. v = floor(2^125 / p); floor(y v / 2^64) is less than 2
+  // short of 2^61 y / p, and the remainder 2^61 y - q p below 3 p < 2^64 is known modulo 2^64, so exactly.
+  // The last three bits of the quotient come by long division.
   struct Scale {
     Tw by;
     V v;
@@ -132,7 +132,7 @@ struct Integer {
   NTT_INLINE V biased(V x, const Tw& bias) { return x + bias.w; } // < 3
   NTT_INLINE V first_digit(V x, const K& k) { return next_digit(red(x, k), k); }
   NTT_INLINE V next_digit(V x, const K& k) { return x >= k.p ? x - k.p : x; }
-  // x < 3, d < p_i < 2 p; the sum stays below 5 p... reduced first.
+  // x < 3 is brought below 2, d < p_i < 2 p: the argument of mul is below 4 p.
   NTT_INLINE V garner(V x, V d, const Tw& f, const K& k) { return mul(red(x, k) + k.p2 - d, f, k); }
   NTT_INLINE void store_integer(u64* a, V x) { *a = x; }
 

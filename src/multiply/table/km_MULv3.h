@@ -93,7 +93,7 @@ class abstract_ntp : public abstract_btp {
   // How many products may be added; with subtraction, half as many of each sign. A wrapped sum: half of both.
   virtual u64 max_sum() const = 0;
   // out[0, n) <- the sum of the terms' products, which must be non-negative and fit. terms[0].TA is
-  // destroyed, all other transforms are kept.
+  // destroyed and must not occur in another term; all other transforms are kept.
   virtual void inverse_sum(u64* out, u64 n, const Term* terms, u64 count, void* scratch) const = 0;
 
   // The product's own modulus is M = 2^(64 wrap_words()) - 1.
