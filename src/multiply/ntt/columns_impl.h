@@ -92,7 +92,12 @@ void forward_tile(const Shape& shape, u32 first, u32 last, const u64* A, u64 L, 
   const u64 filled = (digits + shape.columns() - 1) >> shape.log_columns;
   const bool half = shape.r == 1 && filled <= R / 2 && shape.log_rows >= 2;
   const u64 rows = half ? R / 2 : R;
+  const u64 row_words = shape.columns() / 64 * shape.b, run_words = shape.run_words();
   for (u64 row = 0; row < rows; row++) {
+    const u64 next = (row + 2) * row_words + tile * run_words;
+    if (next + run_words <= L) {
+      for (u64 i = 0; i < run_words + 7; i += 8) __builtin_prefetch(A + next + i, 0, 3);
+    }
     read_run<F>(reader, shape, primes, A, L, (row << shape.log_columns) + column, area + row * T, stride);
   }
   for (u32 i = first; i < last; i++) {
@@ -150,6 +155,12 @@ void inverse_tile_of(const Shape& shape, const u64* data, u64 tile, const Output
     for (u64 row = 0; row < R; row++) {
       for (u64 t = 0; t < T; t += F::LANES)
         F::store(x + row * T + t, F::load(in + row * shape.row_stride() + t));
+    }
+    // Meanwhile the next prime's columns come in, after the last prime those of the next tile.
+    if (i + 1 < W) {
+      c.ahead = {in + shape.prime_stride(), shape.row_stride(), T / 8, R};
+    } else if (tile + 1 < shape.tiles()) {
+      c.ahead = {data + column + T, shape.row_stride(), T / 8, R};
     }
     const u32 size_log = shape.log_rows + shape.log_tile;
     const u64 M = u64{1} << size_log;

@@ -20,11 +20,26 @@ struct Tree {
   u64 u_quotients = 0;
 };
 
+// Memory that will be read next, fetched into the second-level cache part by part while this data is worked
+// on.
+struct Ahead {
+  const u64* at = nullptr;
+  u64 stride = 0; // words from part to part
+  u64 lines = 0;  // cache lines of a part
+  u64 parts = 0;
+  void advance(u64 count) {
+    for (; count > 0 && parts > 0; count--, parts--, at += stride) {
+      for (u64 i = 0; i < lines; i++) __builtin_prefetch(at + 8 * i, 0, 2);
+    }
+  }
+};
+
 // A prime's constants in registers' form.
 template <class F> struct Constants {
   typename F::K k;
   typename F::Tw turns[2][3], minus_half, third[2];
   const PrimeTable& table;
+  mutable Ahead ahead; // advanced by one part per base block, or per part that is left alone
   explicit Constants(const PrimeTable& t)
       : k(t.p),
         minus_half(F::broadcast(t.minus_half)), third{F::broadcast(t.third[0]), F::broadcast(t.third[1])},

@@ -75,6 +75,12 @@ template <class F> void forward_points(const Shape& shape, const Tree& tree, con
   forward<F, true>(tree, c, x, shape.log_columns, shape_of(F::BACKEND).base_log, 0, 0);
 }
 
+// Fetch the row at x during the next transform of a row.
+template <class F> void row_ahead(const Shape& shape, const Constants<F>& c, const u64* x) {
+  constexpr u64 POINTS = u64{1} << shape_of(F::BACKEND).base_log;
+  c.ahead = {x, POINTS, POINTS / 8, shape.columns() / POINTS};
+}
+
 template <class F> void forward_row(const Shape& shape, u32 prime, u64 row, u64* x, u64* area) {
   const Constants<F> c(prime_table(F::BACKEND, prime));
   const Tree tree = row_tree<F>(shape, prime, 0, row, area + 2 * shape.columns(), c.k);
@@ -117,8 +123,10 @@ void product_row(const Shape& shape, u32 prime, u64 row, const RowPair* pairs, u
     const u64* x = out;
     if (n != 0)
       x = ready_row<F>(shape, tree, c, pair.x, pair.x_raw, area);
-    else if (pair.x_raw)
+    else if (pair.x_raw) {
+      if (pair.y != pair.x) row_ahead<F>(shape, c, pair.y);
       forward_points<F>(shape, tree, c, out);
+    }
     const u64* y = x;
     if (pair.y != pair.x) {
       // A row that may be overwritten is transformed where it lies.
@@ -141,6 +149,7 @@ void product_row(const Shape& shape, u32 prime, u64 row, const RowPair* pairs, u
     }
   }
   const Tree back = row_tree<F>(shape, prime, 1, row, lists, k);
+  if (row + 1 < shape.rows()) row_ahead<F>(shape, c, out + shape.row_stride());
   inverse<F, true>(back, c, out, shape.log_columns, shape_of(F::BACKEND).base_log, 0, 0);
 }
 

@@ -16,10 +16,10 @@ struct CostModel {
   double point, level, ends[6];
 };
 constexpr CostModel COSTS[BACKENDS] = {
-    {1.5, 0.20, {4.9, 5.1, 6.9, 8.1, 11.3, 13.9}}, // ifma
-    {2.0, 0.30, {9, 12, 15, 19, 23, 28}},          // double8
-    {3.0, 0.45, {12, 16, 21, 26, 32, 38}},         // double4
-    {3.0, 1.30, {14, 19, 25, 31, 38, 45}},         // integer1
+    {0.8, 0.235, {4.9, 5.1, 6.9, 8.1, 11.3, 13.9}}, // ifma
+    {1.0, 0.27, {5.5, 7, 9.5, 12.5, 16, 20}},       // double8
+    {2.2, 0.44, {7, 9, 12, 16, 20, 25}},            // double4
+    {4.0, 1.60, {14, 20, 27, 36, 43, 52}},          // integer1
 };
 
 u32 ceil_log2(u64 n) {
@@ -28,9 +28,9 @@ u32 ceil_log2(u64 n) {
 
 // Long rows, as long as two of them and their lists stay in the second-level cache.
 u32 columns_log(u32 log_n) {
-  if (log_n >= 22) return 16;
-  if (log_n >= 18) return 14;
-  if (log_n >= 16) return 12;
+  if (log_n >= 24) return 16;
+  if (log_n >= 17) return 14;
+  if (log_n >= 15) return 12;
   if (log_n >= 13) return 10;
   return 8;
 }
