@@ -68,11 +68,11 @@ TEST(Table, Listing) {
 // What a product is charged is what its record asks for, and the overall cost covers every shorter product.
 TEST(Table, Costs) {
   u64 largest = 0;
+  km_MULv3::Context three;
+  three.threads = 3;
   for (u64 n = 2; n < 40000; n = n < 700 ? n + 1 : n + n / 19) {
     km_MULv3::btp_storage storage;
-    km_MULv3::Context context;
-    context.threads = 3;
-    const km_MULv3::abstract_btp& record = *km_MULv3::select(n, context, &storage);
+    const km_MULv3::abstract_btp& record = *km_MULv3::select(n, three, &storage);
     ASSERT_EQ(product_cost(n, 3), 2 * record.transform_bytes() + record.scratch_bytes()) << n;
     ASSERT_EQ(product_cost(n, 3) % 64, 0u) << n;
     largest = std::max(largest, product_cost(n, 3));

@@ -179,6 +179,7 @@ void inverse_tile_of(const Shape& shape, const u64* data, u64 tile, const Output
     }
   }
   const Recombiner<F, W> recombiner(shape, output.bias);
+  u64 top = 0;
   const u64 run_words = shape.run_words(), overhang = shape.overhang_words();
   for (u64 row = 0; row < R; row++) {
     const u64 run = (row << (shape.log_columns - shape.log_tile)) + tile, word = run * run_words;
@@ -189,10 +190,15 @@ void inverse_tile_of(const Shape& shape, const u64* data, u64 tile, const Output
     }
     alignas(64) u64 sum[MAX_RUN_WORDS];
     for (u64 i = 0; i < run_words + overhang + 8; i++) sum[i] = 0;
-    recombiner.add_run(sum, area + row * T, stride, T);
+    recombiner.add_run(sum, area + row * T, stride, T, output.top == nullptr ? nullptr : &top);
     const u64 count = output.n - word < run_words ? output.n - word : run_words;
     for (u64 i = 0; i < count; i++) output.words[word + i] = sum[i];
     for (u64 i = 0; i < overhang; i++) output.overhang[(tile * R + row) * overhang + i] = sum[run_words + i];
+  }
+  if (output.top != nullptr) {
+    u64 seen = output.top->load(std::memory_order_relaxed);
+    while (seen < top && !output.top->compare_exchange_weak(seen, top, std::memory_order_relaxed)) {
+    }
   }
 }
 

@@ -107,7 +107,8 @@ void Engine::forward(void* T, const u64* A, u64 L, bool raw, void* scratch) cons
   run_phases(workers_, tile_phase(s, 0, shape_.w, A, L, x), rows);
 }
 
-void Engine::inverse(u64* out, u64 n, const Term* terms, u64 count, bool wrapped, void* scratch) const {
+void Engine::inverse(u64* out, u64 n, const Term* terms, u64 count, bool wrapped, void* scratch,
+                     u64* top) const {
   const Scratch s = Scratch::in(scratch, *this);
   bool biased = false;
   for (u64 i = 0; i < count; i++) biased = biased || terms[i].subtract;
@@ -126,11 +127,11 @@ void Engine::inverse(u64* out, u64 n, const Term* terms, u64 count, bool wrapped
                                });
                                tick(worker);
                              }});
-  finish(out, n, x, biased, wrapped, s);
+  finish(out, n, x, biased, wrapped, s, top);
 }
 
 void Engine::product(u64* out, u64 n, const u64* A, u64 LA, const u64* B, u64 LB, void* TA, void* TB,
-                     void* scratch) const {
+                     void* scratch, u64* top) const {
   const Scratch s = Scratch::in(scratch, *this);
   u64* const x = data(TA);
   u64* const y = B == nullptr ? x : data(TB);
@@ -151,11 +152,11 @@ void Engine::product(u64* out, u64 n, const u64* A, u64 LA, const u64* B, u64 LB
                             tick(worker);
                           }};
   run_phases(workers_, columns, rows);
-  finish(out, n, x, false, false, s);
+  finish(out, n, x, false, false, s, top);
 }
 
 void Engine::reduced_product(u64* out, u64 n, const u64* A, u64 LA, const u64* B, u64 LB, void* TA, void* TB,
-                             void* scratch) const {
+                             void* scratch, u64* top) const {
   const Scratch s = Scratch::in(scratch, *this);
   for (u32 prime = 0; prime < shape_.w; prime++) {
     u64* const x = data(TA) + prime * shape_.prime_stride();
@@ -178,7 +179,7 @@ void Engine::reduced_product(u64* out, u64 n, const u64* A, u64 LA, const u64* B
                             }};
     run_phases(workers_, columns, rows);
   }
-  finish(out, n, data(TA), false, false, s);
+  finish(out, n, data(TA), false, false, s, top);
 }
 
 // Runs of chunk `chunk`: run i's overhang belongs to the words of run i + 1. A carry that leaves the chunk's
@@ -197,8 +198,10 @@ void Engine::add_overhangs(u64* out, u64 n, u64 chunk, u64 chunks, const Scratch
   s.carries[chunk] = carry ? 1 : 0;
 }
 
-void Engine::finish(u64* out, u64 n, const u64* T, bool biased, bool wrapped, const Scratch& s) const {
-  Output output{out, n, s.overhang, nullptr};
+void Engine::finish(u64* out, u64 n, const u64* T, bool biased, bool wrapped, const Scratch& s,
+                    u64* top) const {
+  std::atomic<u64> largest{0};
+  Output output{out, n, s.overhang, nullptr, top == nullptr ? nullptr : &largest};
   Factor bias[MAX_PRIMES];
   if (biased) {
     // Each coefficient gets D = 2^bias_log (2^b - 1); the products' sum gets 2^bias_log (2^(b N) - 1).
@@ -217,6 +220,7 @@ void Engine::finish(u64* out, u64 n, const u64* T, bool biased, bool wrapped, co
                      tick(worker);
                    }},
              Phase{chunks, [&](u64 chunk, Worker) { add_overhangs(out, n, chunk, chunks, s); }});
+  if (top != nullptr) *top = largest.load(std::memory_order_relaxed);
   const u64 words = shape_.run_words();
   u64 over = 0; // carries out of the top
   for (u64 chunk = 0; chunk < chunks; chunk++) {

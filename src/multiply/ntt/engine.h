@@ -18,7 +18,7 @@
 namespace kelvane::ntt {
 
 class Engine {
- public:
+public:
   Engine(const Shape& shape, u64 threads, Console::Progress* progress);
 
   const Shape& shape() const { return shape_; }
@@ -32,16 +32,19 @@ class Engine {
   void forward(void* T, const u64* A, u64 L, bool raw, void* scratch) const;
   // out[0, n) <- sum of the terms' products; terms[0].TA is destroyed. Wrapped: n = capacity_words(), the
   // result is congruent to the sum modulo 2^(64 n) - 1 and in [0, 2^(64 n) - 1].
-  void inverse(u64* out, u64 n, const km_MULv3::Term* terms, u64 count, bool wrapped, void* scratch) const;
+  // With `top`, here and below: *top <- floor(c / (p_0 .. p_(w-2))) for the largest coefficient c, in [0, P),
+  // that was turned into words: what a check of (1)'s headroom asks for.
+  void inverse(u64* out, u64 n, const km_MULv3::Term* terms, u64 count, bool wrapped, void* scratch,
+               u64* top = nullptr) const;
 
   // out[0, n) <- A B, or A^2 with B null. TA and TB: transform_bytes() each (no TB for a square).
-  void product(u64* out, u64 n, const u64* A, u64 LA, const u64* B, u64 LB, void* TA, void* TB,
-               void* scratch) const;
+  void product(u64* out, u64 n, const u64* A, u64 LA, const u64* B, u64 LB, void* TA, void* TB, void* scratch,
+               u64* top = nullptr) const;
   // The same prime by prime, with TB of prime_bytes().
   void reduced_product(u64* out, u64 n, const u64* A, u64 LA, const u64* B, u64 LB, void* TA, void* TB,
-                       void* scratch) const;
+                       void* scratch, u64* top = nullptr) const;
 
- private:
+private:
   static constexpr u64 HEADER = 64;
   static constexpr u64 MAX_CHUNKS = 1024;
   struct Scratch;
@@ -62,7 +65,7 @@ class Engine {
   template <class F> void for_rows(u64 task, const F& f) const;
   auto tile_phase(const Scratch& s, u32 first, u32 last, const u64* A, u64 L, u64* to) const;
   // The words from a transform whose rows have been transformed back.
-  void finish(u64* out, u64 n, const u64* T, bool biased, bool wrapped, const Scratch& s) const;
+  void finish(u64* out, u64 n, const u64* T, bool biased, bool wrapped, const Scratch& s, u64* top) const;
   void add_overhangs(u64* out, u64 n, u64 chunk, u64 chunks, const Scratch& s) const;
 
   Shape shape_;

@@ -2,6 +2,8 @@
 // `area` is the calling thread's, Shape::area_words() words, 64-byte aligned.
 #pragma once
 
+#include <atomic>
+
 #include "multiply/ntt/shape.h"
 #include "multiply/simd/isa.h"
 #include "shell/types.h"
@@ -23,6 +25,8 @@ struct Output {
   u64 n;                        // words past n are dropped
   u64* overhang;                // [tile rows + row][overhang_words]
   const Factor* bias = nullptr; // D modulo each prime, or null for 0
+  std::atomic<u64>* top =
+      nullptr; // raised to the largest coefficient's top digit (see Engine); null: not wanted
 };
 
 struct Kernels {

@@ -13,7 +13,7 @@ template <u32 W> class Recombiner<Ifma, W> : RecombinerBase<Ifma, W> {
   using V = __m512i;
   static constexpr u32 WORDS = Base::WORDS, I = 2;
 
- public:
+public:
   Recombiner(const Shape& shape, const Factor* bias) : Base(shape, bias) {
     // p_0 .. p_(i-1) in limbs of 52 bits: W limbs hold it, each prime having 48.
     u64 limbs[W + 1] = {1};
@@ -29,13 +29,13 @@ template <u32 W> class Recombiner<Ifma, W> : RecombinerBase<Ifma, W> {
     lane_bits_ = _mm512_mullo_epi64(_mm512_setr_epi64(0, 1, 2, 3, 4, 5, 6, 7), Ifma::set(this->b_));
   }
 
-  void add_run(u64* sum, const u64* x, u64 stride, u64 T) const {
+  void add_run(u64* sum, const u64* x, u64 stride, u64 T, u64* top) const {
     alignas(64) u64 words[4][WORDS + 1][8]; // T <= 32
     for (u64 t = 0; t < T; t += 8 * I) {
       if (T - t < 8 * I)
-        assemble<1>(words + t / 8, x + t, stride, t);
+        assemble<1>(words + t / 8, x + t, stride, t, top);
       else
-        assemble<I>(words + t / 8, x + t, stride, t);
+        assemble<I>(words + t / 8, x + t, stride, t, top);
     }
     u64 bit = 0;
     for (u64 t = 0; t < T; t += 8) {
@@ -45,11 +45,17 @@ template <u32 W> class Recombiner<Ifma, W> : RecombinerBase<Ifma, W> {
     }
   }
 
- private:
+private:
   template <u32 N>
-  [[gnu::always_inline]] void assemble(u64 (*words)[WORDS + 1][8], const u64* x, u64 stride, u64 t) const {
+  [[gnu::always_inline]] void assemble(u64 (*words)[WORDS + 1][8], const u64* x, u64 stride, u64 t,
+                                       u64* top) const {
     V d[W][N];
     this->template digits<N>(d, x, stride);
+    if (top != nullptr) {
+      V most = Ifma::set(*top);
+      for (u32 n = 0; n < N; n++) most = _mm512_max_epu64(most, d[W - 1][n]);
+      *top = _mm512_reduce_max_epu64(most);
+    }
     for (u32 n = 0; n < N; n++) {
       // Limb j gathers at most W low and W high halves: below 2 W 2^52 < 2^56; one sweep of carries.
       V a[W + 1];

@@ -39,7 +39,7 @@ template <u32 N, u32 S> inline void add_words(u64* sum, const u64* t) {
 }
 
 template <class F, u32 W> class RecombinerBase {
- protected:
+protected:
   RecombinerBase(const Shape& shape, const Factor* bias) : b_(shape.b) {
     for (u32 i = 0; i < W; i++) {
       const PrimeTable& table = prime_table(F::BACKEND, i);
@@ -75,10 +75,11 @@ template <class F, u32 W> class RecombinerBase {
 template <class F, u32 W> class Recombiner : RecombinerBase<F, W> {
   using Base = RecombinerBase<F, W>;
 
- public:
+public:
   Recombiner(const Shape& shape, const Factor* bias) : Base(shape, bias) {}
 
-  void add_run(u64* sum, const u64* x, u64 stride, u64 T) const {
+  // sum += the run's T coefficients; *top, unless null, is raised to their largest d_(W-1).
+  void add_run(u64* sum, const u64* x, u64 stride, u64 T, u64* top) const {
     constexpr u32 I = F::LANES == 1 ? 1 : 2;
     u64 bit = 0;
     for (u64 t = 0; t < T; t += I * F::LANES) {
@@ -87,6 +88,9 @@ template <class F, u32 W> class Recombiner : RecombinerBase<F, W> {
       alignas(64) u64 digit[W][I * F::LANES];
       for (u32 i = 0; i < W; i++) {
         for (u32 n = 0; n < I; n++) F::store_integer(digit[i] + n * F::LANES, d[i][n]);
+      }
+      if (top != nullptr) {
+        for (const u64 x_top : digit[W - 1]) *top = x_top > *top ? x_top : *top;
       }
       for (u32 lane = 0; lane < I * F::LANES; lane++, bit += this->b_) {
         u64 c[Base::WORDS + 1] = {digit[W - 1][lane]};

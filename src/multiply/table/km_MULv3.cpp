@@ -18,9 +18,6 @@ namespace kelvane::km_MULv3 {
 
 namespace {
 
-// The largest product in bits that the hybrid NTT's row takes.
-constexpr u64 HNT_LIMIT_BITS = u64{1} << 38;
-
 // The objects have no state: both they and the tables are constants, there before main runs.
 const km_MULB::algorithm_c32_p BKT32;
 const km_MULB::algorithm_c64_p BKT64;
@@ -33,10 +30,19 @@ const km_VSTv2::algorithm<u64> VST64;
 
 constexpr u64 BKT_MAX = 54, FFT_MAX = LONGEST_FFT, VST_MAX = 9895604649984;
 
-const std::array<Row64, 4> TABLE64{
-    {{BKT_MAX, &BKT64}, {FFT_MAX, &FFT64}, {HNT_LIMIT_BITS / 64, &HNT64}, {VST_MAX, &VST64}}};
-const std::array<Row32, 4> TABLE32{
-    {{2 * BKT_MAX, &BKT32}, {2 * FFT_MAX, &FFT32}, {HNT_LIMIT_BITS / 32, &HNT32}, {2 * VST_MAX, &VST32}}};
+struct Rows {
+  std::array<Row64, 4> words64;
+  std::array<Row32, 4> words32;
+
+  constexpr explicit Rows(u64 hnt_limit_bits)
+      : words64{{{BKT_MAX, &BKT64}, {FFT_MAX, &FFT64}, {hnt_limit_bits / 64, &HNT64}, {VST_MAX, &VST64}}},
+        words32{{{2 * BKT_MAX, &BKT32},
+                 {2 * FFT_MAX, &FFT32},
+                 {hnt_limit_bits / 32, &HNT32},
+                 {2 * VST_MAX, &VST32}}} {}
+  u64 hnt_max() const { return words64[2].max_length; }
+};
+constinit Rows rows_in_force(HNT_LIMIT_BITS); // written by rebuild_tables only
 
 // Work memory of one product: its two transforms and the scratch.
 struct Placement {
@@ -114,16 +120,19 @@ u64 max_of(u64 a, u64 b) {
 } // namespace
 
 const Row64* table64(u64* rows) {
-  *rows = TABLE64.size();
-  return TABLE64.data();
+  *rows = rows_in_force.words64.size();
+  return rows_in_force.words64.data();
 }
 const Row32* table32(u64* rows) {
-  *rows = TABLE32.size();
-  return TABLE32.data();
+  *rows = rows_in_force.words32.size();
+  return rows_in_force.words32.data();
+}
+void rebuild_tables(u64 hnt_limit_bits) {
+  rows_in_force = Rows(hnt_limit_bits);
 }
 
 const algorithm_p<u64>& select(u64 n) {
-  for (const Row64& row : TABLE64) {
+  for (const Row64& row : rows_in_force.words64) {
     if (n <= row.max_length) return *row.algorithm;
   }
   throw km_exception(ERROR_BEYOND_TABLE, "");
@@ -135,12 +144,14 @@ abstract_btp* select(u64 n, const Context& context, btp_storage* storage) {
 
 const abstract_ntp* select_wrapped(u64 n, const Context& context, btp_storage* storage) {
   if (n <= FFT_MAX) return nullptr;
+  if (n > rows_in_force.hnt_max())
+    return km_VSTv2::make_parameters(km_VSTv2::wrap_words(n), context, storage);
   return km_HNT::make_parameters(n, context, storage);
 }
 
 u64 memory_cost(u64 n, u64 threads) {
   u64 cost = 0;
-  for (const Row64& row : TABLE64) {
+  for (const Row64& row : rows_in_force.words64) {
     if (n <= row.max_length) return max_of(cost, row.algorithm->memory_cost(n, threads));
     cost = max_of(cost, row.algorithm->memory_cost(row.max_length, threads));
   }
@@ -148,8 +159,10 @@ u64 memory_cost(u64 n, u64 threads) {
 }
 
 u64 memory_cost(u64 n, u64 threads, bool reduced_memory) {
-  if (!reduced_memory || n <= FFT_MAX || n > HNT_LIMIT_BITS / 64) return memory_cost(n, threads);
-  return max_of(memory_cost(FFT_MAX, threads), km_HNT::memory_cost(n, threads, true));
+  if (!reduced_memory || n <= FFT_MAX) return memory_cost(n, threads);
+  const u64 hnt_max = rows_in_force.hnt_max(), hnt_words = n < hnt_max ? n : hnt_max;
+  const u64 cost = max_of(memory_cost(FFT_MAX, threads), km_HNT::memory_cost(hnt_words, threads, true));
+  return n <= hnt_max ? cost : max_of(cost, km_VSTv2::memory_cost(n, threads, true));
 }
 
 u64 product_cost(u64 n, u64 threads) {
@@ -157,7 +170,8 @@ u64 product_cost(u64 n, u64 threads) {
 }
 
 u64 product_cost(u64 n, u64 threads, bool reduced_memory) {
-  if (n <= FFT_MAX || n > HNT_LIMIT_BITS / 64) return select(n).memory_cost(n, threads);
+  if (n <= FFT_MAX) return select(n).memory_cost(n, threads);
+  if (n > rows_in_force.hnt_max()) return km_VSTv2::product_cost(n, threads, reduced_memory);
   return km_HNT::product_cost(n, threads, reduced_memory);
 }
 

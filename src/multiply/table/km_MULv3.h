@@ -47,7 +47,7 @@ class abstract_ntp;
 //   transform   transform_bytes() each, one per operand
 //   scratch     scratch_bytes(), shared by all operations of the record
 class abstract_btp {
- public:
+public:
   virtual ~abstract_btp() = default;
 
   u64 threads() const { return threads_; }
@@ -72,7 +72,7 @@ class abstract_btp {
   // The record's further abilities, null when it has none.
   virtual const abstract_ntp* ntp() const { return nullptr; }
 
- protected:
+protected:
   u64 threads_ = 1;
   u64 capacity_bits_ = 0;
 };
@@ -87,7 +87,7 @@ struct Term {
 // Parameters of a transform over prime fields: exact, so that products can be added before one inverse, and
 // cyclic, so that a product can be had modulo a number of known form.
 class abstract_ntp : public abstract_btp {
- public:
+public:
   const abstract_ntp* ntp() const final { return this; }
 
   // How many products may be added; with subtraction, half as many of each sign. A wrapped sum: half of both.
@@ -116,7 +116,7 @@ struct btp_storage {
 
 // One algorithm for products of words of type W (u32 or u64).
 template <class W> class algorithm_p {
- public:
+public:
   virtual ~algorithm_p() = default;
   virtual u64 capacity_bits() const = 0;
   virtual const char* short_name() const = 0;
@@ -139,6 +139,13 @@ struct Row32 {
 // The rows in force, ascending, and their number.
 const Row64* table64(u64* rows);
 const Row32* table32(u64* rows);
+
+// The largest product in bits that the hybrid NTT's row takes: its row's maximum is that over the word's
+// bits.
+inline constexpr u64 HNT_LIMIT_BITS = u64{1} << 38;
+// Builds the tables anew with another such limit. For tests only, which so bring VST's row within their
+// reach: no product may be under way, and records and costs from before no longer agree with the tables.
+void rebuild_tables(u64 hnt_limit_bits);
 
 // Words of the longest product that the FFT's row takes; longer ones offer reduced memory.
 inline constexpr u64 LONGEST_FFT = 17409;
