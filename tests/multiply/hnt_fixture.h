@@ -19,17 +19,17 @@ inline std::vector<simd::Isa> every_isa() {
 
 // An instruction set in force while it lives.
 class Forced {
- public:
+public:
   explicit Forced(simd::Isa isa) : before_(simd::active_isa()) { simd::force_isa(isa); }
   ~Forced() { simd::force_isa(before_); }
 
- private:
+private:
   simd::Isa before_;
 };
 
 // A record with its work memory.
 class Record {
- public:
+public:
   Record(u64 n, u64 threads, bool reduced = false) {
     km_MULv3::Context context;
     context.threads = threads;
@@ -62,7 +62,7 @@ class Record {
     return out;
   }
 
- private:
+private:
   km_MULv3::btp_storage storage_;
   km_HNT::kmb_HNT_tp* record_ = nullptr;
   std::unique_ptr<Buffer> scratch_;

@@ -127,7 +127,7 @@ TEST(HntProducts, TransformsAreValues) {
 }
 
 class Integer {
- public:
+public:
   Integer() { mpz_init(z_); }
   ~Integer() { mpz_clear(z_); }
   Integer(const Integer&) = delete;
@@ -148,7 +148,7 @@ class Integer {
     return out;
   }
 
- private:
+private:
   mpz_t z_;
 };
 

@@ -17,7 +17,7 @@ namespace kelvane::test {
 
 // Memory aligned to 64 bytes with a guard word behind, whose change the destructor reports.
 class Buffer {
- public:
+public:
   explicit Buffer(u64 bytes) : size_(bytes), memory_(new u8[bytes + 64 + 64]) {
     base_ = memory_.get() + (64 - reinterpret_cast<u64>(memory_.get()) % 64);
     for (u64 i = 0; i < GUARD; i++) base_[size_ + i] = 0xa5;
@@ -31,7 +31,7 @@ class Buffer {
   void* data() const { return base_; }
   u64* words() const { return reinterpret_cast<u64*>(base_); }
 
- private:
+private:
   static constexpr u64 GUARD = 32;
   u64 size_;
   std::unique_ptr<u8[]> memory_;
@@ -40,9 +40,10 @@ class Buffer {
 
 // The tables of one instruction set; forces it while it lives.
 class Engine {
- public:
+public:
   explicit Engine(u64 max_words, simd::Isa isa = simd::active_isa(), u64 threads = 1)
-      : before_(simd::active_isa()), isa_(simd::force_isa(isa)), memory_(km_FFTv2::table_d::bytes(max_words)) {
+      : before_(simd::active_isa()), isa_(simd::force_isa(isa)),
+        memory_(km_FFTv2::table_d::bytes(max_words)) {
     roots_.build(memory_.data(), max_words, threads);
     tables_.fft = &roots_;
     context.tables = &tables_;
@@ -53,7 +54,7 @@ class Engine {
 
   km_MULv3::Context context;
 
- private:
+private:
   simd::Isa before_, isa_;
   Buffer memory_;
   km_FFTv2::table_d roots_; // also beyond the lengths that the table of algorithms gives to the FFT

@@ -52,7 +52,7 @@ void multiply_unbalanced(u32* out, const u32* A, u64 na, const u32* B, u64 nb, u
 // The parameter record. A "transform" is the operand itself behind its length; any length is served (the
 // table sends only short products here).
 class btp_t : public km_MULv3::abstract_btp {
- public:
+public:
   btp_t(u64 capacity_bits, u64 threads, unsigned word_bits);
 
   u64 transform_bytes() const override;
@@ -62,14 +62,14 @@ class btp_t : public km_MULv3::abstract_btp {
   void inverse_fmul(u64* out, u64 n, void* TA, const void* TB, void* scratch) const override;
   void inverse_fsqr(u64* out, u64 n, void* T, void* scratch) const override;
 
- private:
+private:
   u64 max_words_;      // of 64 bits, of an operand
   unsigned word_bits_; // of the kernels that form the product
 };
 
 // The algorithm; `_p` are the forms that the table holds.
 template <class W> class algorithm : public km_MULv3::algorithm_p<W> {
- public:
+public:
   u64 capacity_bits() const override { return sizeof(W) == 4 ? 13824 : 27648; }
   const char* short_name() const override { return "BKT"; }
   const char* description() const override { return "Basecase/Karatsuba"; }

@@ -47,7 +47,7 @@ u64 memory_cost(u64 n, u64 threads);
 // A transform is 8 N bytes. The scratch of 4 N bytes takes the words of the product before they go to the
 // caller (N b / 8 <= 2.63 N bytes), and the threads' buffers of the steps over large blocks.
 class btp_t final : public km_MULv3::abstract_btp {
- public:
+public:
   // The context's tables must cover the product; a record without tables answers questions of size only.
   btp_t(const Plan& plan, const km_MULv3::Context& context);
 
@@ -66,7 +66,7 @@ class btp_t final : public km_MULv3::abstract_btp {
   // measurements of the rounding error.
   void inverse_points(void* TA, const void* TB, void* scratch) const;
 
- private:
+private:
   void inverse(u64* out, u64 n, void* TA, const void* TB, void* scratch, bool words) const;
   void tick(km_MULv3::Worker worker) const;
 
@@ -80,7 +80,7 @@ class btp_t final : public km_MULv3::abstract_btp {
 
 // The algorithm. Lengths count words of W.
 template <class W> class algorithm final : public km_MULv3::algorithm_p<W> {
- public:
+public:
   u64 capacity_bits() const override { return MAX_BITS; }
   const char* short_name() const override { return "FFT"; }
   const char* description() const override { return "Floating-Point FFT"; }

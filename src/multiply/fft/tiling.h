@@ -14,7 +14,7 @@
 namespace kelvane::km_FFTv2 {
 
 class Tiling {
- public:
+public:
   static constexpr u32 POINTS = 32; // columns of a tile: 512 bytes of every row
   static constexpr u32 MAX_LEVELS = 8;
   static constexpr u64 ROW = 2 * POINTS;                   // doubles of a row in the buffer
@@ -37,7 +37,7 @@ class Tiling {
   // The same at the root, from digits.
   void forward_digits(double* data, u64 tile, const DigitSource& digits, double* buffer) const;
 
- private:
+private:
   // Where the four rows of the first step lie (and where those of the last inverse step do).
   struct Place {
     double* rows;

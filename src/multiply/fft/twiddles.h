@@ -40,7 +40,7 @@ struct table_t {
 };
 
 class table_d : public km_MULv3::abstract_table_d<table_t> {
- public:
+public:
   // Bytes of the tables that products of up to n words need with the instruction set in force.
   static u64 bytes(u64 n);
   // Builds them in `memory` (bytes(n), 64-byte aligned), which stays the caller's.

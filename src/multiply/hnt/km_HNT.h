@@ -39,7 +39,7 @@ const Plan& make_plan(u64 bits);
 
 // The parameter record.
 class kmb_HNT_tp final : public km_MULv3::abstract_ntp {
- public:
+public:
   kmb_HNT_tp(u64 bits, const Plan& plan, const ntt::Shape& shape, const km_MULv3::Context& context);
 
   const Plan& plan() const { return plan_; }
@@ -62,7 +62,7 @@ class kmb_HNT_tp final : public km_MULv3::abstract_ntp {
   void product(u64* out, const u64* A, u64 LA, const u64* B, u64 LB, void* TA, void* TB,
                void* scratch) const override;
 
- private:
+private:
   Plan plan_;
   u64 requested_bits_;
   bool reduced_;
@@ -80,7 +80,7 @@ u64 memory_cost(u64 n, u64 threads, bool reduced_memory);
 
 // The row's algorithm. Lengths count words of W.
 template <class W> class algorithm final : public km_MULv3::algorithm_p<W> {
- public:
+public:
   u64 capacity_bits() const override { return MAX_BITS; }
   const char* short_name() const override { return "HNT"; }
   const char* description() const override { return "Hybrid NTT"; }

@@ -40,7 +40,7 @@ constexpr const PrimeSet& primes_of(Backend backend) {
 // t = floor(x / 2^(n-1)), v = floor(2^(2n) / p), the estimate floor(t v / 2^(n+1)) is at most 2 below x / p:
 // each of the two floors of t and v costs less than 1, the last one less than 1 more.
 class Field {
- public:
+public:
   explicit Field(u64 p);
   u64 p() const { return p_; }
   u64 mul(u64 a, u64 b) const {
@@ -61,7 +61,7 @@ class Field {
   u64 root_two() const;
   u64 root_three() const;
 
- private:
+private:
   u64 p_, inverse_;
   u32 bits_;
 };

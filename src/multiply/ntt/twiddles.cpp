@@ -30,7 +30,7 @@ template <Backend B> u64* memory_of(u32 i) {
 
 // The lists of one prime.
 class Builder {
- public:
+public:
   Builder(PrimeTable& table, Backend backend, u32 index, u64* memory)
       : table_(table), backend_(backend), shape_(shape_of(backend)), field_(field_of(backend, index)),
         index_(index), memory_(memory) {}
@@ -67,7 +67,7 @@ class Builder {
     }
   }
 
- private:
+private:
   u64 omega_power(u32 e, u32 d) const {
     return e == 0 ? 1 : e == 1 ? table_.omega[d] : field_.mul(table_.omega[d], table_.omega[d]);
   }

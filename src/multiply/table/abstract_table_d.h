@@ -7,12 +7,12 @@
 namespace kelvane::km_MULv3 {
 
 template <class T> class abstract_table_d {
- public:
+public:
   const T& table() const { return table_; }
   // The longest product in words that the table serves.
   u64 max_words() const { return max_words_; }
 
- protected:
+protected:
   abstract_table_d() = default;
   ~abstract_table_d() = default;
 
