@@ -3,11 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "arithmetic/words/add.h"
-
 namespace kelvane {
-
-using newton::Deviation;
 
 namespace {
 
@@ -25,8 +21,7 @@ int inverse_root(const km_MULv3::Context& context, kob_cdi_GFP& T, u64 x, u64 p,
     T.set_double(1.0 / std::sqrt(static_cast<double>(x)), 0);
     return 0;
   }
-  if (T.AL < p + 3) newton::insufficient_space(T.AL, p + 2, NAME, "AL"); // p + 2 is what is printed
-  if (newton::temporary_words(p) > PL) newton::insufficient_space(PL, newton::temporary_words(p), NAME, "PL");
+  newton::check_space(T, p, PL, NAME);
   const u64 q = newton::lower_level(p);
   if (inverse_root(context, T, x, q, work, PL, product_work, meter, top) != 0)
     return newton::CONVERGENCE_FAILURE;
@@ -41,23 +36,8 @@ int inverse_root(const km_MULv3::Context& context, kob_cdi_GFP& T, u64 x, u64 p,
   T.set_mul_word(T, x); // y = x t^2
   T.trim(p);
   meter.end(newton::product_cost(2 * q));
-  const Deviation d = newton::deviation_from_one(T, e, q, top, NAME);
-  if (d == Deviation::failed) return newton::CONVERGENCE_FAILURE;
-  if (d == Deviation::none) {
-    T.set_truncated(t, p);
-    return 0;
-  }
-
-  meter.begin(p, d == Deviation::over ? " - O1M - " : " - U1M - ");
-  set_product(context, e, t, q, e, q + 1, q + 1, product_work);
-  words::shift_right(e.T, e.T, e.L, 1); // t e / 2
-  e.set_value(e.L, e.exp, 1);
-  meter.end(newton::product_cost(2 * q));
-  if (d == Deviation::over)
-    T.set_sub_magnitude(t, e, p);
-  else
-    T.set_add_magnitude(t, e, p);
-  return 0;
+  const newton::Deviation d = newton::deviation_from_one(T, e, q, top, NAME);
+  return newton::correct(context, T, t, e, d, p, true, product_work, meter);
 }
 
 } // namespace

@@ -4,8 +4,6 @@
 
 namespace kelvane {
 
-using newton::Deviation;
-
 namespace {
 
 constexpr const char* NAME = "kcm_rcp_E()";
@@ -31,8 +29,7 @@ int set_first_estimate(kob_cdi_GFP& T, const kob_cdi_GFP& A) {
 int reciprocal(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_GFP& A, u64 p, u64* work,
                u64 PL, void* product_work, const newton::Meter& meter, u64 top) {
   if (p == 0) return set_first_estimate(T, A);
-  if (T.AL < p + 3) newton::insufficient_space(T.AL, p + 2, NAME, "AL"); // p + 2 is what is printed
-  if (newton::temporary_words(p) > PL) newton::insufficient_space(PL, newton::temporary_words(p), NAME, "PL");
+  newton::check_space(T, p, PL, NAME);
   const u64 q = newton::lower_level(p);
   if (reciprocal(context, T, A, q, work, PL, product_work, meter, top) != 0)
     return newton::CONVERGENCE_FAILURE;
@@ -45,21 +42,8 @@ int reciprocal(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_G
   meter.begin(p, " - 0M - ");
   set_product(context, T, A, p, x, q, p, product_work); // y = A x
   meter.end(newton::product_cost(p + q));
-  const Deviation d = newton::deviation_from_one(T, e, q, top, NAME);
-  if (d == Deviation::failed) return newton::CONVERGENCE_FAILURE;
-  if (d == Deviation::none) {
-    T.set_truncated(x, p);
-    return 0;
-  }
-
-  meter.begin(p, d == Deviation::over ? " - O1M - " : " - U1M - ");
-  set_product(context, e, x, q, e, q + 1, q + 1, product_work); // x e
-  meter.end(newton::product_cost(2 * q));
-  if (d == Deviation::over)
-    T.set_sub_magnitude(x, e, p);
-  else
-    T.set_add_magnitude(x, e, p);
-  return 0;
+  const newton::Deviation d = newton::deviation_from_one(T, e, q, top, NAME);
+  return newton::correct(context, T, x, e, d, p, false, product_work, meter);
 }
 
 } // namespace

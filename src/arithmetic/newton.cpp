@@ -80,4 +80,31 @@ Deviation deviation_from_one(const kob_cdi_GFP& y, kob_cdi_GFP& e, u64 q, u64 to
   return e.is_zero() ? Deviation::none : over ? Deviation::over : Deviation::under;
 }
 
+int correct(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_GFP& x, kob_cdi_GFP& e,
+            Deviation d, u64 p, bool halve, void* product_work, const Meter& meter) {
+  if (d == Deviation::failed) return CONVERGENCE_FAILURE;
+  if (d == Deviation::none) {
+    T.set_truncated(x, p);
+    return 0;
+  }
+  const u64 q = lower_level(p);
+  meter.begin(p, d == Deviation::over ? " - O1M - " : " - U1M - ");
+  set_product(context, e, x, q, e, q + 1, q + 1, product_work);
+  if (halve) {
+    words::shift_right(e.T, e.T, e.L, 1);
+    e.set_value(e.L, e.exp, 1);
+  }
+  meter.end(product_cost(2 * q));
+  if (d == Deviation::over)
+    T.set_sub_magnitude(x, e, p);
+  else
+    T.set_add_magnitude(x, e, p);
+  return 0;
+}
+
+void check_space(const kob_cdi_GFP& T, u64 p, u64 PL, const char* name) {
+  if (T.AL < p + 3) insufficient_space(T.AL, p + 2, name, "AL"); // p + 2 is what is printed
+  if (temporary_words(p) > PL) insufficient_space(PL, temporary_words(p), name, "PL");
+}
+
 } // namespace kelvane::newton

@@ -71,6 +71,15 @@ enum class Deviation { none, over, under, failed };
 // failure messages under the caller's name. e.AL >= residual_words(p).
 Deviation deviation_from_one(const kob_cdi_GFP& y, kob_cdi_GFP& e, u64 q, u64 top, const char* name);
 
+// The end of level p: T <- x -/+ x e after an over- or under-estimate (x e / 2 when `halve`), x itself
+// without a deviation. x has lower_level(p) words right; e is destroyed. Returns 0, or 2 for a failed
+// deviation.
+int correct(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_GFP& x, kob_cdi_GFP& e,
+            Deviation d, u64 p, bool halve, void* product_work, const Meter& meter);
+
+// Fatal unless T has p + 3 words and the work area those of level p's temporaries.
+void check_space(const kob_cdi_GFP& T, u64 p, u64 PL, const char* name);
+
 } // namespace newton
 
 } // namespace kelvane

@@ -27,18 +27,14 @@ private:
   simd::Isa before_;
 };
 
-// A record with its work memory.
-class Record {
+// A record over prime fields with its work memory; `make` builds it in the storage it is given.
+template <class Parameters> class RecordOf {
 public:
-  Record(u64 n, u64 threads, bool reduced = false) {
-    km_MULv3::Context context;
-    context.threads = threads;
-    context.reduced_memory = reduced;
-    record_ = km_HNT::make_parameters(n, context, &storage_);
+  template <class Make> explicit RecordOf(const Make& make) : record_(make(&storage_)) {
     scratch_ = std::make_unique<Buffer>(record_->scratch_bytes());
   }
-  const km_HNT::kmb_HNT_tp& operator*() const { return *record_; }
-  const km_HNT::kmb_HNT_tp* operator->() const { return record_; }
+  const Parameters& operator*() const { return *record_; }
+  const Parameters* operator->() const { return record_; }
   void* scratch() const { return scratch_->data(); }
 
   std::unique_ptr<Buffer> transform(const Words& a, bool once = false) const {
@@ -64,8 +60,23 @@ public:
 
 private:
   km_MULv3::btp_storage storage_;
-  km_HNT::kmb_HNT_tp* record_ = nullptr;
+  Parameters* record_;
   std::unique_ptr<Buffer> scratch_;
+};
+
+inline km_MULv3::Context record_context(u64 threads, bool reduced) {
+  km_MULv3::Context context;
+  context.threads = threads;
+  context.reduced_memory = reduced;
+  return context;
+}
+
+class Record : public RecordOf<km_HNT::kmb_HNT_tp> {
+public:
+  Record(u64 n, u64 threads, bool reduced = false)
+      : RecordOf([&](km_MULv3::btp_storage* storage) {
+          return km_HNT::make_parameters(n, record_context(threads, reduced), storage);
+        }) {}
 };
 
 } // namespace kelvane::test

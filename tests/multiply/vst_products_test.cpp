@@ -11,43 +11,16 @@ using km_MULv3::Term;
 using km_VSTv2::Plan;
 
 // A record with its scratch. `limit` words bound the transforms' length; longer products go in blocks.
-class VstRecord {
+class VstRecord : public RecordOf<km_VSTv2::mtp_t> {
 public:
-  explicit VstRecord(u64 n, u64 threads = 1, u64 limit = 0, bool reduced = false) {
-    km_MULv3::Context context;
-    context.threads = threads;
-    context.reduced_memory = reduced;
-    const ntt::Backend backend = ntt::backend_of(simd::active_isa());
-    record_ = limit == 0
-                  ? km_VSTv2::make_parameters(n, context, &storage_)
-                  : km_VSTv2::make_parameters(n, context, &storage_, *ntt::choose_shape(backend, 64 * limit));
-    scratch_ = std::make_unique<Buffer>(record_->scratch_bytes());
-  }
-  const km_VSTv2::mtp_t* operator->() const { return record_; }
-  void* scratch() const { return scratch_->data(); }
-
-  std::unique_ptr<Buffer> transform(const Words& a) const {
-    auto T = std::make_unique<Buffer>(record_->transform_bytes());
-    record_->forward(T->data(), a.data(), a.size(), scratch());
-    return T;
-  }
-  Words product(const Words& a, const Words& b) const {
-    const Buffer TA(record_->transform_bytes()), TB(record_->second_bytes());
-    Words out(a.size() + b.size());
-    record_->product(out.data(), a.data(), a.size(), b.data(), b.size(), TA.data(), TB.data(), scratch());
-    return out;
-  }
-  Words square(const Words& a) const {
-    const Buffer TA(record_->transform_bytes());
-    Words out(2 * a.size());
-    record_->product(out.data(), a.data(), a.size(), nullptr, 0, TA.data(), nullptr, scratch());
-    return out;
-  }
-
-private:
-  km_MULv3::btp_storage storage_;
-  km_VSTv2::mtp_t* record_ = nullptr;
-  std::unique_ptr<Buffer> scratch_;
+  explicit VstRecord(u64 n, u64 threads = 1, u64 limit = 0, bool reduced = false)
+      : RecordOf([&](km_MULv3::btp_storage* storage) {
+          const km_MULv3::Context context = record_context(threads, reduced);
+          const ntt::Backend backend = ntt::backend_of(simd::active_isa());
+          return limit == 0 ? km_VSTv2::make_parameters(n, context, storage)
+                            : km_VSTv2::make_parameters(n, context, storage,
+                                                        *ntt::choose_shape(backend, 64 * limit));
+        }) {}
 };
 
 // Products as long as plans with r = 1, 3, 5, 7, all ones too: the redundancy bound must hold for the largest
