@@ -36,9 +36,13 @@ inline constexpr u64 PROGRESS_WORDS = 64;
 // A Shape is a series seen by the recursion:
 //   static constexpr u64 INTEGERS                     integers per range (at most 4)
 //   u64 capacity(a, b) const                          words of each of the range's integers, guard words
-//   included bool is_leaf(a, b) const void leaf(a, b, kob_cdi_EFPh* out) const u64 merge_bytes(capacity,
-//   context) const          work of merging two halves of that capacity void merge(context, a, m, b, left,
-//   right, out, need_first, work) const double merge_cost(words) const                    for progress
+//     included
+//   bool is_leaf(a, b) const
+//   void leaf(a, b, kob_cdi_EFPh* out) const
+//   u64 merge_bytes(capacity, context) const          work of merging two halves of that capacity
+//   void merge(context, a, m, b, left, right, out, need_first, work) const
+//   double merge_cost(words) const                    for progress
+//
 // need_first tells whether out[0] is used by anybody; on the right spine it is not.
 template <class Shape> class Recursion {
 public:
