@@ -7,37 +7,11 @@ namespace kelvane {
 
 namespace {
 
-constexpr AlgorithmNames ARCCOTH[] = {{"Taylor", "Taylor Series", "Taylor Series of ArcCoth(x)"}};
 constexpr AlgorithmNames LOG[] = {{"Machin 1", "Machin 1", "Machin 1"}, {"Machin 2", "Machin 2", "Machin 2"}};
-constexpr AlgorithmNames ZETA3[] = {{"Amdeberhan-Zeiberger 1", "Amdeberhan-Zeiberger Formula 1",
-                                     "Amdeberhan-Zeiberger Formula 1      (slightly slower)"},
-                                    {"Amdeberhan-Zeiberger 2", "Amdeberhan-Zeiberger Formula 2",
-                                     "Amdeberhan-Zeiberger Formula 2      (fastest)"}};
-constexpr AlgorithmNames LEMNISCATE[] = {
-    {"Gauss", "Gauss formula",
-     "Gauss Formula       (fastest)\n\nLemniscate = 8 * ArcSinlemn(1/2) + 4 * ArcSinLemn(7/23)"},
-    {"Sebah", "Sebah's formula",
-     "Sebah's Formula     (20% slower)\n\nLemniscate = 8 * ArcSinlemn(2/3) - 4 * ArcSinLemn(7/137)"}};
 constexpr AlgorithmNames CATALAN[] = {{"Lupas", "Lupas Formula", "Lupas Formula       (fastest)"},
                                       {"Huvent", "Huvent's Formula", "Huvent's Formula    (20% slower)"}};
 
 } // namespace
-
-kcr_Constant_ArcCoth::kcr_Constant_ArcCoth(u64 n) {
-  parameter = n;
-}
-std::string kcr_Constant_ArcCoth::get_name() const {
-  return "ArcCoth(" + std::to_string(parameter) + ")";
-}
-std::string kcr_Constant_ArcCoth::get_algorithm_short_name(s32 algorithm) const {
-  return algorithm_text(ARCCOTH, algorithm, &AlgorithmNames::short_name);
-}
-std::string kcr_Constant_ArcCoth::get_algorithm_name(s32 algorithm) const {
-  return algorithm_text(ARCCOTH, algorithm, &AlgorithmNames::name);
-}
-std::string kcr_Constant_ArcCoth::get_algorithm_description(s32 algorithm) const {
-  return algorithm_text(ARCCOTH, algorithm, &AlgorithmNames::description);
-}
 
 kcr_Constant_Log::kcr_Constant_Log(u64 n) {
   algorithm_count = 2;
@@ -51,41 +25,6 @@ std::string kcr_Constant_Log::get_algorithm_short_name(s32 algorithm) const {
 }
 void kcr_Constant_Log::prepare(u64) {
   if (parameter < 2 || parameter > 2147483647) fatal("Parameter out of range");
-}
-
-kcr_Constant_Zeta3::kcr_Constant_Zeta3() {
-  algorithm_count = 2;
-}
-std::string kcr_Constant_Zeta3::get_name() const {
-  return "Zeta(3)";
-}
-std::string kcr_Constant_Zeta3::get_full_name() const {
-  return "Zeta(3) - Apery's Constant";
-}
-std::string kcr_Constant_Zeta3::get_algorithm_short_name(s32 algorithm) const {
-  return algorithm_text(ZETA3, algorithm, &AlgorithmNames::short_name);
-}
-std::string kcr_Constant_Zeta3::get_algorithm_name(s32 algorithm) const {
-  return algorithm_text(ZETA3, algorithm, &AlgorithmNames::name);
-}
-std::string kcr_Constant_Zeta3::get_algorithm_description(s32 algorithm) const {
-  return algorithm_text(ZETA3, algorithm, &AlgorithmNames::description);
-}
-
-kcr_Constant_Lemniscate::kcr_Constant_Lemniscate() {
-  algorithm_count = 2;
-}
-std::string kcr_Constant_Lemniscate::get_name() const {
-  return "Lemniscate";
-}
-std::string kcr_Constant_Lemniscate::get_algorithm_short_name(s32 algorithm) const {
-  return algorithm_text(LEMNISCATE, algorithm, &AlgorithmNames::short_name);
-}
-std::string kcr_Constant_Lemniscate::get_algorithm_name(s32 algorithm) const {
-  return algorithm_text(LEMNISCATE, algorithm, &AlgorithmNames::name);
-}
-std::string kcr_Constant_Lemniscate::get_algorithm_description(s32 algorithm) const {
-  return algorithm_text(LEMNISCATE, algorithm, &AlgorithmNames::description);
 }
 
 kcr_Constant_Catalan::kcr_Constant_Catalan() {

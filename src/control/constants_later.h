@@ -6,40 +6,12 @@
 
 namespace kelvane {
 
-class kcr_Constant_ArcCoth final : public kcr_Constant {
-public:
-  explicit kcr_Constant_ArcCoth(u64 n);
-  std::string get_name() const override;
-  std::string get_algorithm_short_name(s32 algorithm) const override;
-  std::string get_algorithm_name(s32 algorithm) const override;
-  std::string get_algorithm_description(s32 algorithm) const override;
-};
-
 class kcr_Constant_Log final : public kcr_Constant {
 public:
   explicit kcr_Constant_Log(u64 n);
   std::string get_name() const override;
   std::string get_algorithm_short_name(s32 algorithm) const override;
   void prepare(u64 precision_words) override;
-};
-
-class kcr_Constant_Zeta3 final : public kcr_Constant {
-public:
-  kcr_Constant_Zeta3();
-  std::string get_name() const override;
-  std::string get_full_name() const override;
-  std::string get_algorithm_short_name(s32 algorithm) const override;
-  std::string get_algorithm_name(s32 algorithm) const override;
-  std::string get_algorithm_description(s32 algorithm) const override;
-};
-
-class kcr_Constant_Lemniscate final : public kcr_Constant {
-public:
-  kcr_Constant_Lemniscate();
-  std::string get_name() const override;
-  std::string get_algorithm_short_name(s32 algorithm) const override;
-  std::string get_algorithm_name(s32 algorithm) const override;
-  std::string get_algorithm_description(s32 algorithm) const override;
 };
 
 class kcr_Constant_Catalan final : public kcr_Constant {

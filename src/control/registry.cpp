@@ -1,8 +1,11 @@
 #include "control/registry.h"
 
+#include "control/constant_arccoth.h"
 #include "control/constant_e.h"
+#include "control/constant_lemniscate.h"
 #include "control/constant_pi.h"
 #include "control/constant_sqrt.h"
+#include "control/constant_zeta3.h"
 #include "control/constants_later.h"
 #include "shell/console.h"
 #include "shell/exception.h"

@@ -23,6 +23,33 @@ namespace kelvane {
 struct SeriesTerm {
   u64 p[8], q[10], poly[4];
   u32 p_factors, q_factors, poly_words;
+
+  void clear() { p_factors = q_factors = poly_words = 0; }
+  // p(k) *= x, q(k) *= x: into the last factor as long as that fits a word, for products by few words.
+  void multiply_p(u64 x) { multiply(p, p_factors, x); }
+  void multiply_q(u64 x) { multiply(q, q_factors, x); }
+  // poly = poly * x + c, for a Horner scheme of up to 4 words.
+  void horner(u64 x, u64 c) {
+    u128 carry = c;
+    for (u32 i = 0; i < poly_words; i++) {
+      carry += static_cast<u128>(poly[i]) * x;
+      poly[i] = static_cast<u64>(carry);
+      carry >>= 64;
+    }
+    if (carry != 0) poly[poly_words++] = static_cast<u64>(carry);
+  }
+
+private:
+  static void multiply(u64* factors, u32& count, u64 x) {
+    if (count != 0) {
+      const u128 product = static_cast<u128>(factors[count - 1]) * x;
+      if (product >> 64 == 0) {
+        factors[count - 1] = static_cast<u64>(product);
+        return;
+      }
+    }
+    factors[count++] = x;
+  }
 };
 
 class kc_BSS_P2B3_Type0 : public kc_BSS {
