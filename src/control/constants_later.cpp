@@ -8,8 +8,6 @@ namespace kelvane {
 namespace {
 
 constexpr AlgorithmNames LOG[] = {{"Machin 1", "Machin 1", "Machin 1"}, {"Machin 2", "Machin 2", "Machin 2"}};
-constexpr AlgorithmNames CATALAN[] = {{"Lupas", "Lupas Formula", "Lupas Formula       (fastest)"},
-                                      {"Huvent", "Huvent's Formula", "Huvent's Formula    (20% slower)"}};
 
 } // namespace
 
@@ -25,28 +23,6 @@ std::string kcr_Constant_Log::get_algorithm_short_name(s32 algorithm) const {
 }
 void kcr_Constant_Log::prepare(u64) {
   if (parameter < 2 || parameter > 2147483647) fatal("Parameter out of range");
-}
-
-kcr_Constant_Catalan::kcr_Constant_Catalan() {
-  algorithm_count = 2;
-}
-u64 kcr_Constant_Catalan::get_kind_code() const {
-  return 66;
-}
-std::string kcr_Constant_Catalan::get_name() const {
-  return "Catalan";
-}
-std::string kcr_Constant_Catalan::get_full_name() const {
-  return "Catalan's Constant";
-}
-std::string kcr_Constant_Catalan::get_algorithm_short_name(s32 algorithm) const {
-  return algorithm_text(CATALAN, algorithm, &AlgorithmNames::short_name);
-}
-std::string kcr_Constant_Catalan::get_algorithm_name(s32 algorithm) const {
-  return algorithm_text(CATALAN, algorithm, &AlgorithmNames::name);
-}
-std::string kcr_Constant_Catalan::get_algorithm_description(s32 algorithm) const {
-  return algorithm_text(CATALAN, algorithm, &AlgorithmNames::description);
 }
 
 kcr_Constant_BrentMcMillan::kcr_Constant_BrentMcMillan(u64 k) {

@@ -14,17 +14,6 @@ public:
   void prepare(u64 precision_words) override;
 };
 
-class kcr_Constant_Catalan final : public kcr_Constant {
-public:
-  kcr_Constant_Catalan();
-  u64 get_kind_code() const override;
-  std::string get_name() const override;
-  std::string get_full_name() const override;
-  std::string get_algorithm_short_name(s32 algorithm) const override;
-  std::string get_algorithm_name(s32 algorithm) const override;
-  std::string get_algorithm_description(s32 algorithm) const override;
-};
-
 // The Euler-Mascheroni constant with the exponent k of n = 2^k given by the parameter.
 class kcr_Constant_BrentMcMillan : public kcr_Constant {
 public:

@@ -1,6 +1,7 @@
 #include "control/registry.h"
 
 #include "control/constant_arccoth.h"
+#include "control/constant_catalan.h"
 #include "control/constant_e.h"
 #include "control/constant_lemniscate.h"
 #include "control/constant_pi.h"

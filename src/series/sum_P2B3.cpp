@@ -146,8 +146,8 @@ u64 sum_work_bytes(const kc_BSS_P2B3_Type0& series, u64 precision_words, const k
 
 // Error. Every merge of segments truncates Q and R to the precision they need plus GUARD_WORDS words. The top
 // word may hold a single bit, so each truncation is off by less than 2^(-64 (precision + 2)) relative to
-// what is still needed; with at most 256 segments and three truncated quantities each, Q and R of the whole
-// are right to 2^(-64 (precision + 2) + 10).
+// what is still needed; with at most 1024 segments and three truncated quantities each, Q and R of the whole
+// are right to 2^(-64 (precision + 2) + 12).
 void sum_series_quietly(const kc_BSS_P2B3_Type0& series, u64 precision_words, const SeriesContext& context,
                         kob_cdi_EFPh& Q, kob_cdi_EFPh& R, void* work) {
   const u64 threads = context.multiply.threads;
