@@ -3,6 +3,7 @@
 #include "control/constant_arccoth.h"
 #include "control/constant_catalan.h"
 #include "control/constant_e.h"
+#include "control/constant_euler_gamma.h"
 #include "control/constant_lemniscate.h"
 #include "control/constant_pi.h"
 #include "control/constant_sqrt.h"

@@ -107,10 +107,10 @@ u64 kc_BSS_P2B2_BBP::tail_merge_bytes(u64 segment_words, u64 tail_words,
 }
 
 void kc_BSS_P2B2_BBP::merge_tail(const km_MULv3::Context& context, u64 begin, u64 end, u64 terms,
-                                 kob_cdi_EFPh* segment, kob_cdi_EFPh* tail, u64 keep, void* work,
+                                 kob_cdi_EFPh* segment, kob_cdi_EFPh* tail, u64 keep, void* work, u64 bytes,
                                  const Check& check) const {
   const u64 n = longest(segment) + longest(tail);
-  Layout layout(work, tail_merge_bytes(longest(segment), std::max(longest(tail), keep), context));
+  Layout layout(work, bytes);
   const TailPlacement place(layout, n, keep, context);
   kob_cdi_EFPh Q, R;
   Q.attach(place.Q, n);

@@ -45,7 +45,7 @@ public:
   Schedule schedule(u64 precision_words) const { return build_schedule(*this, precision_words); }
   u64 tail_merge_bytes(u64 segment_words, u64 tail_words, const km_MULv3::Context& context) const;
   void merge_tail(const km_MULv3::Context& context, u64 begin, u64 end, u64 terms, kob_cdi_EFPh* segment,
-                  kob_cdi_EFPh* tail, u64 keep, void* work, const Check& check) const;
+                  kob_cdi_EFPh* tail, u64 keep, void* work, u64 bytes, const Check& check) const;
 
 protected:
   kc_BSS_P2B2_BBP(u64 overhead, u64 shift_) : memory_overhead(overhead), shift(shift_) {}

@@ -9,7 +9,7 @@
 //   Schedule schedule(precision_words) const
 //   u64 tail_merge_bytes(segment_words, tail_words, context) const
 //       work of merging a segment (capacity segment_words) with tails of up to tail_words words
-//   void merge_tail(context, begin, end, terms, segment, tail, keep, work, check) const
+//   void merge_tail(context, begin, end, terms, segment, tail, keep, work, bytes, check) const
 //       tail <- segment [begin, end) merged with the tail [end, terms), kept to `keep` words; check(x) is
 //       called for every result while all its words are there. The segment may be destroyed.
 #pragma once
@@ -29,8 +29,9 @@ public:
       : shape_(shape), schedule_(shape.schedule(precision_words)) {}
 
   const Schedule& schedule() const { return schedule_; }
-  // Words of each tail's buffer.
-  u64 capacity() const { return kept_words(schedule_.precision_words); }
+  // Words of each tail's buffer: a segment's remainder precision is rounded up by two words, and while the terms
+  // grow it is that of the whole sum.
+  u64 capacity() const { return kept_words(schedule_.precision_words + 2); }
 
   u64 work_bytes(const km_MULv3::Context& context) const {
     Layout layout;
@@ -82,7 +83,7 @@ public:
         modular_redundancy_check(results, 1, s.begin, s.end, nullptr, "BSR Merge Failure: ");
       };
       shape_.merge_tail(context.multiply, s.begin, s.end, schedule_.terms, segment, tail, keep, place.area,
-                        check);
+                        place.area_bytes, check);
       if (context.multiply.progress != nullptr)
         context.multiply.progress->add(shape_.merge_cost(s.integer_words));
     }
