@@ -51,7 +51,7 @@ protected:
   kc_BSS_P2B2_BBP(u64 overhead, u64 shift_) : memory_overhead(overhead), shift(shift_) {}
 
 private:
-  static constexpr u64 END_WORDS = 24;
+  static constexpr u64 END_WORDS = 40;
 };
 
 // Q and R of [0, N) for the precision; see ScheduledSum. Advances context.multiply.progress by sum_cost().

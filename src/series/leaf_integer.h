@@ -8,9 +8,9 @@
 
 namespace kelvane {
 
-// LEAF_WORDS bounds every leaf of the P, Q, R shape: end thresholds are at most 16 words, a single term has
+// LEAF_WORDS bounds every leaf of the P, Q, R shape: 4 end thresholds are at most 64 words, a single term has
 // at most 14, and partial products one word more. Other shapes say beside their leaf why it suffices.
-inline constexpr u64 LEAF_WORDS = 64;
+inline constexpr u64 LEAF_WORDS = 96;
 
 struct LeafInteger {
   u64 words[LEAF_WORDS];

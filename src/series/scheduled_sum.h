@@ -29,8 +29,8 @@ public:
       : shape_(shape), schedule_(shape.schedule(precision_words)) {}
 
   const Schedule& schedule() const { return schedule_; }
-  // Words of each tail's buffer: a segment's remainder precision is rounded up by two words, and while the terms
-  // grow it is that of the whole sum.
+  // Words of each tail's buffer: a segment's remainder precision is rounded up by two words, and while the
+  // terms grow it is that of the whole sum.
   u64 capacity() const { return kept_words(schedule_.precision_words + 2); }
 
   u64 work_bytes(const km_MULv3::Context& context) const {

@@ -57,7 +57,7 @@ public:
                   kob_cdi_EFPh* tail, u64 keep, void* work, u64 bytes, const Check& check) const;
 
 private:
-  static constexpr u64 END_WORDS = 12;
+  static constexpr u64 END_WORDS = 40;
   double n() const { return static_cast<double>(u64{1} << k_); }
   double nats_left(double target, u64 j) const;
   const u32 k_;
