@@ -133,8 +133,8 @@ void kc_BSS_P2B3_Type0::BSR_memory(const Schedule& schedule, u64 first_segment,
   *out_temp = 3 * (schedule.largest_segment(first_segment) + CAPACITY_GUARD);
 }
 
-// A segment's remainder precision is rounded up by two words; behind a short first segment of a series that converges
-// slowly it is more than that of the sum.
+// A segment's remainder precision is rounded up by two words; behind a short first segment of a series that
+// converges slowly it is more than that of the sum.
 u64 sum_capacity(u64 precision_words) {
   return kept_words(precision_words + 2);
 }
