@@ -49,26 +49,26 @@ SERIES = [
         100_000: "44fd74d1b60d527b87c16b305bbf39298d17748f",
         1_000_000: "cdfdace54d18b394ca9cf63db540c2316d6982c5"},
      ["Taylor"]),
-#LOG     (["1", "5", "2"], "Log(2)", {
-#LOG         100_000: "d15cf035aae4decac6fd7c6b771da56138540055",
-#LOG         1_000_000: "ab49e7633f0a58b8f5417ae26c41ee62781da953"},
-#LOG      ["Machin 1", "Machin 2"]),
-#LOG     (["1", "5", "3"], "Log(3)", {
-#LOG         100_000: "590530ba9086bf30d2593823bdce6435d57d2a17",
-#LOG         1_000_000: "00f036f43772d9bd74c1bb20dc06f5a4906d5d4d"},
-#LOG      ["Machin 1", "Machin 2"]),
-#LOG     (["1", "5", "10"], "Log(10)", {
-#LOG         100_000: "aa8a0425a8fb2560c27269d813c19d93f13bf137",
-#LOG         1_000_000: "8411f1a56ce24711533f92e5959b0693f7ca8fc7"},
-#LOG      ["Machin 1", "Machin 2"]),
-#LOG     (["1", "5", "97"], "Log(97)", {
-#LOG         100_000: "021e6210e071747956d0ff521ee959f167648aef",
-#LOG         1_000_000: "bc8625ce56a163500fa383fe98b473b605343cba"},
-#LOG      ["Machin 1", "Machin 2"]),
-#LOG     (["1", "5", "2147483647"], "Log(2147483647)", {
-#LOG         100_000: "c2be9e64c008768ae16ccdc97d0f0c9fcf974459",
-#LOG         1_000_000: "6f8c2268276a6770f1412c6525fb18aadb8f3f91"},
-#LOG      ["Machin 1", "Machin 2"]),
+    (["1", "5", "2"], "Log(2)", {
+        100_000: "d15cf035aae4decac6fd7c6b771da56138540055",
+        1_000_000: "ab49e7633f0a58b8f5417ae26c41ee62781da953"},
+     ["Machin 1", "Machin 2"]),
+    (["1", "5", "3"], "Log(3)", {
+        100_000: "590530ba9086bf30d2593823bdce6435d57d2a17",
+        1_000_000: "00f036f43772d9bd74c1bb20dc06f5a4906d5d4d"},
+     ["Machin 1", "Machin 2"]),
+    (["1", "5", "10"], "Log(10)", {
+        100_000: "aa8a0425a8fb2560c27269d813c19d93f13bf137",
+        1_000_000: "8411f1a56ce24711533f92e5959b0693f7ca8fc7"},
+     ["Machin 1", "Machin 2"]),
+    (["1", "5", "97"], "Log(97)", {
+        100_000: "021e6210e071747956d0ff521ee959f167648aef",
+        1_000_000: "bc8625ce56a163500fa383fe98b473b605343cba"},
+     ["Machin 1", "Machin 2"]),
+    (["1", "5", "2147483647"], "Log(2147483647)", {
+        100_000: "c2be9e64c008768ae16ccdc97d0f0c9fcf974459",
+        1_000_000: "6f8c2268276a6770f1412c6525fb18aadb8f3f91"},
+     ["Machin 1", "Machin 2"]),
     (["1", "6"], "Zeta(3)", {
         100_000: "9013c3c3b1994bcb884b084c6a54ffa8e3479f18",
         1_000_000: "b14319246af13d0a2259b90c3b6b4cfe79f90d74"},
@@ -172,6 +172,17 @@ class Screen(ProgramTest):
         for name in ("Pi - Dec - Chudnovsky.txt", "Pi - Hex - Chudnovsky.txt"):
             self.assertIn(os.path.join(os.path.realpath(self.folder), name), text)
 
+    def test_the_texts_of_several_series(self):
+        result = self.run_program("3", "1", "5", "2", "2", "1", "3", "1000", "0")
+        self.assertIn("Generating Primary Formula...       ", result.text)
+        self.assertIn("Algorithm:  Machin 2", result.text)
+        self.assertRegex(result.text, r"Summing Series\.\.\.  [0-9,]+ terms\n")
+        result = self.run_program("3", "1", "9", "2", "1", "3", "1000", "0")
+        text = re.sub(r"\r[^\n]*\r", "", result.text)
+        self.assertIn("Algorithm:  Brent-McMillan with Refinement ( n = 2^10 )\n", text)
+        self.assertRegex(text, r"Summing Series A and B\.\.\.  [0-9,]+ terms\nTime: [^\n]*\n"
+                               r"\nSumming Series C\.\.\.  skipped\n\nLog\(2\)\.\.\.  [0-9,]+ terms\nTime: ")
+
     def test_progress_shows_label_share_and_time(self):
         result = self.run_program("3", "3", "20000", "0")
         self.assertRegex(result.text, r"\rSumming: +[0-9.]+%  elapsed [0-9.]+ s")
@@ -196,18 +207,15 @@ class Trouble(ProgramTest):
             (["3", "100", "6", "/proc", "0"], "Error: Unable to write to path."),
             (["3", "100", "1", "0", "4", "3", "0"], "This number is a perfect square."),
             (["3", "100", "9", "0"], "option: "),
+            (["3", "100", "1", "4", "1", "2", "0"], "Error: Parameter out of range"),
+            (["3", "100", "1", "4", "4294967296", "4294967295", "0"], "Error: Parameter out of range"),
+            (["3", "100", "1", "5", "2147483648", "97", "0"], "Error: Parameter out of range"),
         ):
             with self.subTest(message=message):
                 result = self.run_program("3", *answers)
                 self.assertIn(message, result.text)
                 self.assertEqual(result.status, 0)
                 self.assertIn("Last Digits:", result.text)
-
-    def test_constants_that_come_later_are_refused(self):
-        for number, parameter in ((5, ["2"]),):
-            with self.subTest(number=number):
-                result = self.run_program("3", "1", number, *parameter)
-                self.assertIn("Invalid constant, or not yet implemented.", result.text)
 
     def test_control_c_while_it_computes(self):
         with Terminal(self.folder) as terminal:
