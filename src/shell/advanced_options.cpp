@@ -2,6 +2,7 @@
 
 #include "shell/advanced_options.h"
 
+#include "series/log_formula/listing.h"
 #include "shell/console.h"
 #include "shell/cpu_features.h"
 #include "shell/not_built.h"
@@ -17,7 +18,7 @@ struct AdvancedOption {
 };
 
 const AdvancedOption OPTIONS[] = {
-    {"Log(n) Formula Generator", [] { print_not_built("The Log(n) formula generator"); }, false},
+    {"Log(n) Formula Generator", log_formula_screen, false},
     {"Hardware Features", print_hardware_features, false},
     {"Compilation Options", [] { print_not_built("The report of the compilation options"); }, false},
 };

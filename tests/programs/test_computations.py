@@ -39,6 +39,57 @@ DECIMAL = [
         1_000_000: "56aa94079642909dc0205c3c6f112f2a09a9ea80"}),
 ]
 
+# The constants of more than one formula: (menu answers, name, {digits: sum}, short names of the algorithms).
+SERIES = [
+    (["1", "4", "2"], "ArcCoth(2)", {
+        100_000: "c0c77b3ff49ae6ea2e48a1928a62ac59e72d0401",
+        1_000_000: "dd596578a942f6fef13217a2a4bacbb55127f3a1"},
+     ["Taylor"]),
+    (["1", "4", "4294967295"], "ArcCoth(4294967295)", {
+        100_000: "44fd74d1b60d527b87c16b305bbf39298d17748f",
+        1_000_000: "cdfdace54d18b394ca9cf63db540c2316d6982c5"},
+     ["Taylor"]),
+    (["1", "5", "2"], "Log(2)", {
+        100_000: "d15cf035aae4decac6fd7c6b771da56138540055",
+        1_000_000: "ab49e7633f0a58b8f5417ae26c41ee62781da953"},
+     ["Machin 1", "Machin 2"]),
+    (["1", "5", "3"], "Log(3)", {
+        100_000: "590530ba9086bf30d2593823bdce6435d57d2a17",
+        1_000_000: "00f036f43772d9bd74c1bb20dc06f5a4906d5d4d"},
+     ["Machin 1", "Machin 2"]),
+    (["1", "5", "10"], "Log(10)", {
+        100_000: "aa8a0425a8fb2560c27269d813c19d93f13bf137",
+        1_000_000: "8411f1a56ce24711533f92e5959b0693f7ca8fc7"},
+     ["Machin 1", "Machin 2"]),
+    (["1", "5", "97"], "Log(97)", {
+        100_000: "021e6210e071747956d0ff521ee959f167648aef",
+        1_000_000: "bc8625ce56a163500fa383fe98b473b605343cba"},
+     ["Machin 1", "Machin 2"]),
+    (["1", "5", "2147483647"], "Log(2147483647)", {
+        100_000: "c2be9e64c008768ae16ccdc97d0f0c9fcf974459",
+        1_000_000: "6f8c2268276a6770f1412c6525fb18aadb8f3f91"},
+     ["Machin 1", "Machin 2"]),
+    (["1", "6"], "Zeta(3)", {
+        100_000: "9013c3c3b1994bcb884b084c6a54ffa8e3479f18",
+        1_000_000: "b14319246af13d0a2259b90c3b6b4cfe79f90d74"},
+     ["Amdeberhan-Zeiberger 1", "Amdeberhan-Zeiberger 2"]),
+    (["1", "7"], "Lemniscate", {
+        100_000: "8807090c6140c2e86c7844cb64fe86e5f29746a4",
+        1_000_000: "e7f9837445b03ad354d9920a0b518e586299b119"},
+     ["Gauss", "Sebah"]),
+    (["1", "8"], "Catalan", {
+        100_000: "4427a84fa0c8ff3ce8a54250ed476d18b10d46e7",
+        1_000_000: "133de8564f891a809b44eaa2bfe00627a291f34f"},
+     ["Lupas", "Huvent"]),
+    (["1", "9"], "Euler's Constant", {
+        100_000: "bd754ef2afd500d0b33b8d9b113b7082fd54068b",
+        1_000_000: "c6f52228344269abd8b30f7fd40d092aec753f63"},
+     ["Brent-McMillan", "Brent-McMillan (Refined)"]),
+]
+for _answers, _name, _sums, _algorithms in SERIES:
+    for _i, _algorithm in enumerate(_algorithms):
+        DECIMAL.append((_answers + (["2", str(_i)] if _i else []), f"{_name} - Dec - {_algorithm}.txt", _sums))
+
 # The same for 1,000,000 hexadecimal digits.
 HEXADECIMAL = [
     (PI, "Pi - Hex - Chudnovsky.txt", "58fd919e5bf6e1ee34a98b3b27d73ed189d10ce1"),
@@ -121,6 +172,17 @@ class Screen(ProgramTest):
         for name in ("Pi - Dec - Chudnovsky.txt", "Pi - Hex - Chudnovsky.txt"):
             self.assertIn(os.path.join(os.path.realpath(self.folder), name), text)
 
+    def test_the_texts_of_several_series(self):
+        result = self.run_program("3", "1", "5", "2", "2", "1", "3", "1000", "0")
+        self.assertIn("Generating Primary Formula...       ", result.text)
+        self.assertIn("Algorithm:  Machin 2", result.text)
+        self.assertRegex(result.text, r"Summing Series\.\.\.  [0-9,]+ terms\n")
+        result = self.run_program("3", "1", "9", "2", "1", "3", "1000", "0")
+        text = re.sub(r"\r[^\n]*\r", "", result.text)
+        self.assertIn("Algorithm:  Brent-McMillan with Refinement ( n = 2^10 )\n", text)
+        self.assertRegex(text, r"Summing Series A and B\.\.\.  [0-9,]+ terms\nTime: [^\n]*\n"
+                               r"\nSumming Series C\.\.\.  skipped\n\nLog\(2\)\.\.\.  [0-9,]+ terms\nTime: ")
+
     def test_progress_shows_label_share_and_time(self):
         result = self.run_program("3", "3", "20000", "0")
         self.assertRegex(result.text, r"\rSumming: +[0-9.]+%  elapsed [0-9.]+ s")
@@ -145,18 +207,15 @@ class Trouble(ProgramTest):
             (["3", "100", "6", "/proc", "0"], "Error: Unable to write to path."),
             (["3", "100", "1", "0", "4", "3", "0"], "This number is a perfect square."),
             (["3", "100", "9", "0"], "option: "),
+            (["3", "100", "1", "4", "1", "2", "0"], "Error: Parameter out of range"),
+            (["3", "100", "1", "4", "4294967296", "4294967295", "0"], "Error: Parameter out of range"),
+            (["3", "100", "1", "5", "2147483648", "97", "0"], "Error: Parameter out of range"),
         ):
             with self.subTest(message=message):
                 result = self.run_program("3", *answers)
                 self.assertIn(message, result.text)
                 self.assertEqual(result.status, 0)
                 self.assertIn("Last Digits:", result.text)
-
-    def test_constants_that_come_later_are_refused(self):
-        for number, parameter in ((4, ["2"]), (5, ["2"]), (6, []), (7, []), (8, []), (9, [])):
-            with self.subTest(number=number):
-                result = self.run_program("3", "1", number, *parameter)
-                self.assertIn("Invalid constant, or not yet implemented.", result.text)
 
     def test_control_c_while_it_computes(self):
         with Terminal(self.folder) as terminal:

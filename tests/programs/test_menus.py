@@ -114,6 +114,16 @@ class MainMenu(ProgramTest):
         lines = result.text.split("CPU Vendor:\n")[1].split("\n")
         self.assertEqual(sum(" = Yes" in line or " = No" in line for line in lines), 24)
 
+    def test_log_formulas(self):
+        result = self.run_program(5, 0, 1, 40)
+        self.assertEqual(result.status, 0)
+        lines = result.text.split("Limit: Limit: \n")[1].split("\n")
+        self.assertEqual(lines[0], "7.1937931\tLog[2] = 18*ArcCoth[26] - 2*ArcCoth[4801] + 8*ArcCoth[8749]")
+        formulas = [line for line in lines if "\tLog[" in line]
+        self.assertEqual(len(formulas), 2 * 39)
+        self.assertIn("\tLog[40] = ", formulas[-1])
+        self.assertEqual(self.run_program(5, 0).status, 1)  # no limit
+
 
 class Settings(ProgramTest):
     def test_a_session(self):

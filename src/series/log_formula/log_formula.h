@@ -22,12 +22,13 @@ struct LogFormula {
   Term terms[LOG_FORMULA_TERMS];
 };
 
-// formulas[0] and formulas[1] <- two formulas of Log(n), 2 <= n < 2^31, printing what is generated and how long it
-// took. precision_nats: the precision the logarithm is wanted to, in nats. Returns null, or the text of the error.
+// formulas[0] and formulas[1] <- two formulas of Log(n), 2 <= n < 2^31, printing what is generated and how
+// long it took. precision_nats: the precision the logarithm is wanted to, in nats. Returns null, or the text
+// of the error.
 const char* generate_log_formulas(LogFormula formulas[2], u64 n, double precision_nats);
 
-// The cheapest formula found that shares no argument with `exclude` (null: no such condition). Returns its cost, or
-// NO_FORMULA_COST.
+// The cheapest formula found that shares no argument with `exclude` (null: no such condition). Returns its
+// cost, or NO_FORMULA_COST.
 double generate_formula(LogFormula& formula, u64 n, const LogFormula* exclude, double precision_nats);
 
 // 0 when the formula is exactly Log(n).
