@@ -172,6 +172,7 @@ private:
     Console::set_color_white();
   }
 
+  double start_ = Console::wall_seconds(); // before the memory is reserved
   const StressSettings& settings_;
   const StressHooks& hooks_;
   StressCounters& counters_;
@@ -180,7 +181,6 @@ private:
   bool bind_ = true;
   bool ran_any_ = false;
   std::vector<StressTask> tasks_;
-  double start_ = Console::wall_seconds();
 };
 
 } // namespace
