@@ -133,7 +133,10 @@ void KCDReader::open(u64 id) {
           "Total digit does not match.");
   }
   file.check_size();
-  if (h.total_digits != 0) total_ = h.total_digits;
+  if (h.total_digits != 0) {
+    total_ = h.total_digits;
+    stated_ = true;
+  }
   file_ = std::move(file);
 }
 

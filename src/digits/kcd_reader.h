@@ -46,6 +46,7 @@ public:
   u64 stream_start() const { return stream_start_; }
   u64 stream_digits() const { return stream_digits_; }
 
+  bool states_total() const { return stated_; } // a file opened so far states the total
   u64 digits_per_file() const { return common_.digits_per_file; }
   const KCDHeader& common() const { return common_; } // of the first file
   // Numbers of the files in the folders, ascending. Empty when the folders cannot be listed.
@@ -69,7 +70,8 @@ private:
   bool raw_;
   KCDHeader common_;
   u64 total_ = 0;
-  KCDFile file_; // the one opened last
+  bool stated_ = false; // total_ comes from a header
+  KCDFile file_;        // the one opened last
   std::unique_ptr<char[]> stream_;
   u64 stream_start_ = 0, stream_digits_ = 0;
 };
