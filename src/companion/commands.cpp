@@ -165,10 +165,13 @@ Status hash(const Arguments& arguments) {
   for (const char c : first)
     if (c != '.' && c != '-') residue.add(&c, 1);
   Progress progress("Hashing", length, !arguments.quiet);
-  for_each_block(source, 0, length, progress, [&](const char* digits, u64 count) {
-    run_both([&] { sha1.add(digits, count); }, [&] { residue.add(digits, count); });
-    return true;
-  });
+  for_each_block(
+      source, 0, length, progress,
+      [&](const char* digits, u64 count) {
+        sha1.add(digits, count);
+        return true;
+      },
+      [&](const char* digits, u64 count) { residue.add(digits, count); });
   put("Digits:                               " + commas(length) + "\n");
   put("As an integer, modulo 2^61 - 1:       " + std::to_string(residue.value()) + "\n");
   put("SHA-1 of the text form:               " + sha1.finish() + "\n");

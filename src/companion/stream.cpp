@@ -99,7 +99,8 @@ u64 Source::length(bool quiet) {
 }
 
 void for_each_block(Source& source, u64 start, u64 end, Progress& progress,
-                    const std::function<bool(const char* digits, u64 count)>& use) {
+                    const std::function<bool(const char* digits, u64 count)>& use,
+                    const std::function<void(const char* digits, u64 count)>& beside) {
   if (start >= end) return;
   const u64 block = std::min(BLOCK_DIGITS, end - start);
   const auto memory = std::make_unique<char[]>(2 * block);
@@ -109,11 +110,12 @@ void for_each_block(Source& source, u64 start, u64 end, Progress& progress,
   for (;;) {
     const u64 after = position + count, next_count = std::min(block, end - after);
     bool go_on = true;
-    if (next_count == 0) {
-      use(now, count);
-    } else {
-      run_both([&] { source.read(after, next, next_count); }, [&] { go_on = use(now, count); });
-    }
+    run_both(
+        [&] {
+          if (next_count != 0) source.read(after, next, next_count);
+          if (beside) beside(now, count);
+        },
+        [&] { go_on = use(now, count); });
     progress.show(after - start);
     if (!go_on || next_count == 0) return;
     position = after;

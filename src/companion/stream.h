@@ -48,8 +48,11 @@ struct Source {
   u64 length(bool quiet);
 };
 
-// The digits [start, end) in order. use(digits, count) returns false to stop.
+// The digits [start, end) in order. use(digits, count) returns false to stop. `beside` is called with the
+// same blocks at the same time, on the thread that reads: for a second piece of work that takes less than
+// use.
 void for_each_block(Source& source, u64 start, u64 end, Progress& progress,
-                    const std::function<bool(const char* digits, u64 count)>& use);
+                    const std::function<bool(const char* digits, u64 count)>& use,
+                    const std::function<void(const char* digits, u64 count)>& beside = {});
 
 } // namespace kelvane::companion

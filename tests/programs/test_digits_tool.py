@@ -3,8 +3,10 @@
 import collections
 import hashlib
 import os
+import pty
 import random
 import re
+import signal
 import struct
 import subprocess
 import unittest
@@ -242,6 +244,27 @@ class Usage(Tool):
         for arguments in ((), ("none",), ("hash",), ("hash", "-z", "pi.kcd")):
             self.tool(*arguments, status=2)
             self.assertIn("Try kelvane-digits --help.", self.messages)
+
+    def test_progress_at_a_terminal_and_interruption(self):
+        digits = 19 * 10**10  # a file of zeros without disk space: far more than is read here
+        head = compressed("", TotalDigits="%020d" % digits)
+        with open(self.path("zeros.kcd"), "wb") as file:
+            file.write(head)
+            file.truncate(len(head) + digits // 19 * 8)
+        process, fd = pty.fork()
+        if process == 0:
+            os.chdir(self.folder)
+            os.execv(TOOL, [TOOL, "stats", "zeros.kcd"])
+        seen = b""
+        while b"remaining" not in seen:
+            seen += os.read(fd, 4096)
+        self.assertRegex(seen.decode(), r"\rCounting +[0-9.]+%  \d+ million digits/s, remaining \d+ s")
+        os.kill(process, signal.SIGINT)
+        _, status, usage = os.wait4(process, 0)
+        os.close(fd)
+        self.assertEqual(os.waitstatus_to_exitcode(status), -signal.SIGINT)
+        if not SHORT:
+            self.assertLess(usage.ru_maxrss, 100 * 1024)
 
     @unittest.skipIf(SHORT, "sanitizers take memory themselves")
     def test_memory_does_not_grow_with_the_file(self):
