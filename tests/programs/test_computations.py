@@ -47,6 +47,8 @@ HEXADECIMAL = [
     (["1", "0", "2"], "Sqrt(2) - Hex - Newton.txt", "896f595a3e3adb928adf4dd383caa37d85084258"),
 ]
 
+TOOL = os.environ["KELVANE_DIGITS"]
+
 
 def sha1(path):
     with open(path, "rb") as file:
@@ -143,6 +145,24 @@ class Compressed(ProgramTest):
                 self.assertEqual(self.joined(self.DECIMAL_FILES, 10, digits, per_file), decimal)
                 self.assertEqual(self.joined(self.HEXADECIMAL_FILES, 16, len(hexadecimal), per_file), hexadecimal)
                 self.assertFalse([f for f in os.listdir(self.folder) if f.endswith(".incomplete")])
+                self.read_back(self.DECIMAL_FILES, decimal, 19, per_file)
+                self.read_back(self.HEXADECIMAL_FILES, hexadecimal, 16, per_file)
+
+    def read_back(self, name, digits, per_word, per_file):
+        """Through the companion: everything, and ranges that begin and end at each kind of place."""
+        def tool(*arguments):
+            return subprocess.run([TOOL, *map(str, arguments)], cwd=self.folder, stdout=subprocess.PIPE,
+                                  timeout=300, check=True).stdout.decode()
+
+        text = DECIMAL[0][1] if per_word == 19 else HEXADECIMAL[0][1]
+        self.assertIn("The same", tool("compare", text, name % 0))
+        places = {0, per_word - 1, per_word, 1000 * per_word, len(digits) - 1, len(digits) // per_word * per_word}
+        if per_file < len(digits):
+            places |= {per_file - 1, per_file, 2 * per_file, per_file // per_word * per_word, per_file + per_word}
+        for start in places:
+            for count in (1, per_word, per_word + 1, 1000):
+                end = min(start + count, len(digits))
+                self.assertEqual(tool("print", "-q", name % 0, start + 1, end), digits[start:end] + "\n")
 
     def test_too_few_digits(self):
         result = self.run_program("3", "3", "1000000", "7", "", "0")
