@@ -275,6 +275,19 @@ void kob_cdi_EFPh::set_product(const km_MULv3::Context& context, const kob_cdi_E
   L = n - (T[n - 1] == 0);
 }
 
+void kob_cdi_EFPh::set_product_over(const km_MULv3::Context& context, const kob_cdi_EFPh& A,
+                                    const kob_cdi_EFPh& B, void* work) {
+  const u64 n = A.L + B.L;
+  require_space(n, AL, "kob_cdi_EFPh::set_product_over()");
+  const u64 product_hash = residue::mul(A.hash, B.hash);
+  const s64 product_exp = A.exp + B.exp;
+  T = buffer;
+  km_MULv3::multiply_over(context, T, A.T, A.L, B.T, B.L, work);
+  hash = product_hash;
+  exp = product_exp;
+  L = n - (T[n - 1] == 0);
+}
+
 void kob_cdi_EFPh::dump() const {
   Console::print("exp =  ");
   Console::print_s64(exp);

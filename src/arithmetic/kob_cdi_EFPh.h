@@ -83,6 +83,10 @@ public:
   // work: km_MULv3::memory_cost(A.L + B.L, context.threads, context.reduced_memory) bytes.
   void set_product(const km_MULv3::Context& context, const kob_cdi_EFPh& A, const kob_cdi_EFPh& B,
                    void* work);
+  // The same, but this number's buffer may overlap the operands' words, which are destroyed; beyond
+  // km_MULv3::LONGEST_BASECASE words.
+  void set_product_over(const km_MULv3::Context& context, const kob_cdi_EFPh& A, const kob_cdi_EFPh& B,
+                        void* work);
 
   // Keeps the top n words (when there are more); the error is below one unit of the last word kept.
   // The residue of the words dropped is taken off the hash, so a fault in the words kept stays visible.

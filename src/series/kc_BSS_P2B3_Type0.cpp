@@ -32,13 +32,14 @@ void kc_BSS_P2B3_Type0::leaf(u64 a, u64 b, kob_cdi_EFPh* out) const {
 
 namespace {
 
-// Work of merging two halves: the second product of R, and the products' own memory.
+// Work of merging two halves: the second product of R where it can not be formed over the spent halves' R,
+// and the products' own memory.
 struct MergePlacement {
   u64* second;
   u64 work_bytes;
   void* work;
   MergePlacement(Layout& layout, u64 product_words, const km_MULv3::Context& context)
-      : second(layout.take<u64>(product_words + 1)),
+      : second(layout.take<u64>(words_beside(product_words))),
         work_bytes(km_MULv3::memory_cost(product_words, context.threads, context.reduced_memory)),
         work(layout.take_bytes(work_bytes)) {}
 };
@@ -66,15 +67,23 @@ void kc_BSS_P2B3_Type0::merge(const km_MULv3::Context& context, u64 a, u64 m, u6
 
   Layout layout(work, bytes);
   const MergePlacement place(layout, n, context);
+  // The halves' last integers lie side by side.
+  const bool over = km_MULv3::may_multiply_over(n);
   kob_cdi_EFPh second;
-  second.attach(place.second, n + 1);
+  if (over)
+    second.attach(left[2].buffer, left[2].AL + right[2].AL);
+  else
+    second.attach(place.second, n + 1);
 
   SharedProducts products(context, n, place.work, place.work_bytes + layout.left());
   products.keep(right[1]);
   products.multiply(out[1], left[1]); // Ql Qr
   products.multiply(out[2], left[2]); // Rl Qr
   products.keep(left[0]);
-  products.multiply(second, right[2]); // Pl Rr
+  if (over)
+    products.multiply_over(second, right[2]); // Pl Rr
+  else
+    products.multiply(second, right[2]);
   combine(out[2], second, m - a);
   if (need_P) products.multiply(out[0], right[0]); // Pl Pr
 }

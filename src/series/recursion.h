@@ -2,8 +2,8 @@
 //
 //   [a, b):  one leaf, or m = (a + b) / 2, the halves [a, m) and [m, b), and their merge
 //
-// Memory. A level's block holds the left half's integers, the right half's directly behind
-// (each half at the capacity of the larger), and behind them one area used first by the
+// Memory. A level's block holds the left half's integers, the right half's directly behind in reverse order
+// (each half at the capacity of the larger), so that the last ones lie side by side, and behind them one area used first by the
 // recursion below and then by the merge. Integers grow faster with the index than linearly,
 // so the right half is never smaller than the left and the need of a range is found by walking
 // down its right spine: O(log N), the same placement as the run.
@@ -132,7 +132,7 @@ private:
     Placement(Layout& layout, const Shape& shape, u64 a, u64 b)
         : m(a + (b - a) / 2), capacity(std::max(shape.capacity(a, m), shape.capacity(m, b))) {
       for (u64*& words : left) words = layout.take<u64>(capacity);
-      for (u64*& words : right) words = layout.take<u64>(capacity);
+      for (u64 i = Shape::INTEGERS; i-- > 0;) right[i] = layout.take<u64>(capacity);
       layout.take_bytes(0); // the area behind begins aligned
     }
   };

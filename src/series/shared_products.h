@@ -18,6 +18,12 @@ namespace kelvane {
 // Needs km_MULv3::memory_cost(product_words, context.threads, context.reduced_memory) bytes of 64-byte
 // aligned work; the context must outlive the object. Both operands of every product together have at most
 // product_words words.
+// Words that a product of up to product_words words and a carry needs beside operands over which
+// multiply_over may write it: those of the products that may not be.
+inline u64 words_beside(u64 product_words) {
+  return km_MULv3::may_multiply_over(product_words) ? km_MULv3::LONGEST_BASECASE + 1 : product_words + 1;
+}
+
 class SharedProducts {
 public:
   SharedProducts(const km_MULv3::Context& context, u64 product_words, void* work)
@@ -47,6 +53,12 @@ public:
     kob_cdi_EFPh::Transform passing;
     passing.forward_once(*parameters_, passing_data_, x, scratch_);
     out.set_inverse_fmul(passing, kept_, scratch_);
+  }
+
+  // The same where out's buffer may overlap both, which are destroyed; beyond the basecase's lengths.
+  void multiply_over(kob_cdi_EFPh& out, const kob_cdi_EFPh& x) {
+    if (parameters_ == nullptr) return out.set_product_over(context_, x, *kept_number_, work_);
+    multiply(out, x);
   }
 
 private:

@@ -29,26 +29,28 @@ u64 merge_words(const kc_BSS_P2B3_Type0& series, const Schedule& schedule, u64 i
 }
 
 // Work of the whole summation: one segment's P, Q, R, and an area used first by the segment's recursion and
-// then by its merge. R's buffer takes a whole product: after R itself has been multiplied, the merge's
-// other products are formed in it.
+// then by its merge. The buffers of Q and R together take a whole product: after R itself has been
+// multiplied, the merge's other products are formed over both.
 struct SumPlacement {
   u64 capacity[3];
   u64* segment[3];
   u64 area_bytes;
   void* area;
   SumPlacement(Layout& layout, u64 words, u64 product_words, u64 bytes)
-      : capacity{words, words, std::max(words, product_words + 1)}, area_bytes(bytes) {
+      : capacity{words, words, std::max(words, product_words + 1 - std::min(words, product_words))},
+        area_bytes(bytes) {
     for (u64 i = 0; i < 3; i++) segment[i] = layout.take<u64>(capacity[i]);
     area = layout.take_bytes(bytes);
   }
 };
 
-// The merge's part of the area: its first product, then the products' own memory.
+// The merge's part of the area: its first product, the others where they can not be formed over the segment,
+// then the products' own memory.
 struct SegmentMergePlacement {
-  u64* first;
+  u64 *first, *second;
   void* work;
   SegmentMergePlacement(Layout& layout, u64 product_words, const km_MULv3::Context& context)
-      : first(layout.take<u64>(product_words + 1)),
+      : first(layout.take<u64>(product_words + 1)), second(layout.take<u64>(words_beside(product_words))),
         work(layout.take_bytes(
             km_MULv3::memory_cost(product_words, context.threads, context.reduced_memory))) {}
 };
@@ -98,8 +100,13 @@ void merge_segment(const kc_BSS_P2B3_Type0& series, const SeriesContext& context
   SharedProducts products(context.multiply, n, place.work);
   products.keep(Q);
   products.multiply(first, segment[2]); // Rl Qr; R's buffer is free now
-  second.attach(segment[2].buffer, segment[2].AL);
-  products.multiply(second, segment[1]); // Ql Qr
+  if (km_MULv3::may_multiply_over(n)) {
+    second.attach(segment[1].buffer, segment[1].AL + segment[2].AL);
+    products.multiply_over(second, segment[1]); // Ql Qr
+  } else {
+    second.attach(place.second, n + 1);
+    products.multiply(second, segment[1]);
+  }
   check(second);
   second.truncate(keep);
   Q.set_copy(second);

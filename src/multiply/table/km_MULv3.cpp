@@ -28,7 +28,7 @@ const km_HNT::algorithm<u64> HNT64;
 const km_VSTv2::algorithm<u32> VST32;
 const km_VSTv2::algorithm<u64> VST64;
 
-constexpr u64 BKT_MAX = 54, FFT_MAX = LONGEST_FFT, VST_MAX = 9895604649984;
+constexpr u64 BKT_MAX = LONGEST_BASECASE, FFT_MAX = LONGEST_FFT, VST_MAX = 9895604649984;
 
 struct Rows {
   std::array<Row64, 4> words64;
@@ -93,6 +93,20 @@ bool multiply_in_pieces(const Context& context, u64* out, const u64* A, u64 nA, 
   return true;
 }
 
+// out = A B through transforms of both operands; out is written when nobody needs them any more.
+void multiply_whole(const Context& context, u64* out, const u64* A, u64 nA, const u64* B, u64 nB,
+                    void* work) {
+  const u64 n = nA + nB;
+  btp_storage storage;
+  const abstract_btp* const record = select(n, context, &storage);
+  Layout layout(work, product_cost(n, context.threads, context.reduced_memory));
+  const Placement p(layout, *record);
+  if (record->ntp() != nullptr) return record->ntp()->product(out, A, nA, B, nB, p.TA, p.TB, p.scratch);
+  record->forward(p.TA, A, nA, p.scratch);
+  record->forward(p.TB, B, nB, p.scratch);
+  record->inverse_fmul(out, n, p.TA, p.TB, p.scratch);
+}
+
 // Operands of this many words or fewer are multiplied by the schoolbook whatever the other one's length: 0.4
 // ns per word product against at least 6 ns per word through a transform.
 constexpr u64 MAX_SHORT = 14;
@@ -103,14 +117,7 @@ void multiply_long(const Context& context, u64* out, const u64* A, u64 nA, const
   const u64 n = nA + nB, bytes = product_cost(n, context.threads, context.reduced_memory);
   if (n >= CUT_MIN && nA >= CUT_RATIO * nB && multiply_in_pieces(context, out, A, nA, B, nB, work, bytes))
     return;
-  btp_storage storage;
-  const abstract_btp* const record = select(n, context, &storage);
-  Layout layout(work, bytes);
-  const Placement p(layout, *record);
-  if (record->ntp() != nullptr) return record->ntp()->product(out, A, nA, B, nB, p.TA, p.TB, p.scratch);
-  record->forward(p.TA, A, nA, p.scratch);
-  record->forward(p.TB, B, nB, p.scratch);
-  record->inverse_fmul(out, n, p.TA, p.TB, p.scratch);
+  multiply_whole(context, out, A, nA, B, nB, work);
 }
 
 u64 max_of(u64 a, u64 b) {
@@ -181,6 +188,10 @@ void multiply(const Context& context, u64* out, const u64* A, u64 nA, const u64*
   if (nA + nB <= BKT_MAX) return km_MULB::multiply_unbalanced(out, A, nA, B, nB, static_cast<u64*>(work));
   if (nA < nB) return multiply_long(context, out, B, nB, A, nA, work);
   multiply_long(context, out, A, nA, B, nB, work);
+}
+
+void multiply_over(const Context& context, u64* out, const u64* A, u64 nA, const u64* B, u64 nB, void* work) {
+  multiply_whole(context, out, A, nA, B, nB, work);
 }
 
 void square(const Context& context, u64* out, const u64* A, u64 nA, void* work) {

@@ -171,6 +171,13 @@ u64 product_cost(u64 n, u64 threads, bool reduced_memory);
 // work: product_cost(nA + nB, threads, reduced_memory) bytes, 64-byte aligned. Lengths at least 1.
 void multiply(const Context& context, u64* out, const u64* A, u64 nA, const u64* B, u64 nB, void* work);
 void square(const Context& context, u64* out, const u64* A, u64 nA, void* work);
+// The same as multiply, but out may overlap the operands, which are destroyed. For lengths nA + nB of the
+// FFT's and the hybrid NTT's rows.
+inline constexpr u64 LONGEST_BASECASE = 54, LONGEST_HNT = HNT_LIMIT_BITS / 64;
+inline bool may_multiply_over(u64 n) {
+  return n > LONGEST_BASECASE && n <= LONGEST_HNT;
+}
+void multiply_over(const Context& context, u64* out, const u64* A, u64 nA, const u64* B, u64 nB, void* work);
 
 // Bytes of all root tables that products of up to n words need: Tables::bytes(n), which the caller provides,
 // and those of the prime fields.
