@@ -172,6 +172,39 @@ void kob_cdi_EFPh::reverse_sub_in_place(const kob_cdi_EFPh& B) {
   hash = residue::sub(B.hash, hash);
 }
 
+void kob_cdi_EFPh::set_add_kept(const kob_cdi_EFPh& A, const kob_cdi_EFPh& B, u64 keep) {
+  if (A.mag() < B.mag()) return set_add_kept(B, A, keep);
+  kob_cdi_EFPh a = A, b = B;
+  if (keep < a.L) a.truncate(keep + 1);
+  if (const u64 below = static_cast<u64>(A.mag() - B.mag()); below > keep)
+    b.truncate(0);
+  else if (b.L > keep - below)
+    b.truncate(keep - below + 1);
+  if (b.L == 0) return set_copy(a);
+  set_add(a, b);
+}
+
+void kob_cdi_EFPh::set_shifted(const kob_cdi_EFPh& B, u64 bits, u64 keep) {
+  kob_cdi_EFPh b = B;
+  if (keep < b.L) b.truncate(keep + 1);
+  const u64 shift = bits / 64, zeros = std::min(shift, keep < b.L ? 0 : keep - b.L + 1);
+  require_space(zeros + b.L + 1, AL, "kob_cdi_EFPh::set_shifted()");
+  T = buffer;
+  std::fill_n(T, zeros, u64{0});
+  copy(T + zeros, b.T, b.L);
+  L = zeros + b.L;
+  exp = b.exp - static_cast<s64>(zeros);
+  hash = b.hash;
+  shift_left_in_place(bits);
+}
+
+void kob_cdi_EFPh::shift_left_in_place(u64 bits) {
+  if (const u64 part = bits % 64; part != 0) mul_word_in_place(u64{1} << part);
+  const s64 whole = static_cast<s64>(bits / 64);
+  exp += whole;
+  hash = residue::mul(hash, residue::weight(whole));
+}
+
 void kob_cdi_EFPh::mul_word_in_place(u64 w) {
   if (room() == 0)
     assert_fail(INVALID_FUNCTION_PARAMETERS, L"kob_cdi_EFPh::mul_word_in_place()", L"AL is too small.");

@@ -57,6 +57,15 @@ public:
   void sub_in_place(const kob_cdi_EFPh& B);
   // This = B - this, for B > this with the same exponent (else an assertion failure). Needs AL >= B.L.
   void reverse_sub_in_place(const kob_cdi_EFPh& B);
+  // This = A + B, both first cut to the `keep` + 1 words below the larger one's top (~0: exact). Needs
+  // AL >= keep + 2, or one word more than the exact sum's span.
+  void set_add_kept(const kob_cdi_EFPh& A, const kob_cdi_EFPh& B, u64 keep);
+  // This = B * 2^bits, kept to keep + 1 words (~0: exact). Zero words are written out below B as far as that
+  // reaches, so that numbers of smaller exponents can be added and subtracted in place.
+  // Needs AL >= min(keep + 1, B.L + bits / 64) + 1.
+  void set_shifted(const kob_cdi_EFPh& B, u64 bits, u64 keep);
+  // This *= 2^bits; whole words move the exponent. Needs one word of room above unless 64 divides bits.
+  void shift_left_in_place(u64 bits);
   // This *= w, w > 0. Needs one word of room above.
   void mul_word_in_place(u64 w);
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "arithmetic/kcm_div.h"
 #include "arithmetic/kcm_invsqrt.h"
 #include "shell/console.h"
 #include "shell/exception.h"
@@ -46,6 +47,38 @@ void inverse_square_root(ComputeContext& context, kob_cdi_GFP& T, u64 x, u64 p) 
   }
   if (status != 0) fatal("Computation Failed");
   end_phase();
+}
+
+namespace {
+
+struct QuotientPlacement {
+  u64 PL;
+  u64* work;
+  void* product_work;
+  QuotientPlacement(Layout& layout, u64 p, const km_MULv3::Context& context)
+      : PL(kcm_div_words(p)), work(layout.take<u64>(PL)),
+        product_work(layout.take_bytes(kcm_div_work_bytes(p, context))) {}
+};
+
+} // namespace
+
+u64 quotient_bytes(u64 p, const km_MULv3::Context& context) {
+  Layout layout;
+  QuotientPlacement(layout, p, context);
+  return layout.used();
+}
+
+// A merge of the series counts as one product of its length and is about three.
+double quotient_cost(u64 p) {
+  return kcm_div_cost(p) / 3;
+}
+
+void quotient_quietly(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_GFP& N,
+                      const kob_cdi_GFP& D, u64 p, void* work) {
+  Layout layout(work, quotient_bytes(p, context));
+  const QuotientPlacement place(layout, p, context);
+  if (kcm_div_t9_B(context, T, N, D, p, place.work, place.PL, place.product_work, newton::Meter()) != 0)
+    fatal("Computation Failed");
 }
 
 kob_cdi_GFP as_GFP(const kob_cdi_EFPh& x) {
@@ -98,6 +131,8 @@ void finish(ComputeContext& context, kob_cdi_GFP& x) {
   input.hexadecimal_digits = settings.hexadecimal_digits;
   input.output = {settings.output_path, settings.constant->get_name(),
                   settings.constant->get_algorithm_short_name(settings.algorithm), settings.digits_per_file};
+  // Keeps the number of a compressed file apart from names like "Machin 1".
+  if (settings.digits_per_file != 0) input.output.second_name += " - ";
   FinishHooks hooks;
   hooks.record = [&context](const char* event) { context.events.record(event); };
   hooks.faults = context.faults.conversion;

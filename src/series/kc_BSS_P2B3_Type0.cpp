@@ -3,58 +3,10 @@
 #include <algorithm>
 #include <cmath>
 
-#include "arithmetic/words/add.h"
+#include "series/leaf_integer.h"
 #include "series/shared_products.h"
 
 namespace kelvane {
-
-namespace {
-
-// A leaf's integers while they are formed. LEAF_WORDS bounds every leaf: end thresholds are at most 16
-// words, a single term has at most 14, and partial products one word more.
-constexpr u64 LEAF_WORDS = 48;
-
-struct LeafInteger {
-  u64 words[LEAF_WORDS];
-  u64 n = 0;
-
-  void set(u64 x) {
-    words[0] = x;
-    n = x != 0;
-  }
-  void multiply(u64 x) {
-    const u64 carry = words::mul_word(words, words, n, x);
-    if (carry != 0) words[n++] = carry;
-  }
-  void multiply(const u64* factors, u32 count) {
-    for (u32 i = 0; i < count; i++) multiply(factors[i]);
-  }
-};
-
-// x = A * poly.
-void multiply_by_poly(LeafInteger& x, const LeafInteger& A, const u64* poly, u32 poly_words) {
-  x.n = A.n + poly_words;
-  std::fill_n(x.words, x.n, u64{0});
-  for (u32 i = 0; i < poly_words; i++)
-    x.words[A.n + i] = words::mul_word_add(x.words + i, A.words, A.n, poly[i]);
-  x.n = words::normalized_length(x.words, x.n);
-}
-
-// R = R +/- x, for R > x when subtracting.
-void accumulate(LeafInteger& R, const LeafInteger& x, bool subtract) {
-  if (R.n < x.n) {
-    std::fill(R.words + R.n, R.words + x.n, u64{0});
-    R.n = x.n;
-  }
-  R.words[R.n] = subtract;
-  if (subtract)
-    words::sub_propagate(R.words, x.words, x.n);
-  else
-    words::add_propagate(R.words, x.words, x.n);
-  R.n = subtract ? words::normalized_length(R.words, R.n) : R.n + (R.words[R.n] != 0);
-}
-
-} // namespace
 
 // Terms a+1..b appended one by one to an empty range (P = Q = 1, R = 0), each a merge whose right
 // half is a single term: only products by words, no calls of the product routines.
@@ -67,11 +19,11 @@ void kc_BSS_P2B3_Type0::leaf(u64 a, u64 b, kob_cdi_EFPh* out) const {
   for (u64 k = a + 1; k <= b; k++) {
     term(k, t);
     if (plain) P.multiply(t.p, t.p_factors);
-    multiply_by_poly(x, P, t.poly, t.poly_words);
+    x.set_product(P, t.poly, t.poly_words);
     if (!plain) P.multiply(t.p, t.p_factors);
     R.multiply(t.q, t.q_factors);
     Q.multiply(t.q, t.q_factors);
-    accumulate(R, x, alternating && ((k - a - 1) & 1) != 0);
+    R.accumulate(x, alternating && ((k - a - 1) & 1) != 0);
   }
   out[0].set_words(P.words, P.n);
   out[1].set_words(Q.words, Q.n);

@@ -23,6 +23,33 @@ namespace kelvane {
 struct SeriesTerm {
   u64 p[8], q[10], poly[4];
   u32 p_factors, q_factors, poly_words;
+
+  void clear() { p_factors = q_factors = poly_words = 0; }
+  // p(k) *= x, q(k) *= x: into the last factor as long as that fits a word, for products by few words.
+  void multiply_p(u64 x) { multiply(p, p_factors, x); }
+  void multiply_q(u64 x) { multiply(q, q_factors, x); }
+  // poly = poly * x + c, for a Horner scheme of up to 4 words.
+  void horner(u64 x, u64 c) {
+    u128 carry = c;
+    for (u32 i = 0; i < poly_words; i++) {
+      carry += static_cast<u128>(poly[i]) * x;
+      poly[i] = static_cast<u64>(carry);
+      carry >>= 64;
+    }
+    if (carry != 0) poly[poly_words++] = static_cast<u64>(carry);
+  }
+
+private:
+  static void multiply(u64* factors, u32& count, u64 x) {
+    if (count != 0) {
+      const u128 product = static_cast<u128>(factors[count - 1]) * x;
+      if (product >> 64 == 0) {
+        factors[count - 1] = static_cast<u64>(product);
+        return;
+      }
+    }
+    factors[count++] = x;
+  }
 };
 
 class kc_BSS_P2B3_Type0 : public kc_BSS {
@@ -30,7 +57,7 @@ public:
   const bool alternating;
   const bool plain;          // a(k) = p(k) * poly(k)
   const u64 memory_overhead; // words, as listed among the build's options
-  const u64 end_threshold;   // words: ranges below it are finished by the leaf routine
+  const u64 end_threshold;   // words: ranges below LEAF_THRESHOLDS times it are finished by the leaf routine
 
   void BSR_memory(const Schedule& schedule, u64 first_segment, const km_MULv3::Context& context,
                   u64* out_peak, u64* out_result, u64* out_temp) const override;
@@ -39,19 +66,26 @@ public:
   // The shape's part in the recursion (see recursion.h).
   static constexpr u64 INTEGERS = 3;
   u64 capacity(u64 a, u64 b) const { return range_words(a, b) + CAPACITY_GUARD; }
-  bool is_leaf(u64 a, u64 b) const { return b - a == 1 || range_words(a, b) < end_threshold; }
+  bool is_leaf(u64 a, u64 b) const {
+    return b - a == 1 || range_words(a, b) < LEAF_THRESHOLDS * end_threshold;
+  }
   void leaf(u64 a, u64 b, kob_cdi_EFPh* out) const;
   u64 merge_bytes(u64 capacity, const km_MULv3::Context& context) const;
   void merge(const km_MULv3::Context& context, u64 a, u64 m, u64 b, const kob_cdi_EFPh* left,
              const kob_cdi_EFPh* right, kob_cdi_EFPh* out, bool need_P, void* work) const;
   double merge_cost(u64 words) const;
 
-  // R = Rl Qr +/- Pl Rr from R = Rl Qr and x = Pl Rr, the left range being `left_terms` long.
-  void combine(kob_cdi_EFPh& R, const kob_cdi_EFPh& x, u64 left_terms) const {
-    if (alternating && (left_terms & 1) != 0)
+  // R = Rl Qr +/- Pl Rr from R = Rl Qr and x = Pl Rr, the left range being `left_terms` long. x may be
+  // destroyed: where terms hardly fall, three terms have a right half larger than their left one.
+  void combine(kob_cdi_EFPh& R, kob_cdi_EFPh& x, u64 left_terms) const {
+    if (alternating && (left_terms & 1) != 0) {
       R.sub_in_place(x);
-    else
+    } else if (x.mag() <= R.mag()) {
       R.add_in_place(x);
+    } else {
+      x.add_in_place(R);
+      R.set_copy(x);
+    }
   }
   // Words of the longest of a range's P, Q, R.
   static u64 longest(const kob_cdi_EFPh* x) { return std::max({x[0].L, x[1].L, x[2].L}); }
@@ -61,6 +95,8 @@ protected:
       : alternating(alternating_), plain(plain_), memory_overhead(overhead), end_threshold(threshold) {}
 
 private:
+  // Measured: appending terms in word arithmetic beats short merges up to about 40 words.
+  static constexpr u64 LEAF_THRESHOLDS = 4;
   // Two halves of up to range_words each have up to two words more in sum than the range itself; a product
   // may have a zero word on top before it is trimmed, and an addition needs a guard word.
   static constexpr u64 CAPACITY_GUARD = 4;

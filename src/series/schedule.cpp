@@ -28,17 +28,16 @@ u64 Schedule::largest_segment(u64 first) const {
   return words;
 }
 
-Schedule build_schedule(const kc_BSS& series, u64 precision_words, double factor) {
+Schedule cut_terms(const kc_BSS& series, u64 precision_words, u64 N, const std::function<double(u64)>& left,
+                   const std::function<bool(const Schedule& s)>& finished) {
   Schedule schedule;
   schedule.precision_words = precision_words;
-  const u64 N = schedule.terms = series.terms(precision_words);
-  const double target = static_cast<double>(precision_words) * factor * NATS_PER_WORD;
+  schedule.terms = N;
   const auto append = [&](u64 begin, u64 end) {
-    const double left = std::max(0.0, target - series.log_convergence(0, end));
     schedule.list[schedule.count++] = {
         static_cast<u64>(std::max(0.0, series.log_convergence(begin, end)) * WORDS_PER_NAT) + 2,
         series.range_words(begin, end),
-        end == N ? 0 : static_cast<u64>(left * WORDS_PER_NAT) + 2,
+        end == N ? 0 : static_cast<u64>(std::max(0.0, left(end)) * WORDS_PER_NAT) + 2,
         begin,
         end,
         0};
@@ -46,14 +45,24 @@ Schedule build_schedule(const kc_BSS& series, u64 precision_words, double factor
 
   u64 start = 0;
   do {
-    const double left = std::max(1.0, target - series.log_convergence(0, start));
-    const u64 s = schedule.count + 2 < Schedule::MAX_SEGMENTS ? segment_end(series, start, N, left) : N;
+    const double needed = std::max(1.0, left(start));
+    const u64 s = schedule.count + 2 < Schedule::MAX_SEGMENTS ? segment_end(series, start, N, needed) : N;
     append(start, s);
     start = s;
-  } while (start < N &&
-           (N - start > 1000 || series.range_words(start, N) > schedule.list[0].quotient_precision));
+  } while (start < N && !finished(schedule));
   if (start < N) append(start, N);
   return schedule;
+}
+
+Schedule build_schedule(const kc_BSS& series, u64 precision_words, double factor) {
+  const u64 N = series.terms(precision_words);
+  const double target = static_cast<double>(precision_words) * factor * NATS_PER_WORD;
+  return cut_terms(
+      series, precision_words, N, [&](u64 k) { return target - series.log_convergence(0, k); },
+      [&](const Schedule& s) {
+        const u64 start = s.list[s.count - 1].end;
+        return N - start <= 1000 && series.range_words(start, N) <= s.list[0].quotient_precision;
+      });
 }
 
 } // namespace kelvane

@@ -8,6 +8,8 @@
 // the first, and the remainder behind a segment is kept, truncated, to the precision it needs.
 #pragma once
 
+#include <functional>
+
 #include "series/kc_BSS.h"
 
 namespace kelvane {
@@ -22,7 +24,7 @@ struct Segment {
 };
 
 struct Schedule {
-  static constexpr u64 MAX_SEGMENTS = 256;
+  static constexpr u64 MAX_SEGMENTS = 1024;
   Segment list[MAX_SEGMENTS];
   u64 count = 0;
   u64 precision_words = 0; // of the sum
@@ -32,6 +34,12 @@ struct Schedule {
   u64 largest_segment(u64 first = 0) const;
 };
 
+// N terms cut into segments as said above. left(k): nats of precision needed behind term k; finished(s):
+// whether what is left behind the segments so far is better summed as one last segment.
+Schedule cut_terms(const kc_BSS& series, u64 precision_words, u64 N, const std::function<double(u64)>& left,
+                   const std::function<bool(const Schedule& s)>& finished);
+// left(k) = target - log_convergence(0, k). Finished when at most 1000 terms are left and their integers are
+// no longer than the first segment's quotient.
 Schedule build_schedule(const kc_BSS& series, u64 precision_words, double factor = 1.0);
 
 } // namespace kelvane

@@ -13,7 +13,7 @@ namespace kelvane {
 
 namespace {
 
-constexpr u64 GUARD_WORDS = 3; // words kept beyond the precision, see sum_series_P2B3's error bound
+constexpr u64 GUARD_WORDS = 3; // words kept beyond the precision, see sum_series_quietly's error bound
 
 // Precision to which the sum behind a segment (or, for the first one, the whole sum) is kept.
 u64 kept_words(u64 precision) {
@@ -133,8 +133,10 @@ void kc_BSS_P2B3_Type0::BSR_memory(const Schedule& schedule, u64 first_segment,
   *out_temp = 3 * (schedule.largest_segment(first_segment) + CAPACITY_GUARD);
 }
 
+// A segment's remainder precision is rounded up by two words; behind a short first segment of a series that
+// converges slowly it is more than that of the sum.
 u64 sum_capacity(u64 precision_words) {
-  return kept_words(precision_words);
+  return kept_words(precision_words + 2);
 }
 
 u64 sum_work_bytes(const kc_BSS_P2B3_Type0& series, u64 precision_words, const km_MULv3::Context& context) {
@@ -146,18 +148,13 @@ u64 sum_work_bytes(const kc_BSS_P2B3_Type0& series, u64 precision_words, const k
 
 // Error. Every merge of segments truncates Q and R to the precision they need plus GUARD_WORDS words. The top
 // word may hold a single bit, so each truncation is off by less than 2^(-64 (precision + 2)) relative to
-// what is still needed; with at most 256 segments and three truncated quantities each, Q and R of the whole
-// are right to 2^(-64 (precision + 2) + 10).
-void sum_series_P2B3(const kc_BSS_P2B3_Type0& series, u64 precision_words, const SeriesContext& context,
-                     kob_cdi_EFPh& Q, kob_cdi_EFPh& R, void* work) {
+// what is still needed; with at most 1024 segments and three truncated quantities each, Q and R of the whole
+// are right to 2^(-64 (precision + 2) + 12).
+void sum_series_quietly(const kc_BSS_P2B3_Type0& series, u64 precision_words, const SeriesContext& context,
+                        kob_cdi_EFPh& Q, kob_cdi_EFPh& R, void* work) {
   const u64 threads = context.multiply.threads;
-  Console::print("Summing Series...  ");
   const Schedule schedule = build_schedule(series, precision_words);
-  print_terms(schedule.terms);
-
-  Console::Progress progress("Summing: ", schedule_cost(series, schedule), 87);
-  SeriesContext inner = context;
-  inner.multiply.progress = &progress;
+  Console::Progress* progress = context.multiply.progress;
   Layout layout(work, sum_work_bytes(series, precision_words, context.multiply));
   const SumPlacement place = place_sum(layout, series, schedule, context.multiply);
   kob_cdi_EFPh segment[3];
@@ -166,7 +163,7 @@ void sum_series_P2B3(const kc_BSS_P2B3_Type0& series, u64 precision_words, const
     const Segment& s = schedule.list[i];
     const bool last = i + 1 == schedule.count;
     for (u64 j = 0; j < 3; j++) segment[j].attach(place.segment[j], place.capacity[j]);
-    Tree(series, inner)
+    Tree(series, context)
         .run(s.begin, s.end, segment, !last, threads, Tree::plan(series, s.begin, s.end, threads), place.area,
              place.area_bytes);
     const u64 keep = kept_words(i == 0 ? precision_words : schedule.list[i - 1].remainder_precision);
@@ -176,10 +173,24 @@ void sum_series_P2B3(const kc_BSS_P2B3_Type0& series, u64 precision_words, const
       Q.set_copy(segment[1]);
       R.set_copy(segment[2]);
     } else {
-      merge_segment(series, inner, s, segment, Q, R, keep, place.area);
-      progress.add(series.merge_cost(s.integer_words));
+      merge_segment(series, context, s, segment, Q, R, keep, place.area);
+      if (progress != nullptr) progress->add(series.merge_cost(s.integer_words));
     }
   }
+}
+
+double sum_cost(const kc_BSS_P2B3_Type0& series, u64 precision_words) {
+  return schedule_cost(series, build_schedule(series, precision_words));
+}
+
+void sum_series_P2B3(const kc_BSS_P2B3_Type0& series, u64 precision_words, const SeriesContext& context,
+                     kob_cdi_EFPh& Q, kob_cdi_EFPh& R, void* work) {
+  Console::print("Summing Series...  ");
+  print_terms(series.terms(precision_words));
+  Console::Progress progress("Summing: ", sum_cost(series, precision_words), 87);
+  SeriesContext inner = context;
+  inner.multiply.progress = &progress;
+  sum_series_quietly(series, precision_words, inner, Q, R, work);
 }
 
 void print_terms(u64 terms) {

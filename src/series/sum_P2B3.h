@@ -16,6 +16,12 @@ u64 sum_work_bytes(const kc_BSS_P2B3_Type0& series, u64 precision_words, const k
 void sum_series_P2B3(const kc_BSS_P2B3_Type0& series, u64 precision_words, const SeriesContext& context,
                      kob_cdi_EFPh& Q, kob_cdi_EFPh& R, void* work);
 
+// One series of a computation that sums several: no texts, and the caller's meter (context.multiply.progress,
+// which may be null) advances by sum_cost(). Else as above.
+void sum_series_quietly(const kc_BSS_P2B3_Type0& series, u64 precision_words, const SeriesContext& context,
+                        kob_cdi_EFPh& Q, kob_cdi_EFPh& R, void* work);
+double sum_cost(const kc_BSS_P2B3_Type0& series, u64 precision_words);
+
 // Prints the number of terms and " terms".
 void print_terms(u64 terms);
 

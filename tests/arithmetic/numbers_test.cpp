@@ -83,6 +83,41 @@ TEST(EFPh, InPlaceSumsAndDifferences) {
   }
 }
 
+// Exact without a limit; with one, off by less than a unit of the last of the `keep` words, the residue that
+// of what is kept.
+TEST(EFPh, SumsAndShiftsKeptToALimit) {
+  Words random(5);
+  for (int round = 0; round < 2000; round++) {
+    const OwnedEFPh A(random.number(1 + random.below(8)), static_cast<s64>(random.below(12))),
+        B(random.number(1 + random.below(8)), static_cast<s64>(random.below(12)));
+    const u64 bits = random.below(400), keep = 2 + random.below(8);
+    const Z sum = plus(value(A, 0), value(B, 0));
+    Z shift = value(A, 0);
+    mpz_mul_2exp(shift.get(), shift.get(), bits);
+    OwnedEFPh exact(40), kept(keep + 2);
+    for (const bool add : {true, false}) {
+      const Z& expected = add ? sum : shift;
+      if (add) {
+        exact.set_add_kept(A, B, ~u64{0});
+        kept.set_add_kept(A, B, keep);
+      } else {
+        exact.set_shifted(A, bits, ~u64{0});
+        EXPECT_EQ(exact.exp, A.exp); // numbers of A's exponent can be added to it
+        kept.set_shifted(A, bits, keep);
+      }
+      ASSERT_TRUE(value(exact, 0) == expected) << "round " << round;
+      ASSERT_EQ(exact.hash, exact.hash_of_words()) << "round " << round;
+      ASSERT_EQ(kept.hash, kept.hash_of_words()) << "round " << round;
+      ASSERT_LE(kept.L, keep + 2) << "round " << round;
+      const Z error = minus(expected, value(kept, 0));
+      const u64 size = mpz_sizeinbase(expected.get(), 2);
+      ASSERT_GE(mpz_sgn(error.get()), 0) << "round " << round;
+      ASSERT_TRUE(mpz_sgn(error.get()) == 0 || mpz_sizeinbase(error.get(), 2) + 64 * (keep - 1) <= size)
+          << "round " << round << ", keep " << keep;
+    }
+  }
+}
+
 TEST(EFPh, TruncationTakesTheDroppedWordsOffTheResidueButHidesNoFault) {
   Words random(4);
   OwnedEFPh A(random.number(20), -3);

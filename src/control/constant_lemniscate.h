@@ -1,0 +1,20 @@
+// The Lemniscate constant 2 Pi / AGM(1, sqrt 2) = 5.244..., the length of the lemniscate of Bernoulli with
+// unit half-axis, as a sum of two values of the inverse lemniscate sine.
+#pragma once
+
+#include "control/constant.h"
+
+namespace kelvane {
+
+class kcr_Constant_Lemniscate final : public kcr_Constant {
+public:
+  kcr_Constant_Lemniscate() { algorithm_count = 2; }
+  std::string get_name() const override;
+  std::string get_algorithm_short_name(s32 algorithm) const override;
+  std::string get_algorithm_name(s32 algorithm) const override;
+  std::string get_algorithm_description(s32 algorithm) const override;
+  u64 get_memory_B(s32 algorithm, const MemoryQuery& query, MemoryFigure* result) const override;
+  void run_B(s32 algorithm, ComputeContext& context) const override;
+};
+
+} // namespace kelvane

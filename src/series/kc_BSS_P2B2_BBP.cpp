@@ -1,0 +1,156 @@
+#include "series/kc_BSS_P2B2_BBP.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "series/leaf_integer.h"
+#include "series/scheduled_sum.h"
+#include "series/shared_products.h"
+
+namespace kelvane {
+
+// Terms a+1..b appended one by one to an empty range (Q = 1, R = 0), each a merge whose right half is a
+// single term. A range below END_WORDS words, or one term of at most 20, and its partial products fit
+// LEAF_WORDS.
+void kc_BSS_P2B2_BBP::leaf(u64 a, u64 b, kob_cdi_EFPh* out) const {
+  LeafInteger Q, R, x;
+  Q.set(1);
+  R.set(0);
+  BBPTerm t;
+  for (u64 k = a + 1; k <= b; k++) {
+    term(k, t);
+    x.set_product(Q, t.r, t.r_words);
+    R.multiply(t.q, t.q_factors);
+    R.multiply(u64{1} << shift);
+    Q.multiply(t.q, t.q_factors);
+    R.accumulate(x, ((k - a - 1) & 1) != 0);
+  }
+  out[0].set_words(Q.words, Q.n);
+  out[1].set_words(R.words, R.n);
+}
+
+namespace {
+
+// Words of the longest of a range's Q, R.
+u64 longest(const kob_cdi_EFPh* x) {
+  return std::max(x[0].L, x[1].L);
+}
+
+// Work of a merge: the two products of R, and the products' own memory.
+struct MergePlacement {
+  u64 *first, *second;
+  void* work;
+  MergePlacement(Layout& layout, u64 product_words, const km_MULv3::Context& context)
+      : first(layout.take<u64>(product_words + 1)), second(layout.take<u64>(product_words + 1)),
+        work(layout.take_bytes(
+            km_MULv3::memory_cost(product_words, context.threads, context.reduced_memory))) {}
+};
+
+// Q <- Ql Qr, R <- (Rl Qr) 2^bits -/+ Ql Rr, R cut to keep + 1 words.
+void combine(const km_MULv3::Context& context, const MergePlacement& place, u64 n, const kob_cdi_EFPh* left,
+             const kob_cdi_EFPh* right, kob_cdi_EFPh& Q, kob_cdi_EFPh& R, u64 bits, bool subtract, u64 keep) {
+  kob_cdi_EFPh first, second;
+  first.attach(place.first, n + 1);
+  second.attach(place.second, n + 1);
+  SharedProducts products(context, n, place.work);
+  products.keep(right[0]);
+  products.multiply(Q, left[0]);
+  products.multiply(first, left[1]);
+  products.keep(left[0]);
+  products.multiply(second, right[1]);
+  R.set_shifted(first, bits, keep);
+  if (subtract)
+    R.sub_in_place(second);
+  else
+    R.add_in_place(second);
+}
+
+} // namespace
+
+u64 kc_BSS_P2B2_BBP::merge_bytes(u64 capacity, const km_MULv3::Context& context) const {
+  Layout layout;
+  MergePlacement(layout, 2 * capacity, context);
+  return layout.used();
+}
+
+double kc_BSS_P2B2_BBP::merge_cost(u64 words) const {
+  const double n = 2 * static_cast<double>(words);
+  return MERGE_WEIGHT * n * std::log2(n);
+}
+
+void kc_BSS_P2B2_BBP::merge(const km_MULv3::Context& context, u64 a, u64 m, u64 b, const kob_cdi_EFPh* left,
+                            const kob_cdi_EFPh* right, kob_cdi_EFPh* out, bool, void* work) const {
+  const u64 n = longest(left) + longest(right);
+  Layout layout(work, merge_bytes(std::max(left->AL, right->AL), context));
+  const MergePlacement place(layout, n, context);
+  combine(context, place, n, left, right, out[0], out[1], shift * (b - m), ((m - a) & 1) != 0, ~u64{0});
+}
+
+namespace {
+
+// Work of a segment's merge with its tail: the new Q as a whole product, the new R, and a merge's own.
+struct TailPlacement {
+  u64 *Q, *R;
+  MergePlacement merge;
+  TailPlacement(Layout& layout, u64 product_words, u64 tail_words, const km_MULv3::Context& context)
+      : Q(layout.take<u64>(product_words)), R(layout.take<u64>(tail_words + 3)),
+        merge(layout, product_words, context) {}
+};
+
+} // namespace
+
+u64 kc_BSS_P2B2_BBP::tail_merge_bytes(u64 segment_words, u64 tail_words,
+                                      const km_MULv3::Context& context) const {
+  Layout layout;
+  TailPlacement(layout, segment_words + tail_words, tail_words, context);
+  return layout.used();
+}
+
+void kc_BSS_P2B2_BBP::merge_tail(const km_MULv3::Context& context, u64 begin, u64 end, u64 terms,
+                                 kob_cdi_EFPh* segment, kob_cdi_EFPh* tail, u64 keep, void* work, u64 bytes,
+                                 const Check& check) const {
+  const u64 n = longest(segment) + longest(tail);
+  Layout layout(work, bytes);
+  const TailPlacement place(layout, n, keep, context);
+  kob_cdi_EFPh Q, R;
+  Q.attach(place.Q, n);
+  R.attach(place.R, keep + 3);
+  combine(context, place.merge, n, segment, tail, Q, R, shift * (terms - end), ((end - begin) & 1) != 0,
+          keep);
+  check(Q);
+  check(R);
+  Q.truncate(keep);
+  R.truncate(keep);
+  tail[0].set_copy(Q);
+  tail[1].set_copy(R);
+}
+
+void kc_BSS_P2B2_BBP::BSR_memory(const Schedule& schedule, u64, const km_MULv3::Context& context,
+                                 u64* out_peak, u64* out_result, u64* out_temp) const {
+  const ScheduledSum sum(*this, schedule.precision_words);
+  *out_peak = sum.work_bytes(context) / sizeof(u64);
+  *out_result = sum.capacity();
+  *out_temp = INTEGERS * (schedule.largest_segment() + 4);
+}
+
+u64 sum_capacity_BBP(const kc_BSS_P2B2_BBP& series, u64 precision_words) {
+  return ScheduledSum(series, precision_words).capacity();
+}
+
+u64 sum_work_bytes(const kc_BSS_P2B2_BBP& series, u64 precision_words, const km_MULv3::Context& context) {
+  return ScheduledSum(series, precision_words).work_bytes(context);
+}
+
+double sum_cost(const kc_BSS_P2B2_BBP& series, u64 precision_words) {
+  return ScheduledSum(series, precision_words).cost();
+}
+
+void sum_series_quietly(const kc_BSS_P2B2_BBP& series, u64 precision_words, const SeriesContext& context,
+                        kob_cdi_EFPh& Q, kob_cdi_EFPh& R, void* work) {
+  kob_cdi_EFPh tail[] = {Q, R};
+  ScheduledSum(series, precision_words).run(context, tail, work);
+  Q = tail[0];
+  R = tail[1];
+}
+
+} // namespace kelvane

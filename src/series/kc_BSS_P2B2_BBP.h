@@ -1,0 +1,64 @@
+// kc_BSS_P2B2_BBP: series of the kind sum over k of s(k) r(k)/(q(k) 2^(s k)), whose ranges [a, b) are two
+// integers Q, R.
+//
+//   leaf k:  Q = q(k), R = r(k)
+//   merge:   Q = Ql Qr     R = (Rl Qr) 2^(s (b - m)) -/+ Ql Rr
+//
+// R(a,b)/(Q(a,b) 2^(s (b-a))) is the range's value times 2^(s a), normalised so that its own first term is
+// positive. The series alternates: subtract when m - a is odd, add when it is even.
+#pragma once
+
+#include <functional>
+
+#include "series/kc_BSS.h"
+#include "series/schedule.h"
+#include "series/series_context.h"
+
+namespace kelvane {
+
+// One term, as factors that fit a word for q(k), and r(k).
+struct BBPTerm {
+  u64 q[18], r[20];
+  u32 q_factors, r_words;
+};
+
+class kc_BSS_P2B2_BBP : public kc_BSS {
+public:
+  const u64 memory_overhead; // words, as listed among the build's options
+  const u64 shift;           // s, bits a term
+
+  void BSR_memory(const Schedule& schedule, u64 first_segment, const km_MULv3::Context& context,
+                  u64* out_peak, u64* out_result, u64* out_temp) const override;
+  virtual void term(u64 k, BBPTerm& t) const = 0; // k >= 1
+
+  // The shape's part in the recursion (see recursion.h) and in the summation (see scheduled_sum.h).
+  static constexpr u64 INTEGERS = 2, TAILS = 2;
+  static constexpr double MERGE_WEIGHT = 0.75;
+  using Check = std::function<void(const kob_cdi_EFPh&)>;
+  u64 capacity(u64 a, u64 b) const { return range_words(a, b) + 4; } // as for the P, Q, R shape
+  bool is_leaf(u64 a, u64 b) const { return b - a == 1 || range_words(a, b) < END_WORDS; }
+  void leaf(u64 a, u64 b, kob_cdi_EFPh* out) const;
+  u64 merge_bytes(u64 capacity, const km_MULv3::Context& context) const;
+  void merge(const km_MULv3::Context& context, u64 a, u64 m, u64 b, const kob_cdi_EFPh* left,
+             const kob_cdi_EFPh* right, kob_cdi_EFPh* out, bool need_first, void* work) const;
+  double merge_cost(u64 words) const;
+  Schedule schedule(u64 precision_words) const { return build_schedule(*this, precision_words); }
+  u64 tail_merge_bytes(u64 segment_words, u64 tail_words, const km_MULv3::Context& context) const;
+  void merge_tail(const km_MULv3::Context& context, u64 begin, u64 end, u64 terms, kob_cdi_EFPh* segment,
+                  kob_cdi_EFPh* tail, u64 keep, void* work, u64 bytes, const Check& check) const;
+
+protected:
+  kc_BSS_P2B2_BBP(u64 overhead, u64 shift_) : memory_overhead(overhead), shift(shift_) {}
+
+private:
+  static constexpr u64 END_WORDS = 40;
+};
+
+// Q and R of [0, N) for the precision; see ScheduledSum. Advances context.multiply.progress by sum_cost().
+u64 sum_capacity_BBP(const kc_BSS_P2B2_BBP& series, u64 precision_words);
+u64 sum_work_bytes(const kc_BSS_P2B2_BBP& series, u64 precision_words, const km_MULv3::Context& context);
+double sum_cost(const kc_BSS_P2B2_BBP& series, u64 precision_words);
+void sum_series_quietly(const kc_BSS_P2B2_BBP& series, u64 precision_words, const SeriesContext& context,
+                        kob_cdi_EFPh& Q, kob_cdi_EFPh& R, void* work);
+
+} // namespace kelvane
