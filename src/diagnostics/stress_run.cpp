@@ -39,8 +39,9 @@ public:
     share_ = (settings.memory - (with_tables ? overhead : 0)) / settings.threads;
     share_ &= share_ >= 4 * MIB ? ~(2 * MIB - 1) : ~(Layout::ALIGNMENT - 1);
     size_ = share_ * settings.threads;
-    work_ = reserve_memory(size_, settings.threads);
-    if (with_tables) tables_.emplace(settings.threads);
+    const u64 builders = std::min(settings.threads, logical_processors());
+    work_ = reserve_memory(size_, builders);
+    if (with_tables) tables_.emplace(builders);
   }
   ~StressMemory() { release_memory(work_, size_); }
   StressMemory(const StressMemory&) = delete;
@@ -145,11 +146,14 @@ private:
   }
 
   bool run_pass(u64 test, const StressPlan& plan, u64 pass) {
+    // Threads that share a processor share its work, so that a pass takes as long as with one thread.
+    const u64 sharing = (settings_.threads - 1) / processors_.size() + 1;
+    const u64 products = std::max(u64{1}, plan.products / hooks_.product_divisor / sharing);
     for (StressTask& task : tasks_) {
       task.plan = &plan;
       task.test = test;
       task.pass = pass;
-      task.products = std::max(u64{1}, plan.products / hooks_.product_divisor);
+      task.products = products;
     }
     on_all(run_stress_task);
     bool passed = true;
