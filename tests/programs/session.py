@@ -19,6 +19,7 @@ import re
 import select
 import signal
 import subprocess
+import sys
 import tempfile
 import time
 import unittest
@@ -70,6 +71,23 @@ def run(*answers, folder=None, environment=None, stdout=subprocess.PIPE, timeout
         timeout=timeout,
     )
     return Result(done.stdout or b"", done.returncode, folder)
+
+
+def peak_memory(command, folder, answers=b"", output=subprocess.DEVNULL):
+    """Runs a command; returns its exit status and the most memory it held, in KiB.
+
+    The system counts what a process held before it became the command, so a small process starts it.
+    """
+    starter = (
+        "import os, subprocess, sys\n"
+        "process = subprocess.Popen(sys.argv[1:])\n"
+        "_, status, usage = os.wait4(process.pid, 0)\n"
+        "print(os.waitstatus_to_exitcode(status), usage.ru_maxrss, file=sys.stderr)\n"
+    )
+    done = subprocess.run([sys.executable, "-c", starter, *command], input=answers, cwd=folder, stdout=output,
+                          stderr=subprocess.PIPE, timeout=10 * TIMEOUT, check=True)
+    status, peak = done.stderr.split()[-2:]
+    return int(status), int(peak)
 
 
 class Terminal:
