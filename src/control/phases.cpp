@@ -131,6 +131,8 @@ void finish(ComputeContext& context, kob_cdi_GFP& x) {
   input.hexadecimal_digits = settings.hexadecimal_digits;
   input.output = {settings.output_path, settings.constant->get_name(),
                   settings.constant->get_algorithm_short_name(settings.algorithm), settings.digits_per_file};
+  // Keeps the number of a compressed file apart from names like "Machin 1".
+  if (settings.digits_per_file != 0) input.output.second_name += " - ";
   FinishHooks hooks;
   hooks.record = [&context](const char* event) { context.events.record(event); };
   hooks.faults = context.faults.conversion;

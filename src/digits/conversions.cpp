@@ -1,7 +1,11 @@
-// Words to digits, eight digits in the bytes of one 64-bit register at a time. See conversions.h.
+// Words to digits, sixteen digits in the bytes of one vector register at a time; digits to words, eight in
+// one 64-bit register. See conversions.h.
 
 #include "digits/conversions.h"
 
+#include <emmintrin.h>
+
+#include <array>
 #include <cstring>
 
 #include "shell/exception.h"
@@ -13,21 +17,33 @@ namespace {
 constexpr u64 TEN_8 = 100000000;
 constexpr u64 TEN_16 = TEN_8 * TEN_8;
 
-// The eight decimal digits of x < 10^8, most significant in the lowest byte.
+// The decimal digits of two numbers below 10^8, one in each half: 16 bytes, most significant digit lowest.
 //
 // Halving three times, all lanes at once, each quotient by one multiplication with a rounded-up
 // reciprocal. floor(v * m / 2^s) = floor(v / d) while v * (m - 2^s / d) < 2^s / d:
-//   v < 10^4, d = 100:  m = 10486, s = 20: 10^4 * 0.24 < 10485.76, and 10^4 m < 2^32 (the lane)
-//   v < 100,  d = 10:   m = 103,   s = 10: 100 * 0.6 < 102.4,      and 100 m < 2^16
-// The mask removes the bits that the shift brings in from the lane above.
-inline u64 eight_digits(u64 x) {
-  const u64 high = x / 10000;
-  u64 v = high | (x - high * 10000) << 32;
-  const u64 hundreds = ((v * 10486) >> 20) & 0x0000007f0000007f;
-  v = hundreds | (v - hundreds * 100) << 16;
-  const u64 tens = ((v * 103) >> 10) & 0x000f000f000f000f;
-  return tens | (v - tens * 10) << 8;
+//   v < 10^8, d = 10^4: m = 3518437209, s = 45: 10^8 * 0.12 < 3518437208.8
+//   v < 10^4, d = 100:  m = 5243,       s = 19: 10^4 * 0.12 < 5242.88
+//   v < 100,  d = 10:   m = 6554,       s = 16: 100 * 0.4 < 6553.6
+// The higher part of a pair goes to the lower lane, since memory holds the first digit lowest.
+inline __m128i sixteen_digits(__m128i x) {
+  const __m128i thousands = _mm_srli_epi64(_mm_mul_epu32(x, _mm_set1_epi64x(3518437209)), 45);
+  const __m128i rest = _mm_sub_epi64(x, _mm_mul_epu32(thousands, _mm_set1_epi64x(10000)));
+  __m128i v = _mm_or_si128(thousands, _mm_slli_epi64(rest, 32));
+  const __m128i hundreds = _mm_srli_epi16(_mm_mulhi_epu16(v, _mm_set1_epi16(5243)), 3);
+  v = _mm_sub_epi16(v, _mm_mullo_epi16(hundreds, _mm_set1_epi16(100)));
+  v = _mm_or_si128(hundreds, _mm_slli_epi32(v, 16));
+  const __m128i tens = _mm_mulhi_epu16(v, _mm_set1_epi16(6554));
+  v = _mm_sub_epi16(v, _mm_mullo_epi16(tens, _mm_set1_epi16(10)));
+  return _mm_or_si128(tens, _mm_slli_epi16(v, 8));
 }
+
+// The three digits of 0..999 in the lowest bytes of a word. The table reaches as far as any word's quotient
+// by 10^16, so that a damaged word gives wrong digits and nothing worse.
+constexpr auto THREE_DIGITS = [] {
+  std::array<u32, ~u64{0} / TEN_16 + 1> table{};
+  for (u32 i = 0; i < table.size(); ++i) table[i] = i / 100 | i / 10 % 10 << 8 | i % 10 << 16;
+  return table;
+}();
 
 // The reverse: eight digit bytes to their value. Pairs, then quadruples, then all, each step one
 // multiplication that adds 10^k times the more significant half to the other in the upper lane.
@@ -47,15 +63,16 @@ inline u64 load(const char* in) {
   return digits;
 }
 
-inline void put_decimal(char* out, u64 word) {
+// 19 digits of a word below 10^19, each with `zero` added: 0 for values, '0' for characters.
+inline void put_decimal(char* out, u64 word, char zero) {
   const u64 top = word / TEN_16; // three digits
   const u64 rest = word - top * TEN_16;
   const u64 middle = rest / TEN_8;
-  out[0] = static_cast<char>(top / 100);
-  out[1] = static_cast<char>(top / 10 % 10);
-  out[2] = static_cast<char>(top % 10);
-  store(out + 3, eight_digits(middle));
-  store(out + 11, eight_digits(rest - middle * TEN_8));
+  const __m128i halves = _mm_set_epi64x(static_cast<s64>(rest - middle * TEN_8), static_cast<s64>(middle));
+  const u32 three = THREE_DIGITS[top] + static_cast<u32>(zero) * 0x010101;
+  std::memcpy(out, &three, sizeof three); // one byte too many, which the next store replaces
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 3),
+                   _mm_add_epi8(sixteen_digits(halves), _mm_set1_epi8(zero)));
 }
 
 // The eight nibbles of x < 2^32, one per byte, most significant in the lowest byte.
@@ -83,20 +100,12 @@ inline u64 take_decimal(const char* in) {
   return (top * TEN_8 + eight_digits_value(load(in + 3))) * TEN_8 + eight_digits_value(load(in + 11));
 }
 
-// word(i) is the i-th word in the order of the digits. Two words per step keep two independent
-// chains of multiplications in flight.
-template <class Word> void words_to_raw(char* out, u64 words, int radix, const Word& word) {
-  const u64 per_word = digits_per_word(radix);
-  if (radix == 16) {
-    for (u64 i = 0; i < words; ++i) put_hexadecimal(out + i * per_word, word(i));
-    return;
-  }
-  u64 i = 0;
-  for (; i + 2 <= words; i += 2, out += 2 * per_word) {
-    put_decimal(out, word(i));
-    put_decimal(out + per_word, word(i + 1));
-  }
-  if (i < words) put_decimal(out, word(i));
+// word(i) is the i-th word in the order of the digits.
+template <class Word> void decimal_digits(char* out, u64 words, char zero, const Word& word) {
+  for (u64 i = 0; i < words; ++i) put_decimal(out + i * DECIMAL_DIGITS, word(i), zero);
+}
+template <class Word> void hexadecimal_digits(char* out, u64 words, const Word& word) {
+  for (u64 i = 0; i < words; ++i) put_hexadecimal(out + i * HEXADECIMAL_DIGITS, word(i));
 }
 
 } // namespace
@@ -144,18 +153,21 @@ u64 str_to_raw(char* out, const char* in, u64 count, int radix) {
 }
 
 void u64_to_raw(char* out, const u64* in, u64 words, int radix) {
-  words_to_raw(out, words, radix, [in](u64 i) { return in[i]; });
+  const auto word = [in](u64 i) { return in[i]; };
+  digits_per_word(radix) == DECIMAL_DIGITS ? decimal_digits(out, words, 0, word)
+                                           : hexadecimal_digits(out, words, word);
 }
 
 void u64_to_str(char* out, const u64* in, u64 words, int radix) {
+  if (digits_per_word(radix) == DECIMAL_DIGITS)
+    return decimal_digits(out, words, '0', [in](u64 i) { return in[i]; });
   // Blocks that stay in the nearest cache between the two passes.
   constexpr u64 BLOCK = 256;
-  const u64 per_word = digits_per_word(radix);
   for (u64 start = 0; start < words; start += BLOCK) {
     const u64 n = words - start < BLOCK ? words - start : BLOCK;
-    char* const block = out + start * per_word;
+    char* const block = out + start * HEXADECIMAL_DIGITS;
     u64_to_raw(block, in + start, n, radix);
-    raw_to_str(block, block, n * per_word, radix);
+    raw_to_str(block, block, n * HEXADECIMAL_DIGITS, radix);
   }
 }
 
@@ -167,7 +179,9 @@ void raw_to_u64(u64* out, const char* in, u64 words, int radix) {
 }
 
 void cdi_to_raw(char* out, const u64* in, u64 words, int radix) {
-  words_to_raw(out, words, radix, [in, words](u64 i) { return in[words - 1 - i]; });
+  const auto word = [in, words](u64 i) { return in[words - 1 - i]; };
+  digits_per_word(radix) == DECIMAL_DIGITS ? decimal_digits(out, words, 0, word)
+                                           : hexadecimal_digits(out, words, word);
 }
 
 } // namespace kelvane::CVN

@@ -4,8 +4,10 @@
 // holds 19 decimal digits (a value below 10^19) or 16 hexadecimal digits; the first digit of the
 // group is the most significant. Radix is 10 or 16 everywhere; any other raises "Unsupported Radix".
 //
-// Cost: about 0.3 ns per digit for words to raw decimal digits, less for all others; no division
-// and no table, eight digits at a time in one register.
+// A decimal word of 10^19 and more becomes bytes of no meaning.
+//
+// Cost: 0.1 to 0.2 ns per digit, each of them; no division, a table of three digits only.
+// Baseline vectors suffice: a word's 16 lower digits fill one.
 #pragma once
 
 #include "shell/types.h"

@@ -16,6 +16,7 @@
 #include "arithmetic/words/residue.h"
 #include "digits/conversions.h"
 #include "digits/finish_prompt.h"
+#include "digits/kcd_writer.h"
 #include "shell/console.h"
 #include "shell/status_line.h"
 
@@ -28,6 +29,7 @@ using DigitViewer::OutputSettings;
 
 constexpr u64 BLOCK_WORDS = 16384;          // words expanded to digits at a time
 constexpr u64 STAGING_BYTES = u64{2} << 20; // collected by a writer for one write
+constexpr u64 LEAST_STAGING = DigitViewer::KCDWriter::LEAST_BUFFER;
 
 // The one block of the sequence. The converted words stay; conversion, verification and the
 // expansion of digits follow each other in the rest.
@@ -46,7 +48,7 @@ struct Placement {
     conversion = converting.take_bytes(CBRv2::convert_scratch_bytes(W, n, threads, reduced_memory));
     verification = verifying.take_bytes(CBRv2::verify_scratch_bytes(W, n, threads, reduced_memory));
     block_words = std::min(std::max(W, n), BLOCK_WORDS);
-    staging_bytes = std::min(std::max(D, H), STAGING_BYTES);
+    staging_bytes = std::clamp(std::max(D, H), LEAST_STAGING, STAGING_BYTES);
     digits = writing.take<char>(block_words * CVN::DECIMAL_DIGITS);
     staging = writing.take<char>(staging_bytes);
     layout.take_bytes(std::max({converting.used(), verifying.used(), writing.used()}) - layout.used());
@@ -138,7 +140,7 @@ bool Finish::write_file(const char* heading, int radix, u64 digits, u64 availabl
   char first[32];
   std::snprintf(first, sizeof first, radix == 10 ? "%" PRIu64 "." : "%" PRIx64 ".", input_.integer);
   for (;;) {
-    const std::wstring path = full_path(DigitViewer::text_path(output_, radix));
+    const std::wstring path = full_path(DigitViewer::output_name(output_, radix, digits));
     Console::print("Output File:  ");
     Console::set_color('G');
     Console::print(path);

@@ -45,7 +45,8 @@ TextReader::TextReader(std::wstring path, bool raw, int radix, FileSystem& files
                        "A decimal place was not found within the first 63 bytes of the file.");
   }
   first_digits_.assign(static_cast<const char*>(start), point + 1);
-  digits_ = file_.size() - first_digits_.size();
+  const u64 prefix = first_digits_.size();
+  digits_ = std::max(file_.size(), prefix) - prefix; // a file may have been cut off meanwhile
 }
 
 void TextReader::print_info() {

@@ -20,7 +20,7 @@ public:
   virtual bool check_range(u64 start, u64 end) = 0;
   virtual std::string get_first_digits() = 0; // up to and including the point
   virtual void read(u64 position, char* out, u64 count) = 0;
-  // Finds out how far a stream of unknown length reaches now.
+  // Refills the reader's buffer with the next digits, for streams whose length is not known.
   virtual void reload();
 };
 

@@ -8,37 +8,21 @@
 #include <utility>
 
 #include "digits/conversions.h"
+#include "digits/kcd_writer.h"
 #include "shell/exception.h"
 
 namespace kelvane::DigitViewer {
 
-namespace {
-
-constexpr const wchar_t* INCOMPLETE = L".incomplete";
-
-} // namespace
-
 TextWriter::TextWriter(std::wstring path, const std::string& first_digits, bool raw, int radix, char* staging,
                        u64 staging_bytes, FileSystem& files)
-    : files_(files), path_(std::move(path)), in_place_(false), radix_(raw ? radix : 0), staging_(staging),
+    : files_(files), radix_(raw ? radix : 0), staging_(staging),
       staging_bytes_(staging == nullptr ? 0 : staging_bytes),
       exceptions_at_start_(std::uncaught_exceptions()) {
   if (raw) CVN::digits_per_word(radix);
   const size_t point = first_digits.find('.');
   if (!first_digits.empty() && point == std::string::npos)
     throw km_exception(ERROR_INVALID_PARAMETERS, "No decimal place was found.");
-
-  const PathKind kind = files_.kind(path_);
-  in_place_ = kind == PathKind::OTHER || kind == PathKind::FOLDER;
-  // A finished file that its owner has protected must not be replaced: opening it tells.
-  if (kind == PathKind::REGULAR) File(files_, path_, OpenMode::UPDATE).close();
-  try {
-    file_ = File(files_, in_place_ ? path_ : path_ + INCOMPLETE, OpenMode::CREATE);
-  } catch (km_exception& e) {
-    e.wtext = path_;
-    throw;
-  }
-  file_.report_as(path_);
+  file_ = PendingFile(files_, std::move(path));
   if (!first_digits.empty()) put(first_digits.data(), point + 1);
 }
 
@@ -54,12 +38,7 @@ TextWriter::~TextWriter() {
 
 void TextWriter::put(const char* text, u64 count) {
   if (count == 0) return;
-  try {
-    file_.write(position_, text, count);
-  } catch (const km_exception&) {
-    file_ = File(); // what has been written stays, under the incomplete name
-    throw;
-  }
+  file_.write(position_, text, count);
   position_ += count;
 }
 
@@ -93,30 +72,42 @@ void TextWriter::write(const char* digits, u64 count) {
 void TextWriter::close() {
   if (!file_.is_open()) return;
   flush();
-  // Contents before name, name before success: after a power failure the file is whole or not there.
-  File file = std::move(file_); // a failure below leaves the writer closed
-  file.sync();
-  file.close();
-  if (in_place_) return;
-  rename_file(files_, path_ + INCOMPLETE, path_);
-  sync_folder(files_, folder_of(path_));
+  file_.finish();
+  file_.publish(files_);
+  if (!file_.in_place()) sync_folder(files_, folder_of(file_.path()));
 }
 
-std::wstring text_path(const OutputSettings& settings, int radix) {
+std::wstring base_name(const OutputSettings& settings, int radix) {
   if (radix != 10 && radix != 16) fatal("Invalid Base");
   const char* const infix = radix == 10 ? " - Dec - " : " - Hex - ";
-  return folder_prefix(settings.folder) +
-         path_to_wide(settings.first_name + infix + settings.second_name + ".txt");
+  return path_to_wide(settings.first_name + infix + settings.second_name);
+}
+
+namespace {
+
+std::wstring text_path(const OutputSettings& settings, int radix) {
+  return folder_prefix(settings.folder) + base_name(settings, radix) + L".txt";
+}
+
+} // namespace
+
+std::wstring output_name(const OutputSettings& settings, int radix, u64 digits) {
+  if (settings.digits_per_file == 0) return text_path(settings, radix);
+  std::wstring name = kcd_path(settings.folder, base_name(settings, radix), 0);
+  if (digits > settings.digits_per_file)
+    name += L" to " + std::to_wstring((digits - 1) / settings.digits_per_file) + KCD_EXTENSION;
+  return name;
 }
 
 std::unique_ptr<DigitWriter> make_writer(const OutputSettings& settings, int radix,
                                          const std::string& first_digits, char* staging, u64 staging_bytes,
                                          FileSystem& files) {
-  std::wstring path = text_path(settings, radix);
-  if (settings.digits_per_file != 0)
-    throw km_exception(ERROR_INVALID_PARAMETERS, "Compressed digit files are not built yet.");
-  return std::make_unique<TextWriter>(std::move(path), first_digits, true, radix, staging, staging_bytes,
-                                      files);
+  if (settings.digits_per_file == 0)
+    return std::make_unique<TextWriter>(text_path(settings, radix), first_digits, true, radix, staging,
+                                        staging_bytes, files);
+  return std::make_unique<KCDWriter>(settings.folder, base_name(settings, radix), first_digits,
+                                     settings.digits_per_file, 0, radix, staging_bytes, staging, nullptr,
+                                     files);
 }
 
 } // namespace kelvane::DigitViewer

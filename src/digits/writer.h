@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "digits/pending_file.h"
 #include "shell/file.h"
 #include "shell/types.h"
 
@@ -21,12 +22,8 @@ public:
 
 // A plain text file: the first digits with the point, then one character per digit, nothing else.
 //
-// The file grows under the name path + ".incomplete" and takes its own name in close(), after its
-// contents are on the medium: a file with the final name is always whole, and an older result of
-// the same name stays until the new one replaces it. A failure leaves the incomplete file. A path
-// that is a link or a device is written in place.
-//
-// Errors name the final path: "Unable to create file.", "Error writing to file." with errno.
+// It takes its name in close(), see pending_file.h. Errors: "Unable to create file.", "Error writing to
+// file." with errno and the path.
 class TextWriter final : public DigitWriter {
 public:
   // first_digits is written up to and including its point; empty writes nothing; without a point
@@ -47,29 +44,31 @@ private:
   void flush();
 
   FileSystem& files_;
-  std::wstring path_;
-  bool in_place_;
   int radix_; // 0: digits arrive as characters
   char* staging_;
   u64 staging_bytes_;
   u64 staged_ = 0;
   u64 position_ = 0; // bytes in the file
   int exceptions_at_start_;
-  File file_;
+  PendingFile file_;
 };
 
 // What the writer factory needs of a computation's settings.
 struct OutputSettings {
-  std::wstring folder;     // empty: the working directory
-  std::string first_name;  // "Pi"
-  std::string second_name; // "Chudnovsky"
-  u64 digits_per_file = 0; // 0: text
+  std::wstring folder;    // empty: the working directory
+  std::string first_name; // "Pi"
+  std::string
+      second_name; // "Chudnovsky"; for compressed files with " - ", which keeps the file's number apart
+  u64 digits_per_file = 0; // 0: text; ONE_FILE (kcd_format.h): one compressed file; else a set of them
 };
 
-// folder/first - Dec - second.txt ("Hex" for radix 16; any other radix is an internal error "Invalid Base").
-std::wstring text_path(const OutputSettings& settings, int radix);
+// "first - Dec - second" ("Hex" for radix 16; any other radix is an internal error "Invalid Base").
+std::wstring base_name(const OutputSettings& settings, int radix);
+// The file that the digits go to; of a set the first one and how far the numbers go: "Pi0.kcd to 9.kcd".
+std::wstring output_name(const OutputSettings& settings, int radix, u64 digits);
 
-// A writer of raw digits for the settings. staging: as for TextWriter.
+// A writer of raw digits for the settings: folder/base_name.txt, or compressed files from number 0 on.
+// staging: as for TextWriter; compressed files need one of KCDWriter::LEAST_BUFFER bytes.
 std::unique_ptr<DigitWriter> make_writer(const OutputSettings& settings, int radix,
                                          const std::string& first_digits, char* staging, u64 staging_bytes,
                                          FileSystem& files = posix_files());

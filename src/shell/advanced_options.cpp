@@ -3,9 +3,9 @@
 #include "shell/advanced_options.h"
 
 #include "series/log_formula/listing.h"
+#include "shell/compilation_options.h"
 #include "shell/console.h"
 #include "shell/cpu_features.h"
-#include "shell/not_built.h"
 
 namespace kelvane {
 
@@ -19,8 +19,8 @@ struct AdvancedOption {
 
 const AdvancedOption OPTIONS[] = {
     {"Log(n) Formula Generator", log_formula_screen, false},
-    {"Hardware Features", print_hardware_features, false},
-    {"Compilation Options", [] { print_not_built("The report of the compilation options"); }, false},
+    {"Hardware Features", [] { print_hardware_features(); }, false},
+    {"Compilation Options", compilation_options_screen, false},
 };
 
 struct FeatureLine {
@@ -58,9 +58,13 @@ void advanced_options_menu() {
 }
 
 void print_hardware_features() {
-  using F = CpuFeatures;
-  F features;
+  CpuFeatures features;
   detect_cpu_features(features);
+  print_hardware_features(features);
+}
+
+void print_hardware_features(const CpuFeatures& features) {
+  using F = CpuFeatures;
   print_features(features, "CPU Vendor:\n",
                  {{"    AMD         = ", &F::AMD}, {"    Intel       = ", &F::Intel}});
   print_features(features, "OS Features:\n",

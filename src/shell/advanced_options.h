@@ -3,8 +3,11 @@
 
 namespace kelvane {
 
+struct CpuFeatures;
+
 void advanced_options_menu();
-// The processor feature record of this machine.
+// The processor feature record of this machine, or a given one.
 void print_hardware_features();
+void print_hardware_features(const CpuFeatures& features);
 
 } // namespace kelvane

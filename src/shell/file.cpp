@@ -125,6 +125,13 @@ public:
     constexpr s64 MOST = std::numeric_limits<s64>::max();
     return bytes > static_cast<u128>(MOST) ? MOST : static_cast<s64>(bytes);
   }
+  s32 list(const std::wstring& folder, std::vector<std::wstring>& names) override {
+    std::error_code error;
+    const std::string path = folder.empty() ? "." : path_to_narrow(folder);
+    for (std::filesystem::directory_iterator i(path, error), end; !error && i != end; i.increment(error))
+      names.push_back(path_to_wide(i->path().filename().string()));
+    return error ? -error.value() : 0;
+  }
 };
 
 void check(s64 result, const char* text, const std::wstring& path) {
@@ -132,6 +139,10 @@ void check(s64 result, const char* text, const std::wstring& path) {
 }
 
 } // namespace
+
+s32 FileSystem::list(const std::wstring&, std::vector<std::wstring>&) {
+  return -ENOSYS;
+}
 
 FileSystem& posix_files() {
   static PosixFiles files; // stateless

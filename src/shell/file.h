@@ -9,6 +9,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "shell/types.h"
 
@@ -49,6 +50,9 @@ public:
   virtual s32 sync_folder(const std::wstring& folder) = 0; // makes creations and renames in it lasting
   virtual PathKind kind(const std::wstring& path) = 0;     // of the path itself; links are not followed
   virtual s64 free_bytes(const std::wstring& folder) = 0;  // what this user may still write, or -errno
+  // Appends the names in the folder (empty: the working directory), in any order. -ENOSYS where names can
+  // only be asked for one by one.
+  virtual s32 list(const std::wstring& folder, std::vector<std::wstring>& names);
 };
 
 FileSystem& posix_files();

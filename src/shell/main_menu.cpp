@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "diagnostics/stress_menu.h"
 #include "shell/about.h"
 #include "shell/advanced_options.h"
 #include "shell/console.h"
@@ -48,7 +49,7 @@ struct Entry {
 
 const Entry ENTRIES[] = {
     {'T', "  0         Benchmark Pi  (all in ram)\n", [] { print_not_built("The Pi benchmark"); }, false},
-    {'T', "  1         Component Stress Tester\n", [] { print_not_built("The stress tester"); }, false},
+    {'T', "  1         Component Stress Tester\n", stress_test_menu, false},
     {'T', "  2         Run I/O Performance Analysis\n",
      [] { print_not_built("The I/O performance analysis"); }, true},
     {'Y',

@@ -20,7 +20,6 @@ constexpr u64 MOST_DIGITS = 90'000'000'000'050; // of a constant that is not kno
 constexpr u64 LEAST_WORDS = 5;
 constexpr u64 LEAST_DIGITS_FOR_SWAP = 1'000'000;
 constexpr u64 LEAST_DIGITS_TO_KEEP_SWAP = 10'000'000; // of a digit count changed in swap mode
-constexpr u64 LEAST_DIGITS_PER_FILE = 1'000'000;
 
 constexpr u64 IMPOSSIBLE = ~u64{0}; // bytes; fits no address space, so that the computation cannot be started
 
@@ -110,9 +109,8 @@ const char* ComputeSettings::set_digits_per_file(u64 digits) {
   if (digits != 0) {
     if (!compression_offered()) return "Too few digits to compress.";
     if (digits < LEAST_DIGITS_PER_FILE) return "Too few digits per file.";
-    return "Compressed digit files are not built yet.";
   }
-  digits_per_file = 0;
+  digits_per_file = digits;
   return nullptr;
 }
 

@@ -20,6 +20,7 @@ struct ComputeSettings {
   static constexpr u64 ONE_FILE = ~u64{0}; // digits_per_file: all digits in one compressed file
   static constexpr u64 MAX_THREADS = 256;
   static constexpr u64 LEAST_DIGITS_TO_COMPRESS = u64{1} << 20;
+  static constexpr u64 LEAST_DIGITS_PER_FILE = 1'000'000;
 
   std::unique_ptr<kcr_Constant> constant; // null until the registry's select_constant has been called
   u32 constant_index = 3;                 // registry number; 3 is Pi

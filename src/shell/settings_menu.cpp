@@ -111,10 +111,14 @@ void edit_output_format(ComputeSettings& settings) {
   Console::print("        number of digits per file.\n\n");
   Console::set_color_white();
   const u64 choice = Console::scan_u64_range(L"option: ", 0, 2);
-  // Splitting will ask for the digits per file; until compressed files exist both answers are the same
-  // refusal.
-  if (const char* error = settings.set_digits_per_file(choice == 0 ? 0 : ComputeSettings::ONE_FILE))
-    print_error(error);
+  u64 digits = choice == 0 ? 0 : ComputeSettings::ONE_FILE;
+  if (choice == 2) {
+    const u64 counted =
+        settings.hexadecimal_digits != 0 ? settings.hexadecimal_digits : settings.decimal_digits;
+    digits =
+        Console::scan_u64_range(L"Digits per file: ", ComputeSettings::LEAST_DIGITS_PER_FILE, counted - 1);
+  }
+  if (const char* error = settings.set_digits_per_file(digits)) print_error(error);
 }
 
 void edit_mode(ComputeSettings& settings) {

@@ -6,12 +6,12 @@
 #include <cstring>
 #include <ctime>
 #include <sys/sysinfo.h>
+#include <unistd.h>
 #include <x86intrin.h>
 
 #include "shell/console.h"
 #include "shell/cpu_features.h"
 #include "shell/status_line.h"
-#include "shell/thread.h"
 #include "shell/version.h"
 
 namespace kelvane {
@@ -80,15 +80,27 @@ u64 measure_cpu_frequency() {
   return static_cast<u64>(static_cast<double>(last - first) / seconds);
 }
 
-void print_system_info() {
+namespace {
+u64 online_processors() {
+  const long online = sysconf(_SC_NPROCESSORS_ONLN);
+  return online < 1 ? 0 : static_cast<u64>(online);
+}
+} // namespace
+
+const SystemSource THIS_SYSTEM = {processor_brand, online_processors, physical_memory, measure_cpu_frequency};
+
+void print_system_info(const SystemSource& source) {
+  const auto text_or_nothing = [](u64 value, const std::string& text) {
+    return value == 0 ? std::string() : text;
+  };
   print_fact("Version:          ", std::string(VERSION) + " (" + BUILD_TAG + ")");
-  print_fact("Processor(s):     ", processor_brand());
-  print_fact("Logical Cores:    ", std::to_string(logical_processors()));
-  const u64 memory = physical_memory();
-  print_fact("Physical Memory:  ", memory == 0 ? std::string() : Console::format_bytes(memory));
+  print_fact("Processor(s):     ", source.processor());
+  const u64 cores = source.cores(), memory = source.memory();
+  print_fact("Logical Cores:    ", text_or_nothing(cores, std::to_string(cores)));
+  print_fact("Physical Memory:  ", text_or_nothing(memory, Console::format_bytes(memory)));
 
   const char* const label = "CPU Frequency:    ";
-  const u64 frequency = measure_cpu_frequency();
+  const u64 frequency = source.frequency();
   if (frequency == 0) return print_fact(label, {});
   Console::set_color_white();
   Console::print(label);

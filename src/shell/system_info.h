@@ -13,7 +13,17 @@ u64 available_memory(); // bytes that can be claimed without swapping
 // Hz of the time-stamp counter, which on today's processors is the nominal clock. Takes 50 ms.
 u64 measure_cpu_frequency();
 
-// Version, processor, logical cores, memory and frequency, a line each.
-void print_system_info();
+// Where the facts come from, replaceable so that tests can let each of them fail.
+struct SystemSource {
+  std::string (*processor)();
+  u64 (*cores)(); // 0 when unknown
+  u64 (*memory)();
+  u64 (*frequency)();
+};
+extern const SystemSource THIS_SYSTEM;
+
+// Version, processor, logical cores, memory and frequency, a line each; "Unable to Detect" for what is not
+// known.
+void print_system_info(const SystemSource& source = THIS_SYSTEM);
 
 } // namespace kelvane

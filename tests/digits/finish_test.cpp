@@ -7,6 +7,7 @@
 #include <cerrno>
 
 #include "arithmetic/words/residue.h"
+#include "digits/kcd_testing.h"
 #include "digits/radix_testing.h"
 #include "shell/memory_files.h"
 
@@ -204,6 +205,39 @@ TEST(Finish, RefusesNumbersThatAreTooLarge) {
     EXPECT_EQ(e.text, "Number is out of range.");
   }
   EXPECT_TRUE(run.events.empty());
+}
+
+TEST(Finish, CompressedFilesHoldTheSameDigits) {
+  for (const u64 per_file : {u64{100}, u64{1000}, u64{1900}, DigitViewer::ONE_FILE})
+    for (const u64 D : {100u, 3000u, 20001u}) {
+      SCOPED_TRACE("digits and seed " + std::to_string(D) + " per file " + std::to_string(per_file));
+      Sequence run(D, 8 * D / 10, D);
+      run.input.output = {L"/out", "Log(2)", "Machin 1 - ", per_file};
+      run.go();
+      test::MemoryFiles expected;
+      test::put_set(expected, L"/out/Log(2) - Dec - Machin 1 - ", "31.", run.decimal(), 10, per_file);
+      test::put_set(expected, L"/out/Log(2) - Hex - Machin 1 - ", "1f.", run.hexadecimal(), 16, per_file);
+      EXPECT_EQ(run.files.contents(), expected.contents());
+      const std::wstring last = D > per_file ? L" to " + std::to_wstring((D - 1) / per_file) + L".kcd" : L"";
+      EXPECT_EQ(run.result.files.back(), L"/out/Log(2) - Dec - Machin 1 - 0.kcd" + last);
+    }
+}
+
+TEST(Finish, AFullDiskInsideASetNamesTheFile) {
+  Sequence run(5000, 0, 6);
+  run.input.output = {L"/out", "Log(2)", "Machin 1 - ", 1000};
+  run.files.capacity = 2500;
+  try {
+    run.go();
+    FAIL();
+  } catch (const km_exception& e) {
+    EXPECT_EQ(e.code, ENOSPC);
+    EXPECT_EQ(e.text, "Error writing to file.");
+    EXPECT_EQ(e.wtext, L"/out/Log(2) - Dec - Machin 1 - 4.kcd");
+  }
+  for (const auto& [name, text] : run.files.contents())
+    EXPECT_NE(name.find(L".incomplete"), std::wstring::npos) << "a file that looks whole";
+  EXPECT_FALSE(run.result.digits_written);
 }
 
 // The disk holds one of the two files: the other's failure is thrown after everything else is done.

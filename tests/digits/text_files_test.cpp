@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "digits/files_testing.h"
 #include "digits/reader.h"
 #include "digits/writer.h"
 #include "shell/exception.h"
@@ -14,26 +15,9 @@
 namespace kelvane::DigitViewer {
 namespace {
 
+using test::expect_error;
 using test::MemoryFiles;
-
-template <class F>
-void expect_error(const F& f, s32 code, const std::string& text, const std::wstring& path = L"") {
-  try {
-    f();
-    ADD_FAILURE() << "nothing thrown, expected " << text;
-  } catch (const km_exception& e) {
-    EXPECT_EQ(e.code, code);
-    EXPECT_EQ(e.text, text);
-    EXPECT_EQ(e.wtext, path);
-    EXPECT_STREQ(e.type_name, "Generic Exception");
-  }
-}
-
-std::string raw(const std::string& text) {
-  std::string out;
-  for (const char c : text) out += static_cast<char>(c <= '9' ? c - '0' : c - 'a' + 10);
-  return out;
-}
+using test::raw;
 
 TEST(TextWriter, WritesPrefixAndDigitsThroughAnyStaging) {
   const std::string digits(50000, '7'), hex = "0123456789abcdef";
@@ -135,15 +119,20 @@ TEST(TextWriter, AClosedFileSurvivesAPowerFailureAndAnInterruptedOneIsNotTakenFo
 
 TEST(WriterFactory, NamesFiles) {
   OutputSettings settings{L"", "Log(2)", "Machin 1"};
-  EXPECT_EQ(text_path(settings, 10), L"Log(2) - Dec - Machin 1.txt");
+  EXPECT_EQ(output_name(settings, 10, 1000), L"Log(2) - Dec - Machin 1.txt");
   settings.folder = L"/d";
-  EXPECT_EQ(text_path(settings, 16), L"/d/Log(2) - Hex - Machin 1.txt");
+  EXPECT_EQ(output_name(settings, 16, 1000), L"/d/Log(2) - Hex - Machin 1.txt");
   MemoryFiles files;
   make_writer(settings, 16, "0.", nullptr, 0, files)->write("\x0f", 1);
   EXPECT_EQ(files.text(L"/d/Log(2) - Hex - Machin 1.txt"), "0.f");
-  settings.digits_per_file = 1000000;
-  expect_error([&] { make_writer(settings, 10, "0.", nullptr, 0, files); }, -2147483647,
-               "Compressed digit files are not built yet.");
+
+  settings.second_name = "Machin 1 - ";
+  settings.digits_per_file = 100;
+  EXPECT_EQ(output_name(settings, 10, 100), L"/d/Log(2) - Dec - Machin 1 - 0.kcd");
+  EXPECT_EQ(output_name(settings, 10, 101), L"/d/Log(2) - Dec - Machin 1 - 0.kcd to 1.kcd");
+  char staging[4096];
+  make_writer(settings, 10, "0.", staging, sizeof staging, files)->write(raw("123").data(), 3);
+  EXPECT_TRUE(files.exists(L"/d/Log(2) - Dec - Machin 1 - 0.kcd"));
 }
 
 TEST(TextReader, ReadsRangesOfBothRadices) {

@@ -4,6 +4,7 @@ import hashlib
 import os
 import re
 import signal
+import struct
 import subprocess
 import unittest
 
@@ -97,6 +98,8 @@ HEXADECIMAL = [
     (["1", "0", "2"], "Sqrt(2) - Hex - Newton.txt", "896f595a3e3adb928adf4dd383caa37d85084258"),
 ]
 
+TOOL = os.environ["KELVANE_DIGITS"]
+
 
 def sha1(path):
     with open(path, "rb") as file:
@@ -144,6 +147,84 @@ class Digits(ProgramTest):
         with open(os.path.join(self.folder, "output"), encoding="utf-8") as output:
             figures = re.findall(r"Memory Needed: +(?:\033\[[0-9;]*m)* *([0-9.]+ \w+)", output.read())
         self.assertLessEqual(usage.ru_maxrss * 1024, 1.03 * shown_bytes(figures[-1]))
+
+
+def read_compressed(path):
+    """The fields of a compressed digit file's header, and its words."""
+    with open(path, "rb") as file:
+        data = file.read()
+    head, body = data.split(b"EndHeader\r\n\r\n\0", 1)
+    magic, *entries = head.decode().split("\r\n\r\n")
+    assert magic == "#Compressed Digit File", magic
+    return dict(entry.split(":\t") for entry in entries if entry), struct.unpack(f"<{len(body) // 8}Q", body)
+
+
+class Compressed(ProgramTest):
+    DECIMAL_FILES, HEXADECIMAL_FILES = "Pi - Dec - Chudnovsky - %d.kcd", "Pi - Hex - Chudnovsky - %d.kcd"
+
+    def joined(self, name, radix, total, per_file):
+        """The digits of a set, each file read by hand and checked against the format."""
+        pattern, per_word = ("%019d", 19) if radix == 10 else ("%016x", 16)
+        text = ""
+        files = (total - 1) // per_file + 1
+        for number in range(files):
+            fields, words = read_compressed(os.path.join(self.folder, name % number))
+            digits = min(per_file, total - number * per_file)
+            stated = 0 if digits == per_file else total
+            self.assertEqual(fields, {"FileVersion": "1.1.0", "Base": str(radix), "FirstDigits": "3.",
+                                      "TotalDigits": "%020d" % stated, "Blocksize": str(per_file),
+                                      "BlockID": str(number)})
+            self.assertEqual(len(words), (digits - 1) // per_word + 1)
+            text += "".join(pattern % word for word in words)[:digits]
+        self.assertFalse(os.path.exists(os.path.join(self.folder, name % files)))
+        return text
+
+    def test_one_file_and_sets_hold_the_digits_of_the_text(self):
+        digits = 1_300_000 if SHORT else 10_000_000
+        self.run_program("3", "3", digits, "0")
+        with open(os.path.join(self.folder, DECIMAL[0][1]), encoding="ascii") as file:
+            decimal = file.read()[2:]
+        with open(os.path.join(self.folder, HEXADECIMAL[0][1]), encoding="ascii") as file:
+            hexadecimal = file.read()[2:]
+        self.assertEqual(hashlib.sha1(("3." + decimal[:1_000_000]).encode()).hexdigest(),
+                         DECIMAL[0][2][1_000_000])
+        for format_answers, per_file in ((["1"], 2**64 - 1), (["2", "1000000"], 1_000_000),
+                                         (["2", "1000003"], 1_000_003)):
+            with self.subTest(per_file=per_file):
+                result = self.run_program("3", "3", digits, "7", *format_answers, "0")
+                self.assertEqual(result.status, 0, result.text)
+                self.assertEqual(self.joined(self.DECIMAL_FILES, 10, digits, per_file), decimal)
+                self.assertEqual(self.joined(self.HEXADECIMAL_FILES, 16, len(hexadecimal), per_file), hexadecimal)
+                self.assertFalse([f for f in os.listdir(self.folder) if f.endswith(".incomplete")])
+                self.read_back(self.DECIMAL_FILES, decimal, 19, per_file)
+                self.read_back(self.HEXADECIMAL_FILES, hexadecimal, 16, per_file)
+
+    def read_back(self, name, digits, per_word, per_file):
+        """Through the companion: everything, and ranges that begin and end at each kind of place."""
+        def tool(*arguments):
+            return subprocess.run([TOOL, *map(str, arguments)], cwd=self.folder, stdout=subprocess.PIPE,
+                                  timeout=300, check=True).stdout.decode()
+
+        text = DECIMAL[0][1] if per_word == 19 else HEXADECIMAL[0][1]
+        self.assertIn("The same", tool("compare", text, name % 0))
+        places = {0, per_word - 1, per_word, 1000 * per_word, len(digits) - 1, len(digits) // per_word * per_word}
+        if per_file < len(digits):
+            places |= {per_file - 1, per_file, 2 * per_file, per_file // per_word * per_word, per_file + per_word}
+        for start in places:
+            for count in (1, per_word, per_word + 1, 1000):
+                end = min(start + count, len(digits))
+                self.assertEqual(tool("print", "-q", name % 0, start + 1, end), digits[start:end] + "\n")
+
+    def test_too_few_digits(self):
+        result = self.run_program("3", "3", "1000000", "7", "", "0")
+        self.assertIn("Computation is too small for compression.\n\nPress ENTER to continue . . .", result.text)
+        self.assertTrue(os.path.exists(os.path.join(self.folder, DECIMAL[0][1])))
+
+    def test_a_full_disk_in_the_middle_of_a_set(self):
+        os.symlink("/dev/full", os.path.join(self.folder, self.DECIMAL_FILES % 1))
+        result = self.run_program("3", "3", "3300000", "4", "0", "7", "2", "1000000", "0")
+        self.assertIn("Error Code: 28\nDisk is Full\nError writing to file.\n" + self.DECIMAL_FILES % 1, result.text)
+        self.assertFalse(os.path.exists(os.path.join(self.folder, self.DECIMAL_FILES % 0)))
 
 
 class Screen(ProgramTest):

@@ -280,6 +280,18 @@ TEST(LogFormula, OneAndZero) {
   EXPECT_NE(stopped.output.find("Error: Log(0)"), std::string::npos) << stopped.output;
 }
 
+TEST(LogFormula, SearchBeatsTheTable) {
+  // Without 26 the table has only {6, 99}; the base set of the primes to 7 is cheaper.
+  const Captured captured = capture([] {
+    LogFormula formula = formula_of({{26, 1}});
+    const double cost = generate_formula(formula, 2, &formula, 1000);
+    if (verify_formula(formula, 2) != 0 || formula.terms[0].x != 251 || std::abs(cost - 8.3177) > 1e-4)
+      _exit(3);
+  });
+  EXPECT_EQ(captured.status, 0);
+  EXPECT_EQ(captured.output, "\nThe heuristic has found a better formula than the table entry.\n");
+}
+
 TEST(LogFormula, Printing) {
   EXPECT_EQ(text_of(formula_of({{26, 18}, {4801, -2}, {8749, 8}})),
             "18*ArcCoth[26] - 2*ArcCoth[4801] + 8*ArcCoth[8749]\n");

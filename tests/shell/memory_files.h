@@ -36,6 +36,11 @@ public:
     const auto& data = names_.at(path)->data;
     return {data.begin(), data.end()};
   }
+  std::map<std::wstring, std::string> contents() const {
+    std::map<std::wstring, std::string> all;
+    for (const auto& [name, node] : names_) all[name] = {node->data.begin(), node->data.end()};
+    return all;
+  }
   void put(const std::wstring& path, const std::string& text) {
     auto node = std::make_shared<Node>();
     node->data.assign(text.begin(), text.end());
@@ -73,6 +78,13 @@ public:
   }
   PathKind kind(const std::wstring& path) override {
     return exists(path) ? PathKind::REGULAR : PathKind::NONE;
+  }
+  s32 list(const std::wstring& folder, std::vector<std::wstring>& names) override {
+    const std::wstring prefix = folder_prefix(folder);
+    for (const auto& [name, node] : names_)
+      if (name.compare(0, prefix.size(), prefix) == 0 && name.find(L'/', prefix.size()) == std::wstring::npos)
+        names.push_back(name.substr(prefix.size()));
+    return 0;
   }
   s64 free_bytes(const std::wstring&) override {
     return static_cast<s64>(std::min<u64>(capacity - used(), ~0ull >> 1));

@@ -115,8 +115,9 @@ TEST(Settings, Compression) {
   EXPECT_STREQ(s.set_digits_per_file(999'999), "Too few digits per file.");
   EXPECT_TRUE(s.compression_offered());
   EXPECT_EQ(s.set_digits_per_file(0), nullptr);
-
-  s.digits_per_file = 1'000'000;
+  EXPECT_EQ(s.set_digits_per_file(ComputeSettings::ONE_FILE), nullptr);
+  EXPECT_EQ(s.digits_per_file, ComputeSettings::ONE_FILE);
+  EXPECT_EQ(s.set_digits_per_file(1'000'000), nullptr);
   EXPECT_EQ(s.output_bytes(), 441'504u); // 1,048,576 * 8 / 19 = 441,505.7
   s.set_hexadecimal_digits(1'000'000);
   EXPECT_EQ(s.digits_per_file, 0u) << "falls back to text";
@@ -215,7 +216,12 @@ TEST(SettingsMenu, Editors) {
   EXPECT_EQ(after("2\n2\n1\n0\n"), "Test 1 50000000 41524102 2 0") << "algorithm 2 does not exist";
   EXPECT_EQ(after("3\n99\n100\n0\n"), "Test 0 100 84 2 0");
   EXPECT_EQ(after("4\n0\n5\n257\n0\n5\n0\n"), "Test 0 50000000 0 5 0");
-  EXPECT_EQ(after("7\n1\n7\n2\n8\n2\n8\n1\n0\n"), "Test 0 50000000 41524102 2 0");
+  EXPECT_EQ(after("7\n1\n0\n"), "Test 0 50000000 41524102 2 18446744073709551615");
+  EXPECT_EQ(after("7\n1\n7\n0\n8\n2\n8\n1\n0\n"), "Test 0 50000000 41524102 2 0");
+  // As many digits per file as there are, in the shorter of the two expansions, make no set.
+  EXPECT_EQ(after("7\n2\n999999\n41524102\n41524101\n0\n"), "Test 0 50000000 41524102 2 41524101");
+  EXPECT_EQ(after("4\n0\n7\n2\n50000000\n49999999\n0\n"), "Test 0 50000000 0 2 49999999");
+  EXPECT_EQ(after("7\n1\n3\n1048575\n0\n"), "Test 0 1048575 870823 2 0") << "falls back to text";
   EXPECT_EQ(after("3\n1000\n7\n\n0\n"), "Test 0 1000 831 2 0")
       << "too small for compression: waits for ENTER";
 }

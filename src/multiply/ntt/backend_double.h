@@ -187,7 +187,6 @@ template <class D> struct Double : D {
     return subtract ? sub(sum, x) : add(sum, x);
   }
   NTT_INLINE V negative(V x, const K&) { return sub(set(0.0), x); }
-  static constexpr u32 PRODUCT_SHIFT = 0;
 
   // Recombination: residues <= 2.8 plus a bias <= 0.5; minus a digit < p_i < 1.001 p: <= 4.4.
   NTT_INLINE V biased(V x, const Tw& bias) { return add(x, bias.w); }
@@ -206,7 +205,7 @@ template <class D> struct Double : D {
     }
     [[gnu::always_inline]] Limb read(const u64* base, u64 bit, u32 j) const {
       const typename D::I mask = j + 1 == limbs ? last : D::set_integer((u64{1} << 48) - 1);
-      return D::gather_bits(base, D::add_integer(D::set_integer(bit + 48 * j), offsets), mask);
+      return D::gather_bits(base, bit + 48 * j, b, offsets, mask);
     }
   };
   NTT_INLINE V first_limb(Limb l, const K&) { return l; }

@@ -230,8 +230,6 @@ struct Ifma {
     return subtract ? sub(add(sum, add(k.p, k.p2)), x) : add(sum, x);
   }
   NTT_INLINE V negative(V x, const K& k) { return sub(add(k.p, k.p2), x); }
-  // What the final factor of a product must contain besides 1/N: the 2^52 of product().
-  static constexpr u32 PRODUCT_SHIFT = 52;
 
   // Recombination: residues x in [0, 2) plus a bias below 1, (x - d) f in [0, 2) for a digit d < p_i < 2 p,
   // and the digit itself, an integer in [0, p).

@@ -127,7 +127,6 @@ struct Integer {
     return red(subtract ? sum + k.p2 - x : sum + x, k);
   }
   NTT_INLINE V negative(V x, const K& k) { return k.p2 - x; }
-  static constexpr u32 PRODUCT_SHIFT = 64;
 
   NTT_INLINE V biased(V x, const Tw& bias) { return x + bias.w; } // < 3
   NTT_INLINE V first_digit(V x, const K& k) { return next_digit(red(x, k), k); }

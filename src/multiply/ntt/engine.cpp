@@ -18,6 +18,9 @@ namespace {
 constexpr u64 POINTS_PER_THREAD = u64{1} << 15;
 // Points of one task over rows: short rows are drawn in groups.
 constexpr u64 POINTS_PER_TASK = u64{1} << 13;
+// Neighbours are drawn together, since each fetches the data of the next one ahead; but so few that the
+// threads finish together.
+constexpr u64 MOST_NEIGHBOURS = 8, TASKS_PER_THREAD = 16;
 
 // words[0, n) += 1 at position `at` and on; whether a carry left the top.
 bool carry_into(u64* words, u64 n, u64 at) {
@@ -74,8 +77,19 @@ void Engine::tick(Worker worker) const {
   if (worker.driver && progress_ != nullptr) progress_->tick();
 }
 
+u64 Engine::neighbours(u64 items) const {
+  return std::clamp<u64>(items / (workers_ * TASKS_PER_THREAD), 1, MOST_NEIGHBOURS);
+}
 u64 Engine::row_group() const {
-  return std::max<u64>(1, std::min<u64>(shape_.rows(), POINTS_PER_TASK >> shape_.log_columns));
+  const u64 group = std::max(POINTS_PER_TASK >> shape_.log_columns, neighbours(shape_.rows() * shape_.w));
+  return std::max<u64>(1, std::min(shape_.rows(), group));
+}
+u64 Engine::tile_tasks() const {
+  return (shape_.tiles() + neighbours(shape_.tiles()) - 1) / neighbours(shape_.tiles());
+}
+template <class F> void Engine::for_tiles(u64 task, const F& f) const {
+  const u64 group = neighbours(shape_.tiles()), last = std::min(shape_.tiles(), (task + 1) * group);
+  for (u64 tile = task * group; tile < last; tile++) f(tile);
 }
 u64 Engine::row_tasks(u64 primes) const {
   return primes * ((shape_.rows() + row_group() - 1) / row_group());
@@ -87,8 +101,10 @@ template <class F> void Engine::for_rows(u64 task, const F& f) const {
 }
 
 auto Engine::tile_phase(const Scratch& s, u32 first, u32 last, const u64* A, u64 L, u64* to) const {
-  return Phase{shape_.tiles(), [=, this, &s](u64 tile, Worker worker) {
-                 kernels_->forward_tile(shape_, first, last, A, L, tile, to, s.area(worker));
+  return Phase{tile_tasks(), [=, this, &s](u64 task, Worker worker) {
+                 for_tiles(task, [&](u64 tile) {
+                   kernels_->forward_tile(shape_, first, last, A, L, tile, to, s.area(worker));
+                 });
                  tick(worker);
                }};
 }
@@ -107,81 +123,6 @@ void Engine::forward(void* T, const u64* A, u64 L, bool raw, void* scratch) cons
   run_phases(workers_, tile_phase(s, 0, shape_.w, A, L, x), rows);
 }
 
-void Engine::inverse(u64* out, u64 n, const Term* terms, u64 count, bool wrapped, void* scratch,
-                     u64* top) const {
-  const Scratch s = Scratch::in(scratch, *this);
-  bool biased = false;
-  for (u64 i = 0; i < count; i++) biased = biased || terms[i].subtract;
-  u64* const x = data(terms[0].TA);
-  run_phases(workers_, Phase{row_tasks(shape_.w), [&](u64 task, Worker worker) {
-                               for_rows(task, [&](u32 prime, u64 row) {
-                                 const u64 at = prime * shape_.prime_stride() + row * shape_.row_stride();
-                                 RowPair pairs[MAX_SUM];
-                                 for (u64 i = 0; i < count; i++) {
-                                   const Term& t = terms[i];
-                                   pairs[i] = {data(t.TA) + at,  data(t.TB) + at, header(t.TA).raw,
-                                               header(t.TB).raw, false,           t.subtract};
-                                 }
-                                 kernels_->product_row(shape_, prime, row, pairs, static_cast<u32>(count),
-                                                       s.area(worker));
-                               });
-                               tick(worker);
-                             }});
-  finish(out, n, x, biased, wrapped, s, top);
-}
-
-void Engine::product(u64* out, u64 n, const u64* A, u64 LA, const u64* B, u64 LB, void* TA, void* TB,
-                     void* scratch, u64* top) const {
-  const Scratch s = Scratch::in(scratch, *this);
-  u64* const x = data(TA);
-  u64* const y = B == nullptr ? x : data(TB);
-  const u64 tiles = shape_.tiles();
-  const auto columns =
-      Phase{B == nullptr ? tiles : 2 * tiles, [&](u64 task, Worker worker) {
-              const bool second = task >= tiles;
-              kernels_->forward_tile(shape_, 0, shape_.w, second ? B : A, second ? LB : LA,
-                                     second ? task - tiles : task, second ? y : x, s.area(worker));
-              tick(worker);
-            }};
-  const auto rows = Phase{row_tasks(shape_.w), [&](u64 task, Worker worker) {
-                            for_rows(task, [&](u32 prime, u64 row) {
-                              const u64 at = prime * shape_.prime_stride() + row * shape_.row_stride();
-                              const RowPair pair{x + at, y + at, true, true, true, false};
-                              kernels_->product_row(shape_, prime, row, &pair, 1, s.area(worker));
-                            });
-                            tick(worker);
-                          }};
-  run_phases(workers_, columns, rows);
-  finish(out, n, x, false, false, s, top);
-}
-
-void Engine::reduced_product(u64* out, u64 n, const u64* A, u64 LA, const u64* B, u64 LB, void* TA, void* TB,
-                             void* scratch, u64* top) const {
-  const Scratch s = Scratch::in(scratch, *this);
-  for (u32 prime = 0; prime < shape_.w; prime++) {
-    u64* const x = data(TA) + prime * shape_.prime_stride();
-    u64* const y = B == nullptr ? x : data(TB);
-    const u64 tiles = shape_.tiles();
-    const auto columns =
-        Phase{B == nullptr ? tiles : 2 * tiles, [&](u64 task, Worker worker) {
-                const bool second = task >= tiles;
-                kernels_->forward_tile(shape_, prime, prime + 1, second ? B : A, second ? LB : LA,
-                                       second ? task - tiles : task, second ? y : x, s.area(worker));
-                tick(worker);
-              }};
-    const auto rows = Phase{row_tasks(1), [&](u64 task, Worker worker) {
-                              for_rows(task, [&](u32, u64 row) {
-                                const u64 at = row * shape_.row_stride();
-                                const RowPair pair{x + at, y + at, true, true, true, false};
-                                kernels_->product_row(shape_, prime, row, &pair, 1, s.area(worker));
-                              });
-                              tick(worker);
-                            }};
-    run_phases(workers_, columns, rows);
-  }
-  finish(out, n, data(TA), false, false, s, top);
-}
-
 // Runs of chunk `chunk`: run i's overhang belongs to the words of run i + 1. A carry that leaves the chunk's
 // words is noted.
 void Engine::add_overhangs(u64* out, u64 n, u64 chunk, u64 chunks, const Scratch& s) const {
@@ -198,8 +139,9 @@ void Engine::add_overhangs(u64* out, u64 n, u64 chunk, u64 chunks, const Scratch
   s.carries[chunk] = carry ? 1 : 0;
 }
 
-void Engine::finish(u64* out, u64 n, const u64* T, bool biased, bool wrapped, const Scratch& s,
-                    u64* top) const {
+template <class... F>
+void Engine::run_and_finish(u64* out, u64 n, const u64* T, bool biased, bool wrapped, const Scratch& s,
+                            u64* top, const Phase<F>&... before) const {
   std::atomic<u64> largest{0};
   Output output{out, n, s.overhang, nullptr, top == nullptr ? nullptr : &largest};
   Factor bias[MAX_PRIMES];
@@ -213,10 +155,12 @@ void Engine::finish(u64* out, u64 n, const u64* T, bool biased, bool wrapped, co
     output.bias = bias;
   }
   const u64 chunks = std::max<u64>(1, std::min({MAX_CHUNKS, shape_.runs() / 256, 4 * workers_}));
-  run_phases(workers_,
-             Phase{shape_.tiles(),
-                   [&](u64 tile, Worker worker) {
-                     kernels_->inverse_tile(shape_, T, tile, output, s.area(worker));
+  run_phases(workers_, before...,
+             Phase{tile_tasks(),
+                   [&](u64 task, Worker worker) {
+                     for_tiles(task, [&](u64 tile) {
+                       kernels_->inverse_tile(shape_, T, tile, output, s.area(worker));
+                     });
                      tick(worker);
                    }},
              Phase{chunks, [&](u64 chunk, Worker) { add_overhangs(out, n, chunk, chunks, s); }});
@@ -240,6 +184,83 @@ void Engine::finish(u64* out, u64 n, const u64* T, bool biased, bool wrapped, co
     const u64 one = u64{1} << (bit & 63);
     if (bit / 64 < n) add_at(out, bit / 64, n, &one, 1);
   }
+}
+
+void Engine::inverse(u64* out, u64 n, const Term* terms, u64 count, bool wrapped, void* scratch,
+                     u64* top) const {
+  const Scratch s = Scratch::in(scratch, *this);
+  bool biased = false;
+  for (u64 i = 0; i < count; i++) biased = biased || terms[i].subtract;
+  u64* const x = data(terms[0].TA);
+  const auto rows =
+      Phase{row_tasks(shape_.w), [&](u64 task, Worker worker) {
+              for_rows(task, [&](u32 prime, u64 row) {
+                const u64 at = prime * shape_.prime_stride() + row * shape_.row_stride();
+                RowPair pairs[MAX_SUM];
+                for (u64 i = 0; i < count; i++) {
+                  const Term& t = terms[i];
+                  pairs[i] = {data(t.TA) + at,  data(t.TB) + at, header(t.TA).raw,
+                              header(t.TB).raw, false,           t.subtract};
+                }
+                kernels_->product_row(shape_, prime, row, pairs, static_cast<u32>(count), s.area(worker));
+              });
+              tick(worker);
+            }};
+  run_and_finish(out, n, x, biased, wrapped, s, top, rows);
+}
+
+void Engine::product(u64* out, u64 n, const u64* A, u64 LA, const u64* B, u64 LB, void* TA, void* TB,
+                     void* scratch, u64* top) const {
+  const Scratch s = Scratch::in(scratch, *this);
+  u64* const x = data(TA);
+  u64* const y = B == nullptr ? x : data(TB);
+  const u64 tiles = tile_tasks();
+  const auto columns = Phase{B == nullptr ? tiles : 2 * tiles, [&](u64 task, Worker worker) {
+                               const bool second = task >= tiles;
+                               for_tiles(second ? task - tiles : task, [&](u64 tile) {
+                                 kernels_->forward_tile(shape_, 0, shape_.w, second ? B : A, second ? LB : LA,
+                                                        tile, second ? y : x, s.area(worker));
+                               });
+                               tick(worker);
+                             }};
+  const auto rows = Phase{row_tasks(shape_.w), [&](u64 task, Worker worker) {
+                            for_rows(task, [&](u32 prime, u64 row) {
+                              const u64 at = prime * shape_.prime_stride() + row * shape_.row_stride();
+                              const RowPair pair{x + at, y + at, true, true, true, false};
+                              kernels_->product_row(shape_, prime, row, &pair, 1, s.area(worker));
+                            });
+                            tick(worker);
+                          }};
+  run_and_finish(out, n, x, false, false, s, top, columns, rows);
+}
+
+void Engine::reduced_product(u64* out, u64 n, const u64* A, u64 LA, const u64* B, u64 LB, void* TA, void* TB,
+                             void* scratch, u64* top) const {
+  const Scratch s = Scratch::in(scratch, *this);
+  for (u32 prime = 0; prime < shape_.w; prime++) {
+    u64* const x = data(TA) + prime * shape_.prime_stride();
+    u64* const y = B == nullptr ? x : data(TB);
+    const u64 tiles = tile_tasks();
+    const auto columns =
+        Phase{B == nullptr ? tiles : 2 * tiles, [&](u64 task, Worker worker) {
+                const bool second = task >= tiles;
+                for_tiles(second ? task - tiles : task, [&](u64 tile) {
+                  kernels_->forward_tile(shape_, prime, prime + 1, second ? B : A, second ? LB : LA, tile,
+                                         second ? y : x, s.area(worker));
+                });
+                tick(worker);
+              }};
+    const auto rows = Phase{row_tasks(1), [&](u64 task, Worker worker) {
+                              for_rows(task, [&](u32, u64 row) {
+                                const u64 at = row * shape_.row_stride();
+                                const RowPair pair{x + at, y + at, true, true, true, false};
+                                kernels_->product_row(shape_, prime, row, &pair, 1, s.area(worker));
+                              });
+                              tick(worker);
+                            }};
+    run_phases(workers_, columns, rows);
+  }
+  run_and_finish(out, n, data(TA), false, false, s, top);
 }
 
 } // namespace kelvane::ntt

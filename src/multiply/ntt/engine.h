@@ -59,13 +59,20 @@ private:
   }
 
   void tick(km_MULv3::Worker worker) const;
+  // Of `items` neighbouring tiles or rows, how many make one task.
+  u64 neighbours(u64 items) const;
+  u64 tile_tasks() const;
+  // f(tile) for the tiles of task `task`.
+  template <class F> void for_tiles(u64 task, const F& f) const;
   u64 row_group() const;
   u64 row_tasks(u64 primes) const;
   // f(prime, row) for the rows of task `task`.
   template <class F> void for_rows(u64 task, const F& f) const;
   auto tile_phase(const Scratch& s, u32 first, u32 last, const u64* A, u64 L, u64* to) const;
-  // The words from a transform whose rows have been transformed back.
-  void finish(u64* out, u64 n, const u64* T, bool biased, bool wrapped, const Scratch& s, u64* top) const;
+  // The phases `before`, which leave in T a transform whose rows have been transformed back; then the words.
+  template <class... F>
+  void run_and_finish(u64* out, u64 n, const u64* T, bool biased, bool wrapped, const Scratch& s, u64* top,
+                      const km_MULv3::Phase<F>&... before) const;
   void add_overhangs(u64* out, u64 n, u64 chunk, u64 chunks, const Scratch& s) const;
 
   Shape shape_;

@@ -41,9 +41,16 @@ struct Lanes4 {
     return _mm256_setr_epi64x(0, s, 2 * s, 3 * s);
   }
   // Integers below 2^52 and doubles: the integer is the low part of 2^52 plus it.
-  NTT_INLINE V gather_bits(const u64* base, I at, I mask) {
+  // Four loads one by one are faster than a gather.
+  NTT_INLINE V gather_bits(const u64* base, u64 bit, u32 b, I offsets, I mask) {
     const V unit = set(4503599627370496.0);
-    I g = _mm256_i64gather_epi64(reinterpret_cast<const long long*>(base), _mm256_srli_epi64(at, 3), 1);
+    const auto word = [&](u64 l) {
+      long long x;
+      __builtin_memcpy(&x, reinterpret_cast<const char*>(base) + ((bit + l * b) >> 3), 8);
+      return x;
+    };
+    const I at = add_integer(set_integer(bit), offsets);
+    I g = _mm256_setr_epi64x(word(0), word(1), word(2), word(3));
     g = _mm256_srlv_epi64(g, _mm256_and_si256(at, set_integer(7)));
     return sub(_mm256_or_pd(_mm256_castsi256_pd(_mm256_and_si256(g, mask)), unit), unit);
   }

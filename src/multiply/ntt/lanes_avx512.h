@@ -46,8 +46,10 @@ struct Lanes8 {
   NTT_INLINE I lane_multiples(u32 b) {
     return _mm512_mullo_epi64(_mm512_setr_epi64(0, 1, 2, 3, 4, 5, 6, 7), set_integer(b));
   }
-  // The bits from `at` on, masked (at most 52 of them), as numbers. A load at a byte brings at least 57 bits.
-  NTT_INLINE V gather_bits(const u64* base, I at, I mask) {
+  // Lane l: the bits from bit + l b on (offsets: l b), masked (at most 52 of them), as numbers. A load at a
+  // byte brings at least 57 bits.
+  NTT_INLINE V gather_bits(const u64* base, u64 bit, u32, I offsets, I mask) {
+    const I at = add_integer(set_integer(bit), offsets);
     I g = _mm512_i64gather_epi64(_mm512_srli_epi64(at, 3), base, 1);
     g = _mm512_srlv_epi64(g, _mm512_and_si512(at, set_integer(7)));
     return _mm512_cvtepi64_pd(_mm512_and_si512(g, mask));

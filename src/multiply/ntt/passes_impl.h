@@ -248,6 +248,7 @@ constexpr u32 INTERLEAVE = 2;
 template <class F, bool INVERSE>
 void blocks(const Tree& tree, const Constants<F>& c, u64* d, u64 count, u32 level, u64 j) {
   constexpr u64 POINTS = u64{1} << shape_of(F::BACKEND).base_log;
+  c.ahead.advance(count);
   u64 i = 0;
   if constexpr (F::LANES == 1) {
     for (; i < count; i++) {
@@ -312,7 +313,10 @@ void inverse(const Tree& tree, const Constants<F>& c, u64* d, u32 size_log, u32 
   const u32 steps = levels_of_step(size_log - stop_log), part_log = size_log - steps;
   const u64 M = u64{1} << part_log;
   if (part_log == stop_log) {
-    if constexpr (BLOCKS) blocks<F, true>(tree, c, d, u64{1} << steps, level + steps, j << steps);
+    if constexpr (BLOCKS)
+      blocks<F, true>(tree, c, d, u64{1} << steps, level + steps, j << steps);
+    else
+      c.ahead.advance(u64{1} << steps);
   } else {
     for (u64 t = 0; t < u64{1} << steps; t++) {
       inverse<F, BLOCKS>(tree, c, d + t * M, part_log, stop_log, level + steps, (j << steps) + t);

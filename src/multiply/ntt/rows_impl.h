@@ -87,14 +87,6 @@ template <class F> void forward_row(const Shape& shape, u32 prime, u64 row, u64*
   forward_points<F>(shape, tree, c, x);
 }
 
-// 2^PRODUCT_SHIFT / N: undoes what the transforms and the pointwise product multiply by.
-template <class F> typename F::Tw final_factor(const Shape& shape, u32 prime) {
-  const Field& field = field_of(F::BACKEND, prime);
-  u64 x = field.inverse(shape.N());
-  if (F::PRODUCT_SHIFT != 0) x = field.mul(x, field.power(2, F::PRODUCT_SHIFT));
-  return F::broadcast(encode(F::BACKEND, field, x));
-}
-
 // The operand's transformed row: the row itself, or a copy transformed in `copy`.
 template <class F>
 const u64* ready_row(const Shape& shape, const Tree& tree, const Constants<F>& c, const u64* x, bool raw,
@@ -117,7 +109,8 @@ void product_row(const Shape& shape, u32 prime, u64 row, const RowPair* pairs, u
   if (raw) tree = row_tree<F>(shape, prime, 0, row, lists, k);
 
   u64* const out = pairs[0].x;
-  const typename F::Tw last = final_factor<F>(shape, prime);
+  // Undoes what the transforms and the pointwise product multiply by.
+  const typename F::Tw last = F::broadcast(c.table.last[shape.r == 3][shape.log_rows + shape.log_columns]);
   for (u32 n = 0; n < count; n++) {
     const RowPair& pair = pairs[n];
     const u64* x = out;

@@ -17,8 +17,8 @@ struct CostModel {
 };
 constexpr CostModel COSTS[BACKENDS] = {
     {0.8, 0.235, {4.9, 5.1, 6.9, 8.1, 11.3, 13.9}}, // ifma
-    {1.0, 0.27, {5.5, 7, 9.5, 12.5, 16, 20}},       // double8
-    {2.2, 0.44, {7, 9, 12, 16, 20, 25}},            // double4
+    {1.0, 0.27, {5, 7.8, 9.5, 12.5, 16, 20}},       // double8
+    {2.2, 0.44, {7, 10.2, 12, 16, 20, 25}},         // double4
     {4.0, 1.60, {14, 20, 27, 36, 43, 52}},          // integer1
 };
 
@@ -26,10 +26,11 @@ u32 ceil_log2(u64 n) {
   return static_cast<u32>(std::bit_width(n - 1));
 }
 
-// Long rows, as long as two of them and their lists stay in the second-level cache.
+// Long rows, as long as two of them and their lists stay in the second-level cache; shorter ones where the
+// whole would otherwise have too few rows for a tile's constants to pay.
 u32 columns_log(u32 log_n) {
   if (log_n >= 24) return 16;
-  if (log_n >= 17) return 14;
+  if (log_n >= 19) return 14;
   if (log_n >= 15) return 12;
   if (log_n >= 13) return 10;
   return 8;
@@ -44,7 +45,7 @@ Shape make_shape(Backend backend, u32 w, u32 r, u32 log_n) {
   s.log_rows = log_n - s.log_columns;
   s.log_tile = s.rows() <= 1024 ? 5 : s.rows() <= 4096 ? 4 : 3;
   s.direct = log_n <= DIRECT_LOG;
-  s.stream = s.prime_stride() * w * 8 > (u64{8} << 20);
+  s.stream = s.prime_stride() * w * 8 > (u64{4} << 20);
   // (1): 2 b <= log2 P - 1 - log2 N2.
   const double room = log2_modulus(backend, w) - 1 - ceil_log2(s.N());
   const u32 step = 64u >> s.log_tile;
@@ -68,7 +69,11 @@ std::vector<Shape> make_shapes(Backend backend) {
     if (a.capacity_bits() != b.capacity_bits()) return a.capacity_bits() < b.capacity_bits();
     return product_nanoseconds(a) < product_nanoseconds(b);
   });
-  // A shape is worth keeping when no larger one is cheaper.
+  return all;
+}
+
+// A shape is worth keeping when no larger one is cheaper.
+std::vector<Shape> worth_keeping(const std::vector<Shape>& all) {
   std::vector<Shape> kept;
   for (const Shape& s : all) {
     while (!kept.empty() && product_nanoseconds(kept.back()) >= product_nanoseconds(s)) kept.pop_back();
@@ -77,23 +82,28 @@ std::vector<Shape> make_shapes(Backend backend) {
   return kept;
 }
 
-template <Backend B> const std::vector<Shape>& shapes_in() {
-  static const std::vector<Shape> list = make_shapes(B);
-  return list;
+struct Lists {
+  std::vector<Shape> all, kept;
+  explicit Lists(Backend backend) : all(make_shapes(backend)), kept(worth_keeping(all)) {}
+};
+
+template <Backend B> const Lists& lists_in() {
+  static const Lists lists(B);
+  return lists;
 }
 
-const std::vector<Shape>& list_of(Backend backend) {
+const Lists& lists_of(Backend backend) {
   switch (backend) {
   case Backend::ifma:
-    return shapes_in<Backend::ifma>();
+    return lists_in<Backend::ifma>();
   case Backend::double8:
-    return shapes_in<Backend::double8>();
+    return lists_in<Backend::double8>();
   case Backend::double4:
-    return shapes_in<Backend::double4>();
+    return lists_in<Backend::double4>();
   case Backend::integer1:
     break;
   }
-  return shapes_in<Backend::integer1>();
+  return lists_in<Backend::integer1>();
 }
 
 } // namespace
@@ -129,12 +139,17 @@ double product_nanoseconds(const Shape& s) {
 }
 
 ShapeList shapes(Backend backend) {
-  const std::vector<Shape>& list = list_of(backend);
+  const std::vector<Shape>& list = lists_of(backend).kept;
+  return {list.data(), list.size()};
+}
+
+ShapeList every_shape(Backend backend) {
+  const std::vector<Shape>& list = lists_of(backend).all;
   return {list.data(), list.size()};
 }
 
 const Shape* choose_shape(Backend backend, u64 bits) {
-  const std::vector<Shape>& list = list_of(backend);
+  const std::vector<Shape>& list = lists_of(backend).kept;
   const auto found = std::lower_bound(list.begin(), list.end(), bits,
                                       [](const Shape& s, u64 x) { return s.capacity_bits() < x; });
   return found == list.end() ? nullptr : &*found;

@@ -70,6 +70,8 @@ struct ShapeList {
   u64 count;
 };
 ShapeList shapes(Backend backend);
+// All shapes there are, whatever they cost.
+ShapeList every_shape(Backend backend);
 // The cost model: nanoseconds of one product on one thread.
 double product_nanoseconds(const Shape& shape);
 

@@ -38,24 +38,25 @@ struct BackendShape {
   u32 base_log;   // points of a base block
   bool quotients; // factors carry floor(f 2^quotient_shift / p)
   u32 quotient_shift;
-  u32 s_log;       // entries of the list s
-  u32 u_log;       // entries of the list u: L per block
-  u32 node_levels; // levels of factors inside a base block
-  u32 limb_bits;   // digits are reduced in limbs of this width
+  u32 s_log;         // entries of the list s
+  u32 u_log;         // entries of the list u: L per block
+  u32 node_levels;   // levels of factors inside a base block
+  u32 limb_bits;     // digits are reduced in limbs of this width
+  u32 product_shift; // a pointwise product is x y / 2^product_shift
 };
 
 constexpr BackendShape shape_of(Backend backend) {
   switch (backend) {
   case Backend::ifma:
-    return {8, 3, 6, true, 52, 13, 13, 3, 52};
+    return {8, 3, 6, true, 52, 13, 13, 3, 52, 52};
   case Backend::double8:
-    return {8, 3, 6, false, 0, 13, 13, 3, 48};
+    return {8, 3, 6, false, 0, 13, 13, 3, 48, 0};
   case Backend::double4:
-    return {4, 2, 4, false, 0, 13, 14, 2, 48};
+    return {4, 2, 4, false, 0, 13, 14, 2, 48, 0};
   case Backend::integer1:
     break;
   }
-  return {1, 0, 4, true, 64, 15, 0, 4, 64};
+  return {1, 0, 4, true, 64, 15, 0, 4, 64, 64};
 }
 
 // Longest transform in points: the columns' lists have 2^s_log factors.
@@ -83,6 +84,7 @@ struct PrimeTable {
   Factor limb[MAX_LIMBS];                           // 2^(limb_bits j)
   Factor garner[MAX_PRIMES];                        // 1 / p_i, for the primes before this one
   Factor one;
+  Factor last[2][ORDER_LOG + 1];    // 2^product_shift / 2^m, and the same over 3
   u64 roots[2][ORDER_LOG + 1] = {}; // e(1 / 2^m)
   u64 omega[2] = {};
 };

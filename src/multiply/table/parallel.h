@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <thread>
 
 #include "shell/thread.h"
 #include "shell/types.h"
@@ -32,6 +33,19 @@ template <class F> struct Phase {
 };
 template <class F> Phase(u64, F) -> Phase<F>;
 
+// Returns when `done` has reached `tasks`. Waking a sleeping thread takes longer than the last tasks of a
+// phase mostly do, so while every thread can have a processor of its own it looks again for a while before it
+// sleeps.
+inline void await(std::atomic<u64>& done, u64 tasks, u64 threads) {
+  static const u64 processors = std::thread::hardware_concurrency();
+  for (u32 looks = threads <= processors ? 4000 : 0; looks > 0; looks--) {
+    if (done.load(std::memory_order_acquire) >= tasks) return;
+    __builtin_ia32_pause();
+  }
+  for (u64 now; (now = done.load(std::memory_order_acquire)) < tasks;)
+    done.wait(now, std::memory_order_acquire);
+}
+
 // Runs phases one after another with one fork and join: the workers draw a phase's tasks from its counter,
 // and begin a phase when all tasks of the one before are done. Which worker runs a task must make no
 // difference to its result. A worker waits only for tasks that others are at work on, so the phases also end
@@ -56,9 +70,7 @@ template <class... F> void run_phases(u64 threads, const Phase<F>&... phases) {
         if (counter->done.fetch_add(1, std::memory_order_acq_rel) + 1 == phase.tasks)
           counter->done.notify_all();
       }
-      for (u64 done; (done = counter->done.load(std::memory_order_acquire)) < phase.tasks;) {
-        counter->done.wait(done, std::memory_order_acquire);
-      }
+      await(counter->done, phase.tasks, threads);
       counter++;
     };
     (run(phases), ...);

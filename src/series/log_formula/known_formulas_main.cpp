@@ -1,4 +1,5 @@
 // Makes the table of known formulas:  known_formulas > src/series/log_formula/known_formulas.inc
+// With an argument, only up to that n.
 //
 // For small n, every set of two to five arguments among all x with x^2 - 1 over the first h primes, h = 4..8,
 // is examined as far as it can still be the cheapest, and the cheapest that gives Log(n) in integers is
@@ -11,6 +12,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <numeric>
 #include <unordered_map>
 
@@ -176,11 +178,12 @@ void print(u64 n, const Terms& terms) {
 
 } // namespace kelvane::log_search
 
-int main() {
+int main(int count, char** arguments) {
   using namespace kelvane;
   using namespace kelvane::log_search;
   std::printf("// Made by known_formulas_main.cpp: {n, {{x, c}, ...}}, // cost\n");
-  for (u64 n = 2; n <= LARGEST_N; n++) {
+  const u64 largest = count > 1 ? std::strtoull(arguments[1], nullptr, 10) : LARGEST_N;
+  for (u64 n = 2; n <= largest; n++) {
     Factors f;
     if (!factorise(n, f) || is_power(n) || !in_base(f.prime[f.count - 1], MOST_BASE)) continue;
     std::vector<u64> forbidden;

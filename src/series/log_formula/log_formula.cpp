@@ -25,12 +25,12 @@ void store(LogFormula& formula, const Terms& terms) {
 } // namespace
 
 double LogFormulaGenerator::generate(LogFormula& formula, u64 n, const LogFormula* exclude) {
+  std::vector<u64> forbidden; // taken before the formula is written: it may be the one excluded
+  for (u64 i = 0; exclude != nullptr && i < exclude->count; i++) forbidden.push_back(exclude->terms[i].x);
   formula.count = 0;
   if (n == 0) fatal("Error: Log(0)");
   if (n == 1) return 0;
   search_.forget();
-  std::vector<u64> forbidden;
-  for (u64 i = 0; exclude != nullptr && i < exclude->count; i++) forbidden.push_back(exclude->terms[i].x);
 
   Terms best = log_search::known_formula(n, forbidden);
   const bool known = !best.empty();
