@@ -32,14 +32,18 @@ void require_space(u64 needed, u64 allocated, const char* operation) {
   if (needed > allocated) insufficient_space(needed, allocated, operation);
 }
 
+// Whether the two may be combined.
+bool accepted(const kob_cdi_EFPh::Transform& TA, const kob_cdi_EFPh::Transform& TB) {
+  const auto &pa = *TA.parameters, &pb = *TB.parameters;
+  return &pa == &pb || (typeid(pa) == typeid(pb) && pa.accepts(pb));
+}
+
 // The checks that every product from transforms begins with; returns the length of the result.
 u64 check_product(const kob_cdi_EFPh::Transform& TA, const kob_cdi_EFPh::Transform& TB, u64 AL,
                   const std::string& operation) {
-  const auto &pa = *TA.parameters, &pb = *TB.parameters;
-  if (&pa != &pb && (typeid(pa) != typeid(pb) || !pa.accepts(pb)))
-    fatal((operation + ": Mismatching Transform Parameters").c_str());
+  if (!accepted(TA, TB)) fatal((operation + ": Mismatching Transform Parameters").c_str());
   const u64 n = TA.L + TB.L;
-  if (64 * n > pa.capacity_bits()) fatal((operation + ": Truncated Range\n\n").c_str());
+  if (64 * n > TA.parameters->capacity_bits()) fatal((operation + ": Truncated Range\n\n").c_str());
   require_space(n, AL, operation.c_str());
   return n;
 }
@@ -54,6 +58,16 @@ void kob_cdi_EFPh::Transform::forward(const km_MULv3::abstract_btp& p, void* sto
   exp = x.exp;
   hash = x.hash;
   p.forward(storage, x.T, x.L, scratch);
+}
+
+void kob_cdi_EFPh::Transform::forward_once(const km_MULv3::abstract_btp& p, void* storage,
+                                           const kob_cdi_EFPh& x, void* scratch) {
+  parameters = &p;
+  data = storage;
+  L = x.L;
+  exp = x.exp;
+  hash = x.hash;
+  p.forward_once(storage, x.T, x.L, scratch);
 }
 
 void kob_cdi_EFPh::attach(u64* words, u64 allocated) {
@@ -229,6 +243,25 @@ void kob_cdi_EFPh::set_inverse_fsqr(const Transform& TA, void* scratch) {
   TA.parameters->inverse_fsqr(T, n, TA.data, scratch);
   exp = 2 * TA.exp;
   L = n - (T[n - 1] == 0);
+}
+
+void kob_cdi_EFPh::set_inverse_fmul_ext(const Transform& TA, const Transform& TB, const Transform& TC,
+                                        const Transform& TD, bool subtract, void* scratch) {
+  const char* const name = "kob_cdi_EFPh::set_inverse_fmul_ext()";
+  const u64 first = check_product(TA, TB, AL, name), second = check_product(TC, TD, AL, name);
+  if (!accepted(TA, TC)) fatal((std::string(name) + ": Mismatching Transform Parameters").c_str());
+  if (TA.exp + TB.exp != TC.exp + TD.exp)
+    assert_fail(INVALID_FUNCTION_PARAMETERS, L"kob_cdi_EFPh::set_inverse_fmul_ext()", L"Exponents differ.");
+  // One word more, where there is room, for the carry of the sum.
+  u64 n = std::max(first, second);
+  if (n < AL && 64 * (n + 1) <= TA.parameters->capacity_bits()) n++;
+  T = buffer;
+  const u64 a = residue::mul(TA.hash, TB.hash), b = residue::mul(TC.hash, TD.hash);
+  hash = subtract ? residue::sub(a, b) : residue::add(a, b);
+  const km_MULv3::Term terms[] = {{TA.data, TB.data, false}, {TC.data, TD.data, subtract}};
+  TA.parameters->ntp()->inverse_sum(T, n, terms, 2, scratch);
+  exp = TA.exp + TB.exp;
+  L = words::normalized_length(T, n);
 }
 
 void kob_cdi_EFPh::set_product(const km_MULv3::Context& context, const kob_cdi_EFPh& A, const kob_cdi_EFPh& B,

@@ -34,6 +34,8 @@ public:
     u64 hash = 0;
 
     void forward(const km_MULv3::abstract_btp& p, void* storage, const kob_cdi_EFPh& x, void* scratch);
+    // For a single use: the next product must consume it. Cheaper.
+    void forward_once(const km_MULv3::abstract_btp& p, void* storage, const kob_cdi_EFPh& x, void* scratch);
   };
 
   void attach(u64* words, u64 allocated);
@@ -73,6 +75,10 @@ public:
   // Fatal: mismatching parameters, a product longer than the transform holds, too little room.
   void set_inverse_fmul(const Transform& TA, const Transform& TB, void* scratch);
   void set_inverse_fsqr(const Transform& TA, void* scratch);
+  // This = TA TB + TC TD, or the difference, which must be positive: one inverse of both. Of parameters that
+  // have an ntp() only. TA's data are destroyed, the others' kept. Both products have the same exponent.
+  void set_inverse_fmul_ext(const Transform& TA, const Transform& TB, const Transform& TC,
+                            const Transform& TD, bool subtract, void* scratch);
   // This = A * B through the algorithm table, without kept transforms.
   // work: km_MULv3::memory_cost(A.L + B.L, context.threads, context.reduced_memory) bytes.
   void set_product(const km_MULv3::Context& context, const kob_cdi_EFPh& A, const kob_cdi_EFPh& B,

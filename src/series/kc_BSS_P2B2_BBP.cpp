@@ -79,7 +79,7 @@ double kc_BSS_P2B2_BBP::merge_cost(u64 words) const {
 }
 
 void kc_BSS_P2B2_BBP::merge(const km_MULv3::Context& context, u64 a, u64 m, u64 b, const kob_cdi_EFPh* left,
-                            const kob_cdi_EFPh* right, kob_cdi_EFPh* out, bool, void* work) const {
+                            const kob_cdi_EFPh* right, kob_cdi_EFPh* out, bool, void* work, u64) const {
   const u64 n = longest(left) + longest(right);
   Layout layout(work, merge_bytes(std::max(left->AL, right->AL), context));
   const MergePlacement place(layout, n, context);

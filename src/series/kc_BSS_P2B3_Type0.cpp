@@ -35,11 +35,12 @@ namespace {
 // Work of merging two halves: the second product of R, and the products' own memory.
 struct MergePlacement {
   u64* second;
+  u64 work_bytes;
   void* work;
   MergePlacement(Layout& layout, u64 product_words, const km_MULv3::Context& context)
       : second(layout.take<u64>(product_words + 1)),
-        work(layout.take_bytes(
-            km_MULv3::memory_cost(product_words, context.threads, context.reduced_memory))) {}
+        work_bytes(km_MULv3::memory_cost(product_words, context.threads, context.reduced_memory)),
+        work(layout.take_bytes(work_bytes)) {}
 };
 
 } // namespace
@@ -56,14 +57,19 @@ double kc_BSS_P2B3_Type0::merge_cost(u64 words) const {
 }
 
 void kc_BSS_P2B3_Type0::merge(const km_MULv3::Context& context, u64 a, u64 m, u64, const kob_cdi_EFPh* left,
-                              const kob_cdi_EFPh* right, kob_cdi_EFPh* out, bool need_P, void* work) const {
+                              const kob_cdi_EFPh* right, kob_cdi_EFPh* out, bool need_P, void* work,
+                              u64 bytes) const {
   const u64 n = longest(left) + longest(right);
-  Layout layout(work, merge_bytes(std::max(left->AL, right->AL), context));
+  const bool subtract = alternating && ((m - a) & 1) != 0;
+  if (MergeProducts products(context, n + 1, work, bytes); products.possible())
+    return products.merge(left, right, subtract, need_P ? &out[0] : nullptr, out[1], out[2]);
+
+  Layout layout(work, bytes);
   const MergePlacement place(layout, n, context);
   kob_cdi_EFPh second;
   second.attach(place.second, n + 1);
 
-  SharedProducts products(context, n, place.work);
+  SharedProducts products(context, n, place.work, place.work_bytes + layout.left());
   products.keep(right[1]);
   products.multiply(out[1], left[1]); // Ql Qr
   products.multiply(out[2], left[2]); // Rl Qr

@@ -40,7 +40,8 @@ inline constexpr u64 PROGRESS_WORDS = 64;
 //   bool is_leaf(a, b) const
 //   void leaf(a, b, kob_cdi_EFPh* out) const
 //   u64 merge_bytes(capacity, context) const          work of merging two halves of that capacity
-//   void merge(context, a, m, b, left, right, out, need_first, work) const
+//   void merge(context, a, m, b, left, right, out, need_first, work, bytes) const
+//     with at least merge_bytes(...) bytes of work; what is more may be used to be faster
 //   double merge_cost(words) const                    for progress
 //
 // need_first tells whether out[0] is used by anybody; on the right spine it is not.
@@ -113,7 +114,7 @@ public:
 
     km_MULv3::Context multiply = context_.multiply;
     multiply.threads = threads;
-    shape_.merge(multiply, a, place.m, b, left, right, out, need_first, area);
+    shape_.merge(multiply, a, place.m, b, left, right, out, need_first, area, area_bytes);
     if (context_.fault != nullptr)
       for (u64 i = 0; i < Shape::INTEGERS; i++) context_.fault->after_merge(out[i], a, b);
     const kob_cdi_EFPh* results[Shape::INTEGERS];

@@ -80,7 +80,7 @@ double Series_E_Taylor::merge_cost(u64 words) const {
 }
 
 void Series_E_Taylor::merge(const km_MULv3::Context& context, u64 a, u64 m, u64, const kob_cdi_EFPh* left,
-                            const kob_cdi_EFPh* right, kob_cdi_EFPh* out, bool, void* work) const {
+                            const kob_cdi_EFPh* right, kob_cdi_EFPh* out, bool, void* work, u64) const {
   const u64 n = std::max(left[0].L, left[1].L) + right[1].L;
   Layout layout(work, merge_bytes(std::max(left->AL, right->AL), context));
   const MergePlacement place(layout, n, context);

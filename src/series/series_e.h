@@ -32,7 +32,7 @@ public:
   void leaf(u64 a, u64 b, kob_cdi_EFPh* out) const;
   u64 merge_bytes(u64 capacity, const km_MULv3::Context& context) const;
   void merge(const km_MULv3::Context& context, u64 a, u64 m, u64 b, const kob_cdi_EFPh* left,
-             const kob_cdi_EFPh* right, kob_cdi_EFPh* out, bool need_first, void* work) const;
+             const kob_cdi_EFPh* right, kob_cdi_EFPh* out, bool need_first, void* work, u64 bytes) const;
   double merge_cost(u64 words) const;
 };
 

@@ -192,7 +192,7 @@ double Series_EulerGamma_BM_AB::merge_cost(u64 words) const {
 
 void Series_EulerGamma_BM_AB::merge(const km_MULv3::Context& context, u64 a, u64 m, u64,
                                     const kob_cdi_EFPh* left, const kob_cdi_EFPh* right, kob_cdi_EFPh* out,
-                                    bool need_H, void* work) const {
+                                    bool need_H, void* work, u64) const {
   const u64 capacity = std::max(left->AL, right->AL);
   Layout layout(work, merge_bytes(capacity, context));
   const MergeSizes sizes{std::max(left[ID].L, left[IH].L), std::max(right[ID].L, need_H ? right[IH].L : 0),

@@ -1,7 +1,12 @@
-// Products of one merge that share a transform: x * y for several x and a kept y.
+// Products of one merge that share transforms.
 //
-// Two kept transforms are what takes the most memory of a run. With reduced memory long products keep none:
-// each is formed on its own, one operand's transform prime by prime.
+// SharedProducts: x * y for several x and a kept y: two transforms at a time. With reduced memory, where the
+// work does not hold them, none is kept: each product is formed on its own, one operand's transform prime by
+// prime.
+//
+// MergeProducts: all of a merge's operands transformed once, Rl Qr +- Pl Rr added before one inverse: four
+// transforms at a time. At the top of a recursion they are what would take the most memory of a run; from the
+// level below on, the work that the top needs holds them.
 #pragma once
 
 #include "arithmetic/kob_cdi_EFPh.h"
@@ -16,10 +21,17 @@ namespace kelvane {
 class SharedProducts {
 public:
   SharedProducts(const km_MULv3::Context& context, u64 product_words, void* work)
+      : SharedProducts(context, product_words, work,
+                       km_MULv3::memory_cost(product_words, context.threads, context.reduced_memory)) {}
+  // With `bytes` of work, at least as many.
+  SharedProducts(const km_MULv3::Context& context, u64 product_words, void* work, u64 bytes)
       : context_(context), work_(work) {
-    if (context.reduced_memory && product_words > km_MULv3::LONGEST_FFT) return;
-    parameters_ = km_MULv3::select(product_words, context, &storage_);
-    Layout layout(work, km_MULv3::memory_cost(product_words, context.threads));
+    full_.reduced_memory = false;
+    if (context.reduced_memory && product_words > km_MULv3::LONGEST_FFT &&
+        km_MULv3::product_cost(product_words, context.threads) > bytes)
+      return;
+    parameters_ = km_MULv3::select(product_words, full_, &storage_);
+    Layout layout(work, bytes);
     kept_data_ = layout.take_bytes(parameters_->transform_bytes());
     passing_data_ = layout.take_bytes(parameters_->transform_bytes());
     scratch_ = layout.take_bytes(parameters_->scratch_bytes());
@@ -33,18 +45,69 @@ public:
   void multiply(kob_cdi_EFPh& out, const kob_cdi_EFPh& x) {
     if (parameters_ == nullptr) return out.set_product(context_, x, *kept_number_, work_);
     kob_cdi_EFPh::Transform passing;
-    passing.forward(*parameters_, passing_data_, x, scratch_);
+    passing.forward_once(*parameters_, passing_data_, x, scratch_);
     out.set_inverse_fmul(passing, kept_, scratch_);
   }
 
 private:
   const km_MULv3::Context& context_;
+  km_MULv3::Context full_ = context_;
   void* work_;
   const kob_cdi_EFPh* kept_number_ = nullptr;
   km_MULv3::btp_storage storage_;
-  km_MULv3::abstract_btp* parameters_ = nullptr; // null: nothing is kept, see below
+  km_MULv3::abstract_btp* parameters_ = nullptr; // null: nothing is kept
   void *kept_data_ = nullptr, *passing_data_ = nullptr, *scratch_ = nullptr;
   kob_cdi_EFPh::Transform kept_;
+};
+
+// The products of a merge of (Pl, Ql, Rl) and (Pr, Qr, Rr), every one of at most product_words words, the sum
+// included. `context` must outlive the object.
+class MergeProducts {
+public:
+  MergeProducts(const km_MULv3::Context& context, u64 product_words, void* work, u64 bytes) : full_(context) {
+    full_.reduced_memory = false;
+    if (product_words <= km_MULv3::LONGEST_FFT) return;
+    const km_MULv3::abstract_btp* const record = km_MULv3::select(product_words, full_, &storage_);
+    if (record->ntp() == nullptr) return;
+    Layout measure;
+    place(measure, *record);
+    if (measure.used() > bytes) return;
+    Layout layout(work, bytes);
+    place(layout, *record);
+    parameters_ = record;
+  }
+  // Whether the work holds what is needed.
+  bool possible() const { return parameters_ != nullptr; }
+
+  // Q = Ql Qr, R = Rl Qr + Pl Rr or the difference, P = Pl Pr where P is not null.
+  void merge(const kob_cdi_EFPh* left, const kob_cdi_EFPh* right, bool subtract, kob_cdi_EFPh* P,
+             kob_cdi_EFPh& Q, kob_cdi_EFPh& R) {
+    kob_cdi_EFPh::Transform qr, pl, passing, other;
+    qr.forward(*parameters_, data_[0], right[1], scratch_);
+    passing.forward_once(*parameters_, data_[1], left[1], scratch_);
+    Q.set_inverse_fmul(passing, qr, scratch_);
+    passing.forward_once(*parameters_, data_[1], left[2], scratch_);
+    other.forward_once(*parameters_, data_[3], right[2], scratch_);
+    if (P != nullptr)
+      pl.forward(*parameters_, data_[2], left[0], scratch_);
+    else
+      pl.forward_once(*parameters_, data_[2], left[0], scratch_);
+    R.set_inverse_fmul_ext(passing, qr, pl, other, subtract, scratch_);
+    if (P == nullptr) return;
+    passing.forward_once(*parameters_, data_[1], right[0], scratch_);
+    P->set_inverse_fmul(passing, pl, scratch_);
+  }
+
+private:
+  void place(Layout& layout, const km_MULv3::abstract_btp& record) {
+    for (void*& data : data_) data = layout.take_bytes(record.transform_bytes());
+    scratch_ = layout.take_bytes(record.scratch_bytes());
+  }
+
+  km_MULv3::Context full_;
+  km_MULv3::btp_storage storage_;
+  const km_MULv3::abstract_btp* parameters_ = nullptr;
+  void *data_[4], *scratch_ = nullptr;
 };
 
 } // namespace kelvane

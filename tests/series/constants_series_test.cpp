@@ -151,7 +151,7 @@ template <class Series> void expect_leaf_equals_merges(const Series& series, u64
     Work work(series.merge_bytes(200, context));
     series.leaf(a, a + m, l);
     series.leaf(a + m, a + terms, r);
-    series.merge(context, a, a + m, a + terms, l, r, out, true, work.data());
+    series.merge(context, a, a + m, a + terms, l, r, out, true, work.data(), series.merge_bytes(200, context));
     std::vector<OwnedEFPh> one(N, OwnedEFPh(200));
     for (u64 i = 0; i < N; i++) expected[i].attach(one[i].storage.data(), 200);
     series.leaf(a, a + terms, expected);
