@@ -2,7 +2,8 @@
 //
 //   flint_constants NAME DIGITS THREADS        NAME: log2, zeta3, catalan, gamma
 //
-// Prints "compute S convert S tail DDDDD": the tail are the last five of DIGITS digits after the point, truncated.
+// Prints "compute S convert S tail DDDDD": the tail are the last five of DIGITS digits after the point,
+// truncated.
 #include <arb.h>
 #include <flint/flint.h>
 

@@ -51,7 +51,7 @@ void Series_Zeta3_AZ2::term(u64 k, SeriesTerm& t) const {
     t.multiply_q(4 * k - 1);
   }
   const u64 j = k - 1;
-  for (const u64 c : {126392, 412708, 531578, 336367, 104000, 12463}) t.horner(j, c);
+  for (const u64 c : {126392u, 412708u, 531578u, 336367u, 104000u, 12463u}) t.horner(j, c);
 }
 
 } // namespace kelvane
