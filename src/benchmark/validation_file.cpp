@@ -56,10 +56,10 @@ std::string last_digits(const FinishResult& result) {
 }
 
 std::string clocks_text(const ClockCheck& clocks) {
-  char text[160];
-  std::snprintf(text, sizeof text, "CLOCK_MONOTONIC %.3f seconds, CLOCK_REALTIME %.3f seconds: they %s",
-                clocks.monotonic_seconds(), clocks.day_seconds(), clocks.agree() ? "agree" : "DISAGREE");
-  return text;
+  char text[128];
+  std::snprintf(text, sizeof text, "CLOCK_MONOTONIC %.3f seconds, CLOCK_REALTIME %.3f seconds",
+                clocks.monotonic_seconds(), clocks.day_seconds());
+  return std::string(text) + (clocks.agree() ? ": they agree" : CLOCKS_DISAGREE);
 }
 
 std::string text_checksum(const std::string& text) {
@@ -120,7 +120,8 @@ FileVerdict examine(const std::string& text) {
   if (version < FORMAT) return FileVerdict::TOO_OLD;
   if (version > FORMAT) return FileVerdict::TOO_NEW;
   const size_t end = text.rfind(CHECKSUM_LABEL);
-  if (!titled || end == std::string::npos) return FileVerdict::ALTERED;
+  if (!titled || end == std::string::npos || text.size() > LONGEST_VALIDATION_FILE)
+    return FileVerdict::ALTERED;
   const std::string body = text.substr(0, end);
   return with_checksum(body) == text && printable(body) == body ? FileVerdict::VALID : FileVerdict::ALTERED;
 }

@@ -26,6 +26,8 @@ namespace kelvane {
 std::string last_digits(const FinishResult& result);
 // "CLOCK_MONOTONIC 12.345 seconds, CLOCK_REALTIME 12.345 seconds: they agree"
 std::string clocks_text(const ClockCheck& clocks);
+// How that ends when they do not.
+inline constexpr char CLOCKS_DISAGREE[] = ": they DISAGREE";
 
 struct ValidationInput {
   const ComputeSettings& settings;
@@ -48,13 +50,13 @@ std::string text_checksum(const std::string& text);
 // The text with its checksum line.
 std::string with_checksum(const std::string& text);
 
+inline constexpr u64 LONGEST_VALIDATION_FILE = 65536; // bytes; written are about 3000
 enum class FileVerdict { VALID, ALTERED, TOO_OLD, TOO_NEW, NO_VALIDATION_FILE };
-// Judges the text of a file. Any bytes will do.
+// Judges the text of a file, of which no more than LONGEST_VALIDATION_FILE + 1 bytes need to be there. Any
+// bytes will do.
 FileVerdict examine(const std::string& text);
 
 // The value behind a label at the beginning of a line, up to the end of the line; empty when there is none.
 std::string value_of(const std::string& text, const std::string& label);
-
-inline constexpr u64 LONGEST_VALIDATION_FILE = 65536; // bytes; written are about 3000
 
 } // namespace kelvane
