@@ -38,14 +38,19 @@ std::string printable(std::string text) {
   return text;
 }
 
-// Reads "Version a.b.c Validation" where the text begins; false when it does not stand there.
-bool read_version(const std::string& text, FormatVersion& version) {
-  constexpr size_t LONGEST = 64; // characters of such a line
-  const std::string line = text.substr(0, std::min(text.find('\n'), LONGEST)) + "\n";
+// The line that begins at `from`, without what a transfer as text may have put at its end.
+std::string line_at(const std::string& text, size_t from) {
+  constexpr size_t LONGEST = 64; // characters looked at
+  const std::string line = text.substr(from, std::min(text.find('\n', from) - from, LONGEST));
+  return line.substr(0, line.find('\r'));
+}
+
+// Reads "Version a.b.c Validation", nothing else in the line.
+bool read_version(const std::string& line, FormatVersion& version) {
   // At most six digits a part: no part overflows. What was read must give the same line again.
   if (std::sscanf(line.c_str(), "Version %6u.%6u.%6u Validation", &version[0], &version[1], &version[2]) != 3)
     return false;
-  return line == version_line(version);
+  return line + "\n" == version_line(version);
 }
 
 } // namespace
@@ -114,8 +119,11 @@ std::wstring validation_path(const ComputeSettings& settings, std::time_t start,
 
 FileVerdict examine(const std::string& text) {
   FormatVersion version;
-  const bool titled = text.compare(0, sizeof TITLE - 1, TITLE) == 0;
-  if (!read_version(titled ? text.substr(sizeof TITLE - 1) : text, version))
+  const std::string first = line_at(text, 0);
+  const size_t newline = text.find('\n');
+  const std::string second = newline == std::string::npos ? "" : line_at(text, newline + 1);
+  const bool titled = first + "\n" == TITLE;
+  if (!read_version(first, version) && !read_version(second, version))
     return titled ? FileVerdict::ALTERED : FileVerdict::NO_VALIDATION_FILE;
   if (version < FORMAT) return FileVerdict::TOO_OLD;
   if (version > FORMAT) return FileVerdict::TOO_NEW;

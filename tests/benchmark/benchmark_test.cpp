@@ -320,6 +320,11 @@ TEST(ValidationFile, Verdicts) {
        {"Version 0.6.1\n", "Version 0.6.1 Validation \n", "Version 00.6.1 Validation\n", "",
         "Version 0.6.99999999999999999999 Validation\n", "Version 0.6.-1 Validation\n"})
     EXPECT_EQ(examine(with_version(changed)), FileVerdict::ALTERED) << changed;
+  std::string changed = text; // other line ends; another title
+  changed.insert(changed.find('\n'), 1, '\r');
+  EXPECT_EQ(examine(changed), FileVerdict::ALTERED);
+  EXPECT_EQ(examine("k" + text.substr(1)), FileVerdict::ALTERED);
+  EXPECT_EQ(examine(text.substr(text.find('\n') + 1)), FileVerdict::ALTERED);
   // The version alone is enough to say so; the rest of such a file may be anything.
   EXPECT_EQ(examine("Version 0.5.0 Validation\nbla"), FileVerdict::TOO_OLD);
   EXPECT_EQ(examine(line), FileVerdict::ALTERED);

@@ -55,13 +55,13 @@ class Benchmark(ProgramTest):
                 file.write(changed)
             read = self.run_program(4, path).text
             self.assertIn("This validation file has been altered.\n", read)
-            self.assertNotIn("is valid", read)
+            self.assertNotIn("validation file is valid", read)
 
     def test_multi_threaded(self):
         self.check(MULTI, os.sysconf("SC_NPROCESSORS_ONLN"))
 
     def test_wrong_answers(self):
-        wrong = ["2", "x5"] if MANY else []  # a letter reads as 0: single-threaded
+        wrong = ["2", "0"] if MANY else []
         result = self.benchmark(*wrong, 10, 99, 0, 19, 30, 20)
         self.assertEqual(result.text.count("option: "), 1 + len(wrong) + 3 + 3)
         self.assertIn("Threads:    1\n", result.text)
