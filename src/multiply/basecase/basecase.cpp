@@ -65,6 +65,8 @@ template <class W> void square(W* out, const W* A, u64 n) {
 }
 
 const bool USE_ADX = has_adx() && simd::active_isa() != simd::Isa::sse3;
+using Product = void (*)(u64* out, const u64* A, u64 na, const u64* B, u64 nb);
+const Product PRODUCT = USE_ADX ? multiply_basecase_adx : multiply_basecase_portable;
 
 } // namespace
 
@@ -80,8 +82,7 @@ void square_basecase_portable(u64* out, const u64* A, u64 n) {
 }
 
 void multiply_basecase(u64* out, const u64* A, u64 na, const u64* B, u64 nb) {
-  if (USE_ADX) return multiply_basecase_adx(out, A, na, B, nb);
-  product(out, A, na, B, nb);
+  PRODUCT(out, A, na, B, nb);
 }
 void multiply_basecase(u32* out, const u32* A, u64 na, const u32* B, u64 nb) {
   product(out, A, na, B, nb);

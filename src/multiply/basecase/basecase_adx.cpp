@@ -97,6 +97,62 @@ template <u32 N> void product(u64* out, const u64* A, const u64* B, u64 nb) {
   for (u64 j = 1; j < nb; j++) out[N + j] = add_row<N>(out + j, A, B[j], 0);
 }
 
+// (r4 .. r0) <- (r3 .. r0) + A[0, 4) x, in registers.
+inline void add_row4(const u64* A, u64 x, u64& r0, u64& r1, u64& r2, u64& r3, u64& r4) {
+  u64 low, high;
+  asm("xorl %k[r4], %k[r4]\n\t"
+      "mulxq (%[a]), %[low], %[high]\n\t"
+      "adcxq %[low], %[r0]\n\t"
+      "adoxq %[high], %[r1]\n\t"
+      "mulxq 8(%[a]), %[low], %[high]\n\t"
+      "adcxq %[low], %[r1]\n\t"
+      "adoxq %[high], %[r2]\n\t"
+      "mulxq 16(%[a]), %[low], %[high]\n\t"
+      "adcxq %[low], %[r2]\n\t"
+      "adoxq %[high], %[r3]\n\t"
+      "mulxq 24(%[a]), %[low], %[high]\n\t"
+      "adcxq %[low], %[r3]\n\t"
+      "adoxq %[high], %[r4]\n\t"
+      "movl $0, %k[low]\n\t"
+      "adcxq %[low], %[r4]"
+      : [r0] "+&r"(r0), [r1] "+&r"(r1), [r2] "+&r"(r2), [r3] "+&r"(r3), [r4] "=&r"(r4), [low] "=&r"(low),
+        [high] "=&r"(high)
+      : [a] "r"(A), "d"(x), "m"(*reinterpret_cast<const u64(*)[4]>(A))
+      : "cc");
+}
+
+// The shortest products of the recursion: 4 words each, the sum never leaves the registers.
+template <> void product<4>(u64* out, const u64* A, const u64* B, u64 nb) {
+  u64 r0 = 0, r1 = 0, r2 = 0, r3 = 0, r4;
+  for (; nb >= 4; nb -= 4, B += 4, out += 4) {
+    u64 r5, r6, r7;
+    add_row4(A, B[0], r0, r1, r2, r3, r4);
+    add_row4(A, B[1], r1, r2, r3, r4, r5);
+    add_row4(A, B[2], r2, r3, r4, r5, r6);
+    add_row4(A, B[3], r3, r4, r5, r6, r7);
+    out[0] = r0;
+    out[1] = r1;
+    out[2] = r2;
+    out[3] = r3;
+    r0 = r4;
+    r1 = r5;
+    r2 = r6;
+    r3 = r7;
+  }
+  for (; nb > 0; nb--, B++, out++) {
+    add_row4(A, *B, r0, r1, r2, r3, r4);
+    *out = r0;
+    r0 = r1;
+    r1 = r2;
+    r2 = r3;
+    r3 = r4;
+  }
+  out[0] = r0;
+  out[1] = r1;
+  out[2] = r2;
+  out[3] = r3;
+}
+
 // The triangle above the diagonal, row i of N - 1 - i words at word 2 i + 1.
 template <u32 N, u32 I> inline void triangle(u64* out, const u64* A) {
   if constexpr (I + 1 < N) {

@@ -78,6 +78,7 @@ template <class F> void forward_points(const Shape& shape, const Tree& tree, con
 // Fetch the row at x during the next transform of a row.
 template <class F> void row_ahead(const Shape& shape, const Constants<F>& c, const u64* x) {
   constexpr u64 POINTS = u64{1} << shape_of(F::BACKEND).base_log;
+  if (!shape.stream) return; // the hardware sees to what is near
   c.ahead = {x, POINTS, POINTS / 8, shape.columns() / POINTS};
 }
 

@@ -185,7 +185,10 @@ u64 product_cost(u64 n, u64 threads, bool reduced_memory) {
 void multiply(const Context& context, u64* out, const u64* A, u64 nA, const u64* B, u64 nB, void* work) {
   if (A == B && nA == nB) return square(context, out, A, nA, work);
   // Short products need no record: the operands themselves are the transforms.
-  if (nA + nB <= BKT_MAX) return km_MULB::multiply_unbalanced(out, A, nA, B, nB, static_cast<u64*>(work));
+  if (nA + nB <= BKT_MAX) {
+    if (nA < km_MULB::Thresholds<u64>::multiply) return km_MULB::multiply_basecase(out, B, nB, A, nA);
+    return km_MULB::multiply_unbalanced(out, A, nA, B, nB, static_cast<u64*>(work));
+  }
   if (nA < nB) return multiply_long(context, out, B, nB, A, nA, work);
   multiply_long(context, out, A, nA, B, nB, work);
 }
