@@ -1,12 +1,13 @@
 #!/usr/bin/env python3
-"""Whole computations of Log(2), Zeta(3), Catalan's and Euler's constant: Kelvane against Arb, alternating in one run.
+"""Whole computations: Kelvane against Arb (Log(2), Zeta(3), Catalan's and Euler's constant) and against GMP on one
+thread (e, Sqrt(2), golden ratio), alternating in one run.
 
 Usage: bench/compare_constants.py DIGITS [ROUNDS] [THREADS] [NAME...]
 
 Needs Debian's libflint-arb-dev. Builds what it needs (preset "bench"), runs for each constant the peer and then
 Kelvane's algorithms on the same number of threads (default 2), ROUNDS times (default 5), and prints medians: seconds
 with the conversion to decimal digits, the ratio of medians, and Kelvane's peak memory beside the figure shown. Checks
-that the last digits are the same. NAME: log2, zeta3, catalan, gamma (default: all).
+that the last digits are the same. NAME: log2, zeta3, catalan, gamma (default: these), e, sqrt2, golden.
 """
 
 import os
@@ -25,7 +26,11 @@ CONSTANTS = {
     "zeta3": (["1", "6"], ["Zeta(3), Amdeberhan-Zeiberger 1", "Zeta(3), Amdeberhan-Zeiberger 2"]),
     "catalan": (["1", "8"], ["Catalan, Lupas", "Catalan, Huvent"]),
     "gamma": (["1", "9"], ["Euler's constant, Brent-McMillan", "Euler's constant, refined"]),
+    "e": (["1", "2"], ["e, exp(1)", "e, exp(-1)"]),
+    "sqrt2": (["1", "0", "2"], ["Sqrt(2), Newton"]),
+    "golden": (["1", "1"], ["Golden ratio, Newton"]),
 }
+WITH_GMP = ["e", "sqrt2", "golden"]
 
 
 def plain(text):
@@ -33,7 +38,10 @@ def plain(text):
 
 
 def peer(name, digits, threads):
-    command = [os.path.join(BUILD, "bench", "flint_constants"), name, str(digits), str(threads)]
+    if name in WITH_GMP:
+        command = [os.path.join(BUILD, "bench", "gmp_constants"), name, str(digits)]
+    else:
+        command = [os.path.join(BUILD, "bench", "flint_constants"), name, str(digits), str(threads)]
     out = subprocess.run(command, capture_output=True, text=True, check=True).stdout
     m = re.search(r"compute ([0-9.]+) convert ([0-9.]+) tail ([0-9]+)", out)
     return float(m[1]) + float(m[2]), m[3]
@@ -65,11 +73,11 @@ def main():
     digits = int(sys.argv[1])
     rounds = int(sys.argv[2]) if len(sys.argv) > 2 else 5
     threads = int(sys.argv[3]) if len(sys.argv) > 3 else 2
-    names = sys.argv[4:] or list(CONSTANTS)
+    names = sys.argv[4:] or [name for name in CONSTANTS if name not in WITH_GMP]
     for command in (["cmake", "--preset", "bench"], ["cmake", "--build", "--preset", "bench", "-j2"]):
         subprocess.run(command, cwd=ROOT, check=True, stdout=subprocess.DEVNULL)
     print(f"{digits:,} digits, {threads} threads, medians of {rounds} alternating runs, seconds")
-    print("| constant, formula | Arb | Kelvane | times faster | memory shown | peak |")
+    print("| constant, formula | peer | Kelvane | times faster | memory shown | peak |")
     print("|---|---|---|---|---|---|")
     with tempfile.TemporaryDirectory(prefix="kelvane-bench-") as folder:
         for name in names:

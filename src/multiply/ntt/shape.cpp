@@ -29,7 +29,8 @@ u32 ceil_log2(u64 n) {
 // Long rows, as long as two of them and their lists stay in the second-level cache; shorter ones where the
 // whole would otherwise have too few rows for a tile's constants to pay.
 u32 columns_log(u32 log_n) {
-  if (log_n >= 24) return 16;
+  if (log_n >= 25) return 16;
+  if (log_n >= 23) return 15;
   if (log_n >= 19) return 14;
   if (log_n >= 15) return 12;
   if (log_n >= 13) return 10;
@@ -43,7 +44,7 @@ Shape make_shape(Backend backend, u32 w, u32 r, u32 log_n) {
   s.r = r;
   s.log_columns = columns_log(log_n);
   s.log_rows = log_n - s.log_columns;
-  s.log_tile = s.rows() <= 1024 ? 5 : s.rows() <= 4096 ? 4 : 3;
+  s.log_tile = s.rows() <= 2048 ? 5 : s.rows() <= 8192 ? 4 : 3;
   s.direct = log_n <= DIRECT_LOG;
   s.stream = s.prime_stride() * w * 8 > (u64{4} << 20);
   // (1): 2 b <= log2 P - 1 - log2 N2.
