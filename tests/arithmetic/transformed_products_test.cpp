@@ -99,8 +99,12 @@ TEST(TransformedProducts, OneInverseOfTwoProducts) {
       const u64 nb = 1 + random.below(n / 2), nd = 1 + random.below(n / 2), short_by = subtract ? 1 : 0;
       const s64 ea = static_cast<s64>(random.below(30)) - 15, eb = static_cast<s64>(random.below(30)) - 15;
       const s64 ec = static_cast<s64>(random.below(30)) - 15, ed = ea + eb - ec;
-      // The subtracted product is one word shorter, so the difference is positive.
-      const OwnedEFPh A(random.number(n - 1 - nb), ea), B(random.number(nb), eb);
+      // The subtracted product is one word shorter and the other one's operands fill their top words, so the
+      // difference is positive.
+      std::vector<u64> a = random.number(n - 1 - nb), b = random.number(nb);
+      a.back() |= u64{1} << 63;
+      b.back() |= u64{1} << 63;
+      const OwnedEFPh A(a, ea), B(b, eb);
       const OwnedEFPh C(random.number(n - 1 - short_by - nd), ec), D(random.number(nd), ed);
       Transforms transforms(n, 1 + random.below(3));
       const Transform TA = transforms.make(A, once), TB = transforms.make(B, false),
@@ -108,6 +112,7 @@ TEST(TransformedProducts, OneInverseOfTwoProducts) {
       OwnedEFPh R(round < 4 ? n : n + 5);
       R.set_inverse_fmul_ext(TA, TB, TC, TD, subtract, transforms.scratch());
       const Z want = combined(value(A, SCALE), value(B, SCALE), value(C, SCALE), value(D, SCALE), subtract);
+      ASSERT_GT(mpz_sgn(want.get()), 0) << "seed 2, round " << round << ": the operands are no case";
       ASSERT_TRUE(value(R, 2 * SCALE) == want)
           << "n " << n << ", " << A.L << " x " << B.L << (subtract ? " - " : " + ") << C.L << " x " << D.L
           << ", seed 2, round " << round;
