@@ -37,11 +37,12 @@ inline std::vector<u64> random_words(u64 n, u64 seed) {
   return x;
 }
 
-// Committed memory in huge pages, 64-byte aligned.
+// Committed memory in whole huge pages, as a computation's is; 64-byte aligned.
 class Memory {
 public:
   explicit Memory(u64 bytes) {
-    heap_.create_root(bytes + (u64{1} << 16), 2);
+    constexpr u64 PAGE = u64{1} << 21;
+    heap_.create_root((bytes + (u64{1} << 16) + PAGE - 1) / PAGE * PAGE, 2);
     data = heap_.allocate_aligned(bytes, 64);
   }
   ~Memory() { heap_.free_aligned(data); }
