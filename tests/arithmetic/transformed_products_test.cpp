@@ -90,7 +90,7 @@ TEST(TransformedProducts, OneInverseOfTwoProducts) {
   Words random(2);
   std::vector<u64> lengths{17410, 20011, 35000};
   if (long_run()) {
-    for (u64 n = 50000; n < 1500000; n += n / 4) lengths.push_back(n);
+    for (u64 n = 50000; n < 400000; n += n / 4) lengths.push_back(n);
   }
   for (const u64 n : lengths) {
     const int rounds = scale(8);
