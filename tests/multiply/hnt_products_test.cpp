@@ -152,22 +152,28 @@ private:
   mpz_t z_;
 };
 
+// Up to which length sums and wrapped products are tried at every shape's capacity.
+u64 longest_sums() {
+  return short_run() ? 20000 : long_run() ? u64{1} << 18 : 50000;
+}
+
 // Sums at full headroom, all ones at the full capacity, with the largest differences of coefficients.
 TEST(HntProducts, SumsAndDifferences) {
   std::mt19937_64 random(6);
   for (const simd::Isa isa : every_isa()) {
     const Forced forced(isa);
-    for (const u64 words : boundaries(short_run() ? 20000 : 50000)) {
-      for (int kind = 0; kind < 3; kind++) {
-        // kind 0: four products added; 1: two added, two subtracted; 2: one minus one, raw transforms.
-        const u64 count = kind == 2 ? 2 : 4, n = words;
-        const Record record(n, 2);
+    for (const u64 words : boundaries(longest_sums())) {
+      for (int kind = 0; kind < 4; kind++) {
+        // kind 0: four products added; 1: two added, two subtracted; 2: one minus one, raw transforms;
+        // 3: three added.
+        const u64 count = kind == 2 ? 2 : kind == 3 ? 3 : 4, n = words;
+        const Record record(n, 1 + (n + static_cast<u64>(kind)) % 5);
         std::vector<Words> a, b;
         std::vector<std::unique_ptr<Buffer>> T;
         std::vector<Term> terms;
         Integer sum;
         for (u64 i = 0; i < count; i++) {
-          const bool subtract = kind != 0 && i >= count / 2;
+          const bool subtract = (kind == 1 || kind == 2) && i >= count / 2;
           // The subtracted products are shorter, so that the sum is positive; the last words leave room for
           // four.
           a.push_back(operand(n / 2 - (subtract ? 2 : 0), Pattern::ones, random));
@@ -190,10 +196,10 @@ TEST(HntProducts, WrappedProducts) {
   std::mt19937_64 random(7);
   for (const simd::Isa isa : every_isa()) {
     const Forced forced(isa);
-    for (const u64 words : boundaries(short_run() ? 20000 : 50000)) {
+    for (const u64 words : boundaries(longest_sums())) {
       for (int kind = 0; kind < 4; kind++) {
         // kind 0, 1: products of full length, random and all ones; 2: a sum of two; 3: a negative difference.
-        const Record record(words, 2);
+        const Record record(words, 1 + (words + static_cast<u64>(kind)) % 5);
         const u64 n = record->wrap_words();
         ASSERT_EQ(n, words);
         const Pattern pattern = kind == 0 ? Pattern::random : Pattern::ones;

@@ -2,6 +2,7 @@
 //
 //   KELVANE_SHORT=1        the short form: for sanitizers, which make everything many times slower
 //   KELVANE_TEST_SCALE=n   n times as many random cases, for a long search
+//   KELVANE_LONG=1         the sweeps over all lengths and sizes as well, which take minutes each
 #pragma once
 
 #include <cstdlib>
@@ -10,6 +11,11 @@ namespace kelvane {
 
 inline bool short_run() {
   const char* value = std::getenv("KELVANE_SHORT");
+  return value != nullptr && *value != 0 && *value != '0';
+}
+
+inline bool long_run() {
+  const char* value = std::getenv("KELVANE_LONG");
   return value != nullptr && *value != 0 && *value != '0';
 }
 

@@ -1,0 +1,185 @@
+// The products of a merge: the same integers whatever the work memory, with reduced memory and any threads.
+#include <gtest/gtest.h>
+
+#include "series/recursion.h"
+#include "series/series_pi.h"
+#include "series/shared_products.h"
+#include "support/bignum.h"
+#include "support/short.h"
+#include "support/tables.h"
+
+namespace kelvane {
+namespace {
+
+using test::OwnedEFPh;
+using test::value;
+using test::Words;
+using test::Work;
+using test::Z;
+
+// Two ranges' integers, R last and side by side, as a merge finds them; and what it makes of them.
+struct Merge {
+  std::vector<u64> storage;
+  kob_cdi_EFPh left[3], right[3];
+  std::vector<OwnedEFPh> out;
+
+  // Words of (P, Q, R) of both, every one with one word of room.
+  Merge(const std::vector<u64> (&l)[3], const std::vector<u64> (&r)[3]) {
+    u64 words = 0;
+    for (int i = 0; i < 3; i++) words += l[i].size() + r[i].size() + 4;
+    storage.resize(words);
+    u64* at = storage.data();
+    const auto place = [&](kob_cdi_EFPh& x, const std::vector<u64>& from) {
+      x.attach(at, from.size() + 2);
+      x.set_words(from.data(), from.size());
+      at += x.AL;
+    };
+    for (int i = 0; i < 2; i++) {
+      place(left[i], l[i]);
+      place(right[i], r[i]);
+    }
+    place(left[2], l[2]);
+    place(right[2], r[2]);
+    const u64 n = kc_BSS_P2B3_Type0::longest(left) + kc_BSS_P2B3_Type0::longest(right);
+    for (int i = 0; i < 3; i++) out.emplace_back(n + 2);
+  }
+};
+
+class Operands {
+public:
+  Operands(u64 words, u64 seed) {
+    Words random(seed);
+    for (int i = 0; i < 3; i++) {
+      // Of about the same length, as in a series; the left R and right Q longest, so that R stays positive.
+      l_[i] = random.number(i == 2 ? words : words - 1 - random.below(words / 20));
+      r_[i] = random.number(i == 1 ? words : words - 1 - random.below(words / 20));
+    }
+  }
+  Merge merge() const { return Merge(l_, r_); }
+
+private:
+  std::vector<u64> l_[3], r_[3];
+};
+
+// Q = Ql Qr, R = Rl Qr +- Pl Rr, P = Pl Pr by GMP.
+void expect_right(const Operands& operands, const Merge& m, bool subtract, bool need_P,
+                  const std::string& what) {
+  const Merge fresh = operands.merge();
+  Z l[3], r[3], p, q, s;
+  for (int i = 0; i < 3; i++) {
+    l[i] = value(fresh.left[i], 0);
+    r[i] = value(fresh.right[i], 0);
+  }
+  mpz_mul(p.get(), l[0].get(), r[0].get());
+  mpz_mul(q.get(), l[1].get(), r[1].get());
+  mpz_mul(s.get(), l[2].get(), r[1].get());
+  if (subtract)
+    mpz_submul(s.get(), l[0].get(), r[2].get());
+  else
+    mpz_addmul(s.get(), l[0].get(), r[2].get());
+  if (need_P) {
+    ASSERT_TRUE(value(m.out[0], 0) == p) << "P, " << what;
+    ASSERT_EQ(m.out[0].hash, m.out[0].hash_of_words()) << "P, " << what;
+  }
+  ASSERT_TRUE(value(m.out[1], 0) == q) << "Q, " << what;
+  ASSERT_EQ(m.out[1].hash, m.out[1].hash_of_words()) << "Q, " << what;
+  ASSERT_TRUE(value(m.out[2], 0) == s) << "R, " << what;
+  ASSERT_EQ(m.out[2].hash, m.out[2].hash_of_words()) << "R, " << what;
+}
+
+// The least work that a merge may have, a little more than each of the larger forms needs, and plenty.
+TEST(MergeProducts, EveryAmountOfWorkGivesTheSame) {
+  const Series_Pi_Chudnovsky series;
+  std::vector<u64> lengths{30, 400, 8700, 8720, 12000};
+  if (long_run()) lengths.insert(lengths.end(), {50000, 131000, 270000});
+  for (const u64 words : lengths) {
+    if (short_run() && words > 8720) continue;
+    const Operands operands(words, words);
+    u64 transforms_shared = 0;
+    for (const bool reduced : {false, true}) {
+      for (const u64 threads : {1, 3}) {
+        km_MULv3::Context context = test::context(4 * words, threads);
+        context.reduced_memory = reduced;
+        const u64 least = series.merge_bytes(words, context);
+        u64 plenty = least;
+        {
+          km_MULv3::btp_storage storage;
+          const auto* const record =
+              km_MULv3::select(2 * words + 2, test::context(4 * words, threads), &storage);
+          plenty += 5 * record->transform_bytes() + record->scratch_bytes();
+        }
+        for (const u64 bytes : {least, least + (plenty - least) / 3, plenty}) {
+          for (const bool subtract : {false, true}) {
+            for (const bool need_P : {false, true}) {
+              Merge m = operands.merge();
+              Work work(bytes);
+              const std::string what = std::to_string(words) + " words, " + std::to_string(bytes) +
+                                       " bytes, " + std::to_string(threads) + " threads" +
+                                       (reduced ? ", reduced" : "") + (subtract ? ", difference" : ", sum");
+              transforms_shared += MergeProducts(context, 2 * words + 1, work.data(), bytes).possible();
+              kob_cdi_EFPh out[3] = {m.out[0], m.out[1], m.out[2]};
+              // m - a odd: subtract
+              series.merge(context, 0, subtract ? 1 : 2, 4, m.left, m.right, out, need_P, work.data(), bytes);
+              for (u64 i = 0; i < 3; i++) static_cast<kob_cdi_EFPh&>(m.out[i]) = out[i];
+              expect_right(operands, m, subtract, need_P, what);
+              if (HasFatalFailure()) return;
+            }
+          }
+        }
+      }
+    }
+    // The three forms have all been met where the length has them.
+    if (2 * words > km_MULv3::LONGEST_FFT)
+      EXPECT_TRUE(transforms_shared >= 16 && transforms_shared <= 32) << words << ": " << transforms_shared;
+    else
+      EXPECT_EQ(transforms_shared, 0u) << words;
+  }
+}
+
+// x y and z y with y kept, z y over both operands.
+TEST(SharedProducts, EveryAmountOfWorkGivesTheSame) {
+  std::vector<u64> lengths{20, 500, 8600, 9000, 20000};
+  if (long_run()) lengths.insert(lengths.end(), {100000, 250000});
+  for (const u64 words : lengths) {
+    Words random(words);
+    const std::vector<u64> x = random.number(words), y = random.number(words), z = random.number(words);
+    for (const bool reduced : {false, true}) {
+      km_MULv3::Context context = test::context(4 * words, 2);
+      context.reduced_memory = reduced;
+      const u64 least = km_MULv3::memory_cost(2 * words, 2, reduced);
+      for (const u64 bytes : {least, km_MULv3::memory_cost(2 * words, 2, false)}) {
+        std::vector<u64> memory(2 * words);
+        std::copy(y.begin(), y.end(), memory.begin());
+        std::copy(z.begin(), z.end(), memory.begin() + static_cast<s64>(words));
+        const OwnedEFPh X(x, 0), want_y(y, 0), want_z(z, 0);
+        kob_cdi_EFPh Y, ZZ, over;
+        Y.attach(memory.data(), words);
+        Y.L = words;
+        Y.finish_words();
+        ZZ.attach(memory.data() + words, words);
+        ZZ.L = words;
+        ZZ.finish_words();
+        OwnedEFPh first(2 * words), second(2 * words);
+        Work work(bytes);
+        SharedProducts products(context, 2 * words, work.data(), bytes);
+        products.keep(Y);
+        products.multiply(first, X);
+        products.multiply(second, ZZ);
+        Z want;
+        mpz_mul(want.get(), value(X, 0).get(), value(want_y, 0).get());
+        ASSERT_TRUE(value(first, 0) == want) << words << (reduced ? " reduced" : "");
+        ASSERT_EQ(first.hash, first.hash_of_words());
+        mpz_mul(want.get(), value(want_z, 0).get(), value(want_y, 0).get());
+        ASSERT_TRUE(value(second, 0) == want) << words << (reduced ? " reduced" : "");
+        if (!km_MULv3::may_multiply_over(2 * words)) continue;
+        over.attach(memory.data(), 2 * words);
+        products.multiply_over(over, ZZ);
+        ASSERT_TRUE(value(over, 0) == want) << words << (reduced ? " reduced" : "") << ", over";
+        ASSERT_EQ(over.hash, over.hash_of_words());
+      }
+    }
+  }
+}
+
+} // namespace
+} // namespace kelvane
