@@ -120,7 +120,8 @@ void run_computation(ComputeSettings& settings, const RunFaults& faults, RunReco
 
   print_timings(record);
   print_last_digits(settings, record.result);
-  write_report(settings, record);
+  // A run without digit files is a benchmark, which writes a validation file instead.
+  if (settings.write_digits) write_report(settings, record);
 }
 
 } // namespace kelvane

@@ -129,6 +129,7 @@ void finish(ComputeContext& context, kob_cdi_GFP& x) {
   input.fraction_words = kept;
   input.decimal_digits = settings.decimal_digits;
   input.hexadecimal_digits = settings.hexadecimal_digits;
+  input.write_digits = settings.write_digits;
   input.output = {settings.output_path, settings.constant->get_name(),
                   settings.constant->get_algorithm_short_name(settings.algorithm), settings.digits_per_file};
   // Keeps the number of a compressed file apart from names like "Machin 1".

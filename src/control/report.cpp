@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "control/constant.h"
+#include "multiply/simd/isa.h"
 #include "shell/console.h"
 #include "shell/exception.h"
 #include "shell/file.h"
@@ -93,38 +94,79 @@ void print_last_digits(const ComputeSettings& settings, const FinishResult& resu
 
 namespace {
 
-std::string report_text(const ComputeSettings& settings, const RunRecord& record) {
+std::string entry(const char* label, const std::string& value) {
+  return label + value + "\n";
+}
+
+std::string compression_text(u64 digits_per_file) {
+  if (digits_per_file == 0) return "text file";
+  if (digits_per_file == ComputeSettings::ONE_FILE) return "one compressed file";
+  return "compressed files of " + Console::format_commas(digits_per_file) + " digits";
+}
+
+// Every phase with its duration: a phase ends where the next one begins.
+std::string phase_lines(const EventLog& log) {
+  std::string text = "Phases:            at    seconds\n";
+  const std::vector<Event>& events = log.events();
+  for (size_t i = 0; i < events.size(); i++) {
+    const bool last = i + 1 == events.size();
+    char line[48];
+    std::snprintf(line, sizeof line, last ? "%21.3f          -  " : "%21.3f %10.3f  ", events[i].seconds,
+                  last ? 0 : events[i + 1].seconds - events[i].seconds);
+    text += line + events[i].name + "\n";
+  }
+  return text;
+}
+
+} // namespace
+
+std::string system_lines(const std::vector<SystemFact>& facts) {
+  std::string text;
+  for (const SystemFact& fact : facts) text += fact.text() + "\n";
+  return text + entry("Instruction Set:  ", simd::name(simd::active_isa()));
+}
+
+std::string settings_lines(const ComputeSettings& settings, const RunRecord& record) {
   const kcr_Constant& constant = *settings.constant;
-  const auto entry = [](const std::string& label, const std::string& value) { return label + value + "\n"; };
-  std::string text = std::string("Kelvane v") + VERSION + "\n" + entry("Version:  ", BUILD_TAG) + "\n";
-  text += entry("Processor(s):        ", processor_brand());
-  text += entry("Logical Cores:       ", std::to_string(logical_processors()));
-  text += entry("Physical Memory:     ", Console::format_bytes(physical_memory()));
-  text += "\n";
-  text += entry("Constant:            ", constant.get_full_name());
+  std::string text = entry("Constant:            ", constant.get_full_name());
   text += entry("Algorithm:           ", constant.get_algorithm_name(settings.algorithm));
   text += entry("Decimal Digits:      ", Console::format_commas(settings.decimal_digits));
   text += entry("Hexadecimal Digits:  ", hexadecimal_text(settings));
+  text += entry("Precision:           ", Console::format_commas(settings.precision_words) + " words");
   text += entry("Threads:             ", std::to_string(settings.threads));
   text += entry("Mode:                ", mode_text(settings));
+  text += entry("Output:              ",
+                settings.write_digits ? compression_text(settings.digits_per_file) : "none");
   text += entry("Working Memory:      ", Console::format_bytes(record.working_bytes));
   text += entry("Twiddle Tables:      ", Console::format_bytes(record.table_bytes));
-  text += "\n";
-  text += entry("Start Time:          ", local_time_text(record.times.start));
-  text += entry("End Time:            ", local_time_text(record.times.end));
+  return text;
+}
+
+std::string time_lines(const RunRecord& record) {
+  std::string text = entry("Start Time:  ", local_time_text(record.times.start));
+  text += entry("End Time:    ", local_time_text(record.times.end));
   text += entry("Total Computation Time:             ", Console::format_seconds(record.times.computation));
   text += entry("Total Time (with output + verify):  ", total_time_text(record));
   text += entry("CPU Utilization:        ", utilization_text(record.times, 1));
   text += entry("Multi-core Efficiency:  ",
                 utilization_text(record.times, static_cast<double>(logical_processors())));
-  text += "\nEvents (seconds since the start):\n";
-  for (const Event& event : record.events.events())
-    text += "  " + fixed3(event.seconds) + "  " + event.name + "\n";
-  text += "\nDigits after the point, each of 0 to 9:\n";
-  for (const u64 count : record.result.digit_counts) text += "  " + Console::format_commas(count) + "\n";
-  text +=
-      entry("\nDecimal digits as an integer, modulo 2^61 - 1:  ", std::to_string(record.result.decimal_hash));
-  text += "\nLast Digits:\n" + last_digit_lines(record.result.tail_digits, record.result.tail_start);
+  return text + "\n" + phase_lines(record.events);
+}
+
+std::string digit_lines(const FinishResult& result) {
+  std::string text = entry(RESIDUE_LABEL, std::to_string(result.decimal_hash));
+  text += "\nCounts of the digits after the point:\n";
+  for (u64 digit = 0; digit < 10; digit++)
+    text += "  " + std::to_string(digit) + Console::format_commas(result.digit_counts[digit], 20) + "\n";
+  return text + "\nLast Digits:\n" + last_digit_lines(result.tail_digits, result.tail_start);
+}
+
+namespace {
+
+std::string report_text(const ComputeSettings& settings, const RunRecord& record) {
+  std::string text = std::string("Kelvane v") + VERSION + "\n\n";
+  text += system_lines(system_facts()) + "\n" + settings_lines(settings, record) + "\n";
+  text += time_lines(record) + "\n" + digit_lines(record.result);
   text += "\nFiles:\n";
   for (const std::wstring& path : record.result.files) text += "  " + path_to_narrow(path) + "\n";
   return text;
@@ -143,7 +185,7 @@ std::wstring report_path(const ComputeSettings& settings, std::time_t start) {
 void write_report(const ComputeSettings& settings, const RunRecord& record) {
   const std::wstring path = report_path(settings, record.times.start);
   try {
-    write_whole_file(path, report_text(settings, record));
+    replace_whole_file(path, report_text(settings, record));
     Console::print("Report:  ");
     Console::set_color_green(true);
     Console::print(full_path(path) + L"\n");

@@ -222,6 +222,19 @@ void write_whole_file(const std::wstring& path, const std::string& text, FileSys
   file.close();
 }
 
+void replace_whole_file(const std::wstring& path, const std::string& text, FileSystem& files) {
+  const std::wstring incomplete = path + L".incomplete";
+  try {
+    write_whole_file(incomplete, text, files);
+    rename_file(files, incomplete, path);
+  } catch (km_exception& e) {
+    files.remove(incomplete); // may not exist
+    e.wtext = path;
+    throw;
+  }
+  sync_folder(files, folder_of(path));
+}
+
 std::wstring folder_prefix(const std::wstring& folder) {
   if (folder.empty() || folder.back() == L'/' || folder.back() == L'\\') return folder;
   return folder + L"/";

@@ -93,6 +93,10 @@ void sync_folder(FileSystem& files, const std::wstring& folder);
 // Makes or replaces a small text file.
 void write_whole_file(const std::wstring& path, const std::string& text, FileSystem& files = posix_files());
 
+// Makes or replaces a small file in one step: it is written beside its place, synced, and renamed, so that
+// under its name there is the old text, the new text or nothing. A failure removes what was written.
+void replace_whole_file(const std::wstring& path, const std::string& text, FileSystem& files = posix_files());
+
 // `folder` with "/" appended when it is neither empty nor ends in "/" or "\".
 std::wstring folder_prefix(const std::wstring& folder);
 inline std::wstring in_folder(const std::wstring& folder, const std::wstring& name) {

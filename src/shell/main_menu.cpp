@@ -4,6 +4,8 @@
 
 #include <cstring>
 
+#include "benchmark/benchmark_menu.h"
+#include "benchmark/validator.h"
 #include "diagnostics/stress_menu.h"
 #include "shell/about.h"
 #include "shell/advanced_options.h"
@@ -48,7 +50,7 @@ struct Entry {
 };
 
 const Entry ENTRIES[] = {
-    {'T', "  0         Benchmark Pi  (all in ram)\n", [] { print_not_built("The Pi benchmark"); }, false},
+    {'T', "  0         Benchmark Pi  (all in ram)\n", benchmark_menu, false},
     {'T', "  1         Component Stress Tester\n", stress_test_menu, false},
     {'T', "  2         Run I/O Performance Analysis\n",
      [] { print_not_built("The I/O performance analysis"); }, true},
@@ -57,7 +59,7 @@ const Entry ENTRIES[] = {
      "                -   Compute other constants (e, Golden Ratio, etc...)\n"
      "                -   Choose your own settings (use disk for large computations)\n",
      custom_compute_menu, true},
-    {'G', "  4         Benchmark Validator\n", [] { print_not_built("The benchmark validator"); }, false},
+    {'G', "  4         Benchmark Validator\n", benchmark_validator, false},
     {'G', "  5         Advanced Options\n", advanced_options_menu, true},
     {'t', "  6         About\n", print_about, false},
     {'t', "  7         A Word of Warning...\n", print_warning, true},

@@ -29,6 +29,7 @@ struct ComputeSettings {
   u64 decimal_digits = 50'000'000;     // after the point
   u64 hexadecimal_digits = 41'524'102; // 0: disabled
   u64 digits_per_file = 0;             // 0: text; ONE_FILE; else compressed files of so many digits
+  bool write_digits = true;            // false: compute, convert and verify only (benchmarks)
   u64 threads;                         // 1 to MAX_THREADS; the logical processors unless changed
   u64 precision_words = 2'595'258;     // working precision
   std::wstring output_path;            // directory of the digit files; empty: the working directory

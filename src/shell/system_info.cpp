@@ -36,11 +36,6 @@ u64 meminfo(const char* name) {
   return result;
 }
 
-void print_fact(const char* label, const std::string& value) {
-  Console::println_labeled(label, value.empty() ? "Unable to Detect" : value.c_str(),
-                           value.empty() ? 'R' : 'G');
-}
-
 } // namespace
 
 std::string processor_brand() {
@@ -89,23 +84,34 @@ u64 online_processors() {
 
 const SystemSource THIS_SYSTEM = {processor_brand, online_processors, physical_memory, measure_cpu_frequency};
 
-void print_system_info(const SystemSource& source) {
-  const auto text_or_nothing = [](u64 value, const std::string& text) {
-    return value == 0 ? std::string() : text;
+std::vector<SystemFact> system_facts(const SystemSource& source) {
+  std::vector<SystemFact> facts;
+  const auto add = [&facts](const char* label, bool known, const std::string& value, const char* note = "") {
+    facts.push_back({label, known ? value : "Unable to Detect", known, known ? note : ""});
   };
-  print_fact("Version:          ", std::string(VERSION) + " (" + BUILD_TAG + ")");
-  print_fact("Processor(s):     ", source.processor());
-  const u64 cores = source.cores(), memory = source.memory();
-  print_fact("Logical Cores:    ", text_or_nothing(cores, std::to_string(cores)));
-  print_fact("Physical Memory:  ", text_or_nothing(memory, Console::format_bytes(memory)));
+  const std::string processor = source.processor();
+  const u64 cores = source.cores(), memory = source.memory(), frequency = source.frequency();
+  add("Version:          ", true, std::string(VERSION) + " (" + BUILD_TAG + ")");
+  add("Processor(s):     ", !processor.empty(), processor);
+  add("Logical Cores:    ", cores != 0, std::to_string(cores));
+  add("Physical Memory:  ", memory != 0, Console::format_bytes(memory));
+  add("CPU Frequency:    ", frequency != 0, Console::format_commas(frequency),
+      " Hz  (frequency may be inaccurate)");
+  return facts;
+}
 
-  const char* const label = "CPU Frequency:    ";
-  const u64 frequency = source.frequency();
-  if (frequency == 0) return print_fact(label, {});
-  Console::set_color_white();
-  Console::print(label);
-  Console::print_colored(Console::format_commas(frequency), 'G');
-  Console::print(" Hz  (frequency may be inaccurate)\n");
+void print_facts(const std::vector<SystemFact>& facts) {
+  for (const SystemFact& fact : facts) {
+    Console::set_color_white();
+    Console::print(fact.label);
+    Console::print_colored(fact.value, fact.known ? 'G' : 'R');
+    Console::print(fact.note);
+    Console::print("\n");
+  }
+}
+
+void print_system_info(const SystemSource& source) {
+  print_facts(system_facts(source));
 }
 
 } // namespace kelvane

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "shell/types.h"
 
@@ -22,8 +23,19 @@ struct SystemSource {
 };
 extern const SystemSource THIS_SYSTEM;
 
-// Version, processor, logical cores, memory and frequency, a line each; "Unable to Detect" for what is not
-// known.
+// One line about the system: label, value ("Unable to Detect" for what is not known) and what follows it.
+struct SystemFact {
+  const char* label;
+  std::string value;
+  bool known;
+  const char* note;
+  std::string text() const { return label + value + note; }
+};
+// Version, processor, logical cores, memory and frequency, which takes measure_cpu_frequency's time.
+std::vector<SystemFact> system_facts(const SystemSource& source = THIS_SYSTEM);
+
+void print_facts(const std::vector<SystemFact>& facts); // a line each
+// Both in one.
 void print_system_info(const SystemSource& source = THIS_SYSTEM);
 
 } // namespace kelvane

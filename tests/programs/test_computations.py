@@ -113,6 +113,43 @@ def shown_bytes(text):
     return (float(number) + step) * 1024 ** ["bytes", "KiB", "MiB", "GiB", "TiB"].index(unit)
 
 
+class Report(ProgramTest):
+    def test_holds_what_a_result_rests_on(self):
+        self.assertEqual(self.run_program(3, 1, 5, 3, 3, 100003, 5, 3, 0).status, 0)
+        names = os.listdir(self.folder)
+        name = next(n for n in names if re.fullmatch(r"Log\(3\) - \d{8}-\d{6}\.txt", n))
+        self.assertEqual(len(names), 3, names)  # both digit files, the report, nothing unfinished
+        with open(os.path.join(self.folder, name), encoding="ascii") as file:
+            report = file.read()
+        with open(os.path.join(self.folder, "Log(3) - Dec - Machin 1.txt"), encoding="ascii") as file:
+            digits = file.read()
+        self.assertTrue(report.startswith("Kelvane v0.6.5 Build 9444b (fix 2)\n\nVersion:          0.6.5 Build 9444b"))
+        for line in (r"Processor\(s\):     .+", r"Logical Cores:    \d+", "Physical Memory:  .+B", "CPU Frequency:    .+",
+                     r"Instruction Set:  (sse3|avx2|avx512|avx512ifma)", r"Constant:            Log\(3\)",
+                     "Algorithm:           Machin 1 - Machin-like formula of 4 terms", "Decimal Digits:      100,003",
+                     "Hexadecimal Digits:  83,051", r"Precision:           5,\d+ words", "Threads:             3",
+                     "Mode:                Ram Only", "Output:              text file", "Working Memory:      .+B",
+                     r"Total Computation Time:             \d+\.\d+ seconds .*",
+                     r"Total Time \(with output \+ verify\):  \d+\.\d+ seconds .*", "CPU Utilization:        .+ %",
+                     r" +\d+\.\d+ +\d+\.\d+  Base Converting", r" +\d+\.\d+ +\d+\.\d+  Writing Decimal Digits",
+                     r" +\d+\.\d+ +\d+\.\d+  Verifying Base Conversion",
+                     "  " + re.escape(os.path.join(self.folder, "Log(3) - Dec - Machin 1.txt"))):
+            self.assertRegex(report, "(?m)^" + line + "$")
+        # The phases follow each other without a gap.
+        phases = re.findall(r"(?m)^ +(\d+\.\d+) +(\d+\.\d+)  ", report)
+        for (start, seconds), (next_start, _) in zip(phases, phases[1:]):
+            self.assertAlmostEqual(float(start) + float(seconds), float(next_start), delta=0.0021)
+        # Residue, counts and tail against the file.
+        residue = 0
+        for digit in digits.replace(".", ""):
+            residue = (residue * 10 + int(digit)) % (2**61 - 1)
+        self.assertIn(f"Decimal digits as an integer, modulo 2^61 - 1:  {residue}\n", report)
+        for digit in "0123456789":
+            self.assertIn(f"\n  {digit}{format(digits[2:].count(digit), ',').rjust(20)}\n", report)
+        tail = report.split("Last Digits:\n")[1].split("\n\n")[0]
+        self.assertEqual(re.sub(r" :.*\n?| ", "", tail).replace("\n", ""), digits[2 + 99950:])
+
+
 class Digits(ProgramTest):
     def test_decimal_sums(self):
         for answers, name, sums in DECIMAL:

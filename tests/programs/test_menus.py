@@ -97,10 +97,9 @@ class MainMenu(ProgramTest):
             self.assertTrue(result.raw.endswith(RESET), repr(result.raw[-40:]))
 
     def test_what_is_not_built_says_so(self):
-        for option in (0, 2, 4):
-            result = self.run_program(option)
-            self.assertEqual(result.status, 0)
-            self.assertIn(" is not built yet.\n", result.text.split("option: ")[1])
+        result = self.run_program(2)
+        self.assertEqual(result.status, 0)
+        self.assertIn(" is not built yet.\n", result.text.split("option: ")[1])
 
     def test_advanced_options(self):
         result = self.run_program(5, 3, 1)

@@ -112,6 +112,35 @@ TEST(File, WholeFileIsReplacedAndLasting) {
   EXPECT_EQ(files.text(L"f"), "text");
 }
 
+// In every failure the older text stays and nothing else; only the last step comes too late for that.
+TEST(File, WholeFileIsReplacedInOneStep) {
+  const std::wstring path = L"/folder/f";
+  for (const char* operation : {"none", "open", "write", "sync", "close", "rename", "sync_folder"}) {
+    MemoryFiles files;
+    files.put(path, "an older and longer text");
+    files.fail_on = operation;
+    files.fail_times = 1;
+    int error = 0;
+    try {
+      replace_whole_file(path, "text", files);
+    } catch (const km_exception& e) {
+      error = e.code;
+      EXPECT_TRUE(e.wtext == path || std::string(operation) == "sync_folder") << operation;
+    }
+    EXPECT_EQ(error, std::string(operation) == "none" ? 0 : EIO) << operation;
+    const bool replaced = error == 0 || std::string(operation) == "sync_folder";
+    const std::map<std::wstring, std::string> expected = {
+        {path, replaced ? "text" : "an older and longer text"}};
+    EXPECT_EQ(files.contents(), expected) << operation;
+  }
+  MemoryFiles full;
+  full.put(path, "older");
+  full.capacity = 7;
+  expect_error([&] { replace_whole_file(path, "text", full); }, ENOSPC, "Error writing to file.",
+               path.c_str());
+  EXPECT_EQ(full.contents().size(), 1u);
+}
+
 TEST(File, FullDiskKeepsWhatFits) {
   MemoryFiles files;
   files.capacity = 7;
