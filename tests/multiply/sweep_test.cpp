@@ -186,6 +186,7 @@ TEST_P(Sweep, FullFftPlans) {
     note_compared();
     ASSERT_EQ(first_fault_of_ones(out.data(), n / 2, n / 2), n / 2 * 2) << "square, N " << plan.N;
     if (!product) continue;
+    if (n >= u64{1} << 20) std::cout << "             N " << plan.N << std::endl; // these take long
     const Buffer TB(record.transform_bytes());
     record.forward(TA.data(), a.data(), na, scratch.data());
     record.forward(TB.data(), a.data(), nb, scratch.data());
