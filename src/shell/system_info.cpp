@@ -2,10 +2,12 @@
 
 #include "shell/system_info.h"
 
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <sys/sysinfo.h>
+#include <thread>
 #include <unistd.h>
 #include <x86intrin.h>
 
@@ -64,15 +66,24 @@ u64 available_memory() {
   return sysinfo(&info) != 0 ? 0 : (u64{info.freeram} + info.bufferram) * info.mem_unit;
 }
 
+namespace {
+
+struct Instant {
+  u64 ticks = __rdtsc();
+  std::chrono::steady_clock::time_point time = std::chrono::steady_clock::now();
+};
+const Instant PROGRAM_START;
+
+} // namespace
+
 u64 measure_cpu_frequency() {
-  const double start = Console::wall_seconds();
-  const u64 first = __rdtsc();
-  const timespec pause{0, 50'000'000};
-  nanosleep(&pause, nullptr);
-  const double seconds = Console::wall_seconds() - start;
-  const u64 last = __rdtsc();
-  if (last <= first || seconds <= 0) return 0;
-  return static_cast<u64>(static_cast<double>(last - first) / seconds);
+  constexpr auto LEAST = std::chrono::milliseconds(50);
+  const auto since_start = std::chrono::steady_clock::now() - PROGRAM_START.time;
+  if (since_start < LEAST) std::this_thread::sleep_for(LEAST - since_start);
+  const Instant now;
+  const double seconds = std::chrono::duration<double>(now.time - PROGRAM_START.time).count();
+  if (now.ticks <= PROGRAM_START.ticks || seconds <= 0) return 0;
+  return static_cast<u64>(static_cast<double>(now.ticks - PROGRAM_START.ticks) / seconds);
 }
 
 namespace {

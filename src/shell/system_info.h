@@ -11,7 +11,8 @@ namespace kelvane {
 std::string processor_brand();
 u64 physical_memory();  // bytes
 u64 available_memory(); // bytes that can be claimed without swapping
-// Hz of the time-stamp counter, which on today's processors is the nominal clock. Takes 50 ms.
+// Hz of the time-stamp counter, which on today's processors is the nominal clock, over the time since the
+// program's start, which it waits to be at least 50 ms.
 u64 measure_cpu_frequency();
 
 // Where the facts come from, replaceable so that tests can let each of them fail.
