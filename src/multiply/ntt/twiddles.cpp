@@ -59,7 +59,7 @@ public:
     const u64 half = field_.inverse(2);
     table_.minus_half = encode(backend_, field_, field_.p() - half);
     table_.one = encode(backend_, field_, 1);
-    for (const u32 r : {1, 3}) {
+    for (const u32 r : {1u, 3u}) {
       u64 x = field_.mul(field_.power(2, shape_.product_shift), field_.inverse(r));
       for (u32 m = 0; m <= ORDER_LOG; m++, x = field_.mul(x, half))
         table_.last[r == 3][m] = encode(backend_, field_, x);
