@@ -157,11 +157,8 @@ void inverse_tile_of(const Shape& shape, const u64* data, u64 tile, const Output
         F::store(x + row * T + t, F::load(in + row * shape.row_stride() + t));
     }
     // Meanwhile the next prime's columns come in, after the last prime those of the next tile.
-    if (!shape.stream) {
-    } else if (i + 1 < W) {
-      c.ahead = {in + shape.prime_stride(), shape.row_stride(), T / 8, R};
-    } else if (tile + 1 < shape.tiles()) {
-      c.ahead = {data + column + T, shape.row_stride(), T / 8, R};
+    if (shape.stream && (i + 1 < W || tile + 1 < shape.tiles())) {
+      c.ahead = {i + 1 < W ? in + shape.prime_stride() : data + column + T, shape.row_stride(), T / 8, R};
     }
     const u32 size_log = shape.log_rows + shape.log_tile;
     const u64 M = u64{1} << size_log;
