@@ -37,6 +37,10 @@ u32 columns_log(u32 log_n) {
   return 8;
 }
 
+// A transform from this size on is written around the caches and fetched ahead: it does not stay in the
+// second-level cache beside another.
+constexpr u64 STREAM_BYTES = u64{1} << 20;
+
 Shape make_shape(Backend backend, u32 w, u32 r, u32 log_n) {
   Shape s;
   s.backend = backend;
@@ -46,7 +50,7 @@ Shape make_shape(Backend backend, u32 w, u32 r, u32 log_n) {
   s.log_rows = log_n - s.log_columns;
   s.log_tile = s.rows() <= 2048 ? 5 : s.rows() <= 8192 ? 4 : 3;
   s.direct = log_n <= DIRECT_LOG;
-  s.stream = s.prime_stride() * w * 8 > (u64{4} << 20);
+  s.stream = s.prime_stride() * w * 8 > STREAM_BYTES;
   // (1): 2 b <= log2 P - 1 - log2 N2.
   const double room = log2_modulus(backend, w) - 1 - ceil_log2(s.N());
   const u32 step = 64u >> s.log_tile;
