@@ -48,7 +48,7 @@ Shape make_shape(Backend backend, u32 w, u32 r, u32 log_n) {
   s.r = r;
   s.log_columns = columns_log(log_n);
   s.log_rows = log_n - s.log_columns;
-  s.log_tile = s.rows() <= 2048 ? 5 : s.rows() <= 8192 ? 4 : 3;
+  s.log_tile = s.rows() <= 128 ? 6 : s.rows() <= 2048 ? 5 : s.rows() <= 8192 ? 4 : 3;
   s.direct = log_n <= DIRECT_LOG;
   s.stream = s.prime_stride() * w * 8 > STREAM_BYTES;
   // (1): 2 b <= log2 P - 1 - log2 N2.
