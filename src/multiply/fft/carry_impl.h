@@ -8,6 +8,11 @@
 //   digit = (M + x + c) mod 2^b,   next carry + M / 2^b = floor((M + x + c) / 2^b)
 // need neither the subtraction of M nor an arithmetic shift. M / 2^b is taken off the next point before the
 // carry arrives, so that the chain from digit to digit is one addition and one shift.
+//
+// Where two points fit a word together, |x + 2^b y| < 2^63, they are carried as one digit of 2 b bits: half
+// the chain and a third fewer operations. Points are at most n 2^(2b-2) (see precision.h), so the pair and
+// the carry, at most 2^-b of it, are below n 2^(3b-2) 17/16. Here 2^63 takes the place of M: a multiple of
+// 2^(2b).
 #pragma once
 
 #include "multiply/fft/blocks_impl.h"
@@ -22,9 +27,21 @@ template <class V, class I> struct Carry {
   static constexpr u64 MAGIC_BITS = 0x4338000000000000;
   static constexpr double MAGIC = 6755399441055744.0; // 1.5 * 2^52
 
-  // tile[8 d + h] <- bit pattern of point d of the octet in run h.
+  // The octet's bit patterns M + x, lane for run: in registers when one vector has all runs, else in memory.
+  static constexpr bool IN_REGISTERS = L == 8 && GROUPS == 1;
+  struct Points {
+    I x[IN_REGISTERS ? 8 : 1];
+    alignas(64) double tile[IN_REGISTERS ? 8 : 64]; // [point][run]
+    KELVANE_INLINE I at(u32 group, u32 d) const {
+      if constexpr (IN_REGISTERS)
+        return x[d];
+      else
+        return I::load(tile + 8 * d + group * I::LANES);
+    }
+  };
+
   template <bool STEP>
-  KELVANE_INLINE static void round_octet(double* tile, const double* src, u64 row_stride,
+  KELVANE_INLINE static void round_octet(Points& points, const double* src, u64 row_stride,
                                          const StepRoots<V>& roots, C u, V scale) {
     const V magic = V::set1(MAGIC);
     for (u32 v = 0; v < 8 / L; v++, src += B::VECTOR) {
@@ -40,26 +57,51 @@ template <class V, class I> struct Carry {
         V t[L];
         for (u32 j = 0; j < L; j++) t[j] = run[h + j];
         transpose(t);
-        for (u32 d = 0; d < L; d++) t[d].store(tile + (v * L + d) * 8 + h);
+        for (u32 d = 0; d < L; d++) {
+          if constexpr (IN_REGISTERS)
+            points.x[d] = I::bits(t[d]);
+          else
+            t[d].store(points.tile + (v * L + d) * 8 + h);
+        }
       }
     }
   }
 
+  // What a carry is too large by.
+  template <bool PAIRS> KELVANE_INLINE static u64 carry_bias(u32 b) {
+    return PAIRS ? u64{1} << (63 - 2 * b) : MAGIC_BITS >> b;
+  }
+  // Whether two points fit a word.
+  static bool pairs_fit(const Shape& shape) {
+    return shape.n <= ((u64{1} << 63) - (u64{1} << 59)) >> (3 * shape.b - 2);
+  }
+
   // The octet's 8 b bits of every run: words[8 w + h], w = 0 .. WORDS-1.
-  template <u32 WORDS>
-  KELVANE_INLINE static void pack_octet(u64* words, const double* tile, I* carry, u32 b) {
-    const I mask = I::set1((u64{1} << b) - 1), bias = I::set1(MAGIC_BITS >> b);
+  template <u32 WORDS, bool PAIRS>
+  KELVANE_INLINE static void pack_octet(u64* words, const Points& points, I* carry, u32 b) {
     for (u32 k = 0; k < GROUPS; k++) {
-      I digit[8];
-      I c = carry[k]; // M / 2^b too large
-      for (u32 d = 0; d < 8; d++) {
-        const I x = (I::load(tile + 8 * d + k * I::LANES) - bias) + c;
-        digit[d] = x & mask;
-        c = x >> b;
+      I pair[4]; // 2 b bits each, at most 42
+      I c = carry[k];
+      if constexpr (PAIRS) {
+        const u64 both = MAGIC_BITS + (MAGIC_BITS << b);
+        const I bias = I::set1((u64{1} << 63) - (u64{1} << (63 - 2 * b)) - both);
+        const I mask = I::set1((u64{1} << 2 * b) - 1);
+        for (u32 i = 0; i < 4; i++) {
+          const I x = (points.at(k, 2 * i) + (points.at(k, 2 * i + 1) << b) + bias) + c;
+          pair[i] = x & mask;
+          c = x >> 2 * b;
+        }
+      } else {
+        const I mask = I::set1((u64{1} << b) - 1), bias = I::set1(MAGIC_BITS >> b);
+        I digit[8];
+        for (u32 d = 0; d < 8; d++) {
+          const I x = (points.at(k, d) - bias) + c;
+          digit[d] = x & mask;
+          c = x >> b;
+        }
+        for (u32 i = 0; i < 4; i++) pair[i] = digit[2 * i] | digit[2 * i + 1] << b;
       }
       carry[k] = c;
-      I pair[4]; // 2 b bits each, at most 42
-      for (u32 i = 0; i < 4; i++) pair[i] = digit[2 * i] | digit[2 * i + 1] << b;
       u64* const out = words + k * I::LANES;
       if constexpr (WORDS <= 2) { // b <= 16: half an octet fits a word
         const I low = pair[0] | pair[1] << 2 * b, high = pair[2] | pair[3] << 2 * b;
@@ -73,28 +115,28 @@ template <class V, class I> struct Carry {
     }
   }
 
-  template <bool STEP, u32 WORDS>
+  template <bool STEP, u32 WORDS, bool PAIRS>
   static void run(const double* data, u64 row_stride, const Shape& shape, const CarryRuns& runs) {
     const StepRoots<V> roots = B::template step_roots<2>(*shape.table, 1);
     const C u = mul(roots.w[0], roots.w[1]);
     const V scale = V::set1(1.0 / static_cast<double>(shape.n));
     const u32 b = shape.b;
     I carry[GROUPS];
-    for (u32 k = 0; k < GROUPS; k++) carry[k] = I::set1(MAGIC_BITS >> b);
-    alignas(64) double tile[64];
+    for (u32 k = 0; k < GROUPS; k++) carry[k] = I::set1(carry_bias<PAIRS>(b));
+    Points points;
     alignas(64) u64 words[8 * WORDS];
     u8* out = runs.out;
     for (u64 o = 1; o < runs.octets; o++, data += (8 / L) * B::VECTOR, out += b) {
-      round_octet<STEP>(tile, data, row_stride, roots, u, scale);
-      pack_octet<WORDS>(words, tile, carry, b);
+      round_octet<STEP>(points, data, row_stride, roots, u, scale);
+      pack_octet<WORDS, PAIRS>(words, points, carry, b);
       // Whole words are written; what they hold above the octet's b bytes is zero and overwritten next.
       for (u32 h = 0; h < 8; h++) {
         for (u32 w = 0; w < WORDS; w++) __builtin_memcpy(out + h * runs.stride + 8 * w, &words[8 * w + h], 8);
       }
     }
     // The last octet ends where another run begins: exactly b bytes, the last eight of them at once.
-    round_octet<STEP>(tile, data, row_stride, roots, u, scale);
-    pack_octet<WORDS>(words, tile, carry, b);
+    round_octet<STEP>(points, data, row_stride, roots, u, scale);
+    pack_octet<WORDS, PAIRS>(words, points, carry, b);
     for (u32 h = 0; h < 8; h++) {
       u8* const to = out + h * runs.stride;
       u64 last = words[h];
@@ -106,20 +148,25 @@ template <class V, class I> struct Carry {
       __builtin_memcpy(to + b - 8, &last, 8);
     }
     for (u32 k = 0; k < GROUPS; k++) carry[k].store(words + k * I::LANES);
-    for (u32 h = 0; h < 8; h++) runs.carry[h] = static_cast<s64>(words[h] - (MAGIC_BITS >> b));
+    for (u32 h = 0; h < 8; h++) runs.carry[h] = static_cast<s64>(words[h] - carry_bias<PAIRS>(b));
   }
 
-  template <bool STEP>
+  template <bool STEP, bool PAIRS>
   static void run_bits(const double* data, u64 row_stride, const Shape& shape, const CarryRuns& runs) {
-    if (shape.b <= 8) return run<STEP, 1>(data, row_stride, shape, runs);
-    if (shape.b <= 16) return run<STEP, 2>(data, row_stride, shape, runs);
-    run<STEP, 3>(data, row_stride, shape, runs);
+    if (shape.b <= 8) return run<STEP, 1, PAIRS>(data, row_stride, shape, runs);
+    if (shape.b <= 16) return run<STEP, 2, PAIRS>(data, row_stride, shape, runs);
+    run<STEP, 3, PAIRS>(data, row_stride, shape, runs);
+  }
+  template <bool STEP>
+  static void run_digits(const double* data, u64 row_stride, const Shape& shape, const CarryRuns& runs) {
+    if (pairs_fit(shape)) return run_bits<STEP, true>(data, row_stride, shape, runs);
+    run_bits<STEP, false>(data, row_stride, shape, runs);
   }
 
   static void carry(const double* data, u64 row_stride, bool step, const Shape& shape,
                     const CarryRuns& runs) {
-    if (step) return run_bits<true>(data, row_stride, shape, runs);
-    run_bits<false>(data, row_stride, shape, runs);
+    if (step) return run_digits<true>(data, row_stride, shape, runs);
+    run_digits<false>(data, row_stride, shape, runs);
   }
 };
 

@@ -71,6 +71,7 @@ struct Int8 {
   static constexpr u32 LANES = 8;
   __m512i v;
 
+  KELVANE_INLINE static Int8 bits(Vec8 a) { return {_mm512_castpd_si512(a.v)}; }
   KELVANE_INLINE static Int8 load(const void* p) { return {_mm512_load_si512(p)}; }
   KELVANE_INLINE static Int8 set1(u64 x) { return {_mm512_set1_epi64(static_cast<long long>(x))}; }
   KELVANE_INLINE void store(void* p) const { _mm512_store_si512(p, v); }
