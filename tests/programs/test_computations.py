@@ -266,7 +266,8 @@ class Screen(ProgramTest):
         text = re.sub(r"\r[^\n]*\r", "", result.text)
         order = [
             "Constant :  Pi\n", "Algorithm:  Chudnovsky Formula\n", "Decimal Digits    :   1,000\n",
-            "Hexadecimal Digits:   831\n", "Threads:    2\n", "Mode   :    Ram Only\n", "Start Time: ",
+            "Hexadecimal Digits:   831\n", "Threads:    2\n", "Mode   :    Ram Only\n", "Version:          ",
+            "Processor(s):     ", "Logical Cores:    ", "Physical Memory:  ", "CPU Frequency:    ", "Start Time: ",
             "Reserving Working Memory...         ", "Constructing Twiddle Tables...      ",
             "Allocating I/O Buffers...           ", "Begin Computation:\n\n", "Summing Series...  75 terms\n",
             "InvSqrt...\n", "Final Multiply...\n", "Writing Hexadecimal Digits:   831  digits written\n\n",
