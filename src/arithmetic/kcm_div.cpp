@@ -112,6 +112,13 @@ struct DivisionPlacement {
         product_work(layout.take_bytes(kcm_div_work_bytes(p, context))) {}
 };
 
+int divide(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_GFP& N, const kob_cdi_GFP& D,
+           u64 p, void* work, const newton::Meter& meter) {
+  Layout layout(work, division_bytes(p, context));
+  const DivisionPlacement place(layout, p, context);
+  return kcm_div_t9_B(context, T, N, D, p, place.work, place.PL, place.product_work, meter);
+}
+
 } // namespace
 
 u64 division_bytes(u64 p, const km_MULv3::Context& context) {
@@ -122,18 +129,20 @@ u64 division_bytes(u64 p, const km_MULv3::Context& context) {
 
 void divide(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_GFP& N, const kob_cdi_GFP& D,
             u64 p, void* work) {
-  Layout layout(work, division_bytes(p, context));
-  const DivisionPlacement place(layout, p, context);
   Console::print("Division...\n");
   int status = 0;
   {
     Console::Progress progress("Iterating: ", kcm_div_cost(p));
     km_MULv3::Context inner = context;
     inner.progress = &progress;
-    status =
-        kcm_div_t9_B(inner, T, N, D, p, place.work, place.PL, place.product_work, newton::Meter(&progress));
+    status = divide(inner, T, N, D, p, work, newton::Meter(&progress));
   }
   if (status != 0) fatal("Computation Failed");
+}
+
+void divide_quietly(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_GFP& N,
+                    const kob_cdi_GFP& D, u64 p, void* work) {
+  if (divide(context, T, N, D, p, work, newton::Meter()) != 0) fatal("Computation Failed");
 }
 
 } // namespace kelvane

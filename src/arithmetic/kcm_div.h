@@ -29,6 +29,9 @@ double kcm_div_cost(u64 p); // for progress
 // work: division_bytes(p, context) bytes, 64-byte aligned.
 void divide(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_GFP& N, const kob_cdi_GFP& D,
             u64 p, void* work);
+// The same without texts: for computations whose meter shows the whole.
+void divide_quietly(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_GFP& N,
+                    const kob_cdi_GFP& D, u64 p, void* work);
 u64 division_bytes(u64 p, const km_MULv3::Context& context);
 
 } // namespace kelvane
