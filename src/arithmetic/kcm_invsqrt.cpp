@@ -9,10 +9,11 @@ namespace {
 
 constexpr const char* NAME = "kcm_invsqrt_udw_E()";
 
-// Product lengths of a level: t^2 (q words squared) and t e (q by q + 1 words), both with guards.
-u64 level_work_bytes(u64 p, const km_MULv3::Context& context) {
+// x t^2: t has q + 2 words, so that 1 is at position z <= 2 q + 5 of the product. t e: q + 2 by q + 3. The
+// transform of t for its square is half as long as the one for t e.
+StepProducts::Needs level_needs(u64 p) {
   const u64 q = newton::lower_level(p);
-  return product_work_bytes(q, q + 1, context);
+  return {.whole = 2 * q + 5, .wrapped = q + 8, .full = 2 * q + 5, .keep = false, .pair = false};
 }
 
 int inverse_root(const km_MULv3::Context& context, kob_cdi_GFP& T, u64 x, u64 p, u64* work, u64 PL,
@@ -31,13 +32,15 @@ int inverse_root(const km_MULv3::Context& context, kob_cdi_GFP& T, u64 x, u64 p,
   e.attach(work + newton::estimate_words(p), newton::residual_words(p));
   t.set_truncated(T, q);
 
+  StepProducts products(context, level_needs(p), product_work);
   meter.begin(p, " - 0M - ");
-  set_square(context, T, t, q, p, product_work);
-  T.set_mul_word(T, x); // y = x t^2
-  T.trim(p);
-  meter.end(newton::product_cost(2 * q));
-  const newton::Deviation d = newton::deviation_from_one(T, e, q, top, NAME);
-  return newton::correct(context, T, t, e, d, p, true, product_work, meter);
+  products.keep({t.T, t.L});
+  u64* const y = products.wrapped({t.T, t.L}, {t.T, t.L});
+  newton::multiply_modulo(y, products.m(), x); // y = x t^2
+  meter.end(newton::product_cost(q));
+  const u64 unit = static_cast<u64>(-2 * t.exp);
+  const newton::Deviation d = newton::deviation_from_one(y, products.m(), unit, e, q, top, NAME);
+  return newton::correct(products, T, t, e, d, p, true, meter);
 }
 
 } // namespace
@@ -54,13 +57,15 @@ int kcm_invsqrt_udw_B(const km_MULv3::Context& context, kob_cdi_GFP& T, u64 x, u
 
 u64 kcm_invsqrt_work_bytes(u64 p, const km_MULv3::Context& context) {
   u64 bytes = 0;
-  for (; p > 0; p = newton::lower_level(p)) bytes = std::max(bytes, level_work_bytes(p, context));
+  for (; p > 0; p = newton::lower_level(p))
+    bytes = std::max(bytes, StepProducts::work_bytes(level_needs(p), context));
   return bytes;
 }
 
 double kcm_invsqrt_cost(u64 p) {
   double cost = 0;
-  for (; p > 0; p = newton::lower_level(p)) cost += 2 * newton::product_cost(2 * newton::lower_level(p));
+  for (; p > 0; p = newton::lower_level(p))
+    cost += newton::product_cost(newton::lower_level(p)) + newton::product_cost(p);
   return cost;
 }
 
