@@ -106,7 +106,8 @@ u64* StepProducts::wrapped(Factor a, Factor b) {
 u64* StepProducts::finish_wrapped(Factor a, Factor b, void* TA, const void* TB) {
   const km_MULv3::Term term{TA, TB};
   record_->inverse_wrapped(out_, &term, 1, scratch_);
-  check_wrapped_residue(residue::hash_wrapped(a.words, a.n), residue::hash_wrapped(b.words, b.n), out_, m_);
+  const u64 hash_a = residue::hash_wrapped(a.words, a.n);
+  check_wrapped_residue(hash_a, TA == TB ? hash_a : residue::hash_wrapped(b.words, b.n), out_, m_);
   return out_;
 }
 

@@ -7,8 +7,8 @@
 //
 // Error bound. Let a node be exact up to e: it makes N with f R^n - 1 - e < N <= f R^n, for its f
 // as given. A leaf has e < n 2^-64. Both halves get their fraction by dropping words, which lowers
-// it by less than one unit of the last kept word, 2^-64 of their last radix word. Products are
-// exact and frac only drops their top, so every error is downward and a fraction never leaves
+// it by less than one unit of the last kept word, 2^-64 of their last radix word. The words taken from
+// products are exact and frac only drops their top, so every error is downward and a fraction never leaves
 // [0, 1). The node's words are those of its halves joined at the true boundary (below), so its e is
 // the lower half's plus 2^-64: after 48 levels e < 200 * 2^-64. With e < 1 the integer N is floor(f R^n)
 // or one less, the latter only when frac(f R^n) < e.
