@@ -34,9 +34,9 @@ StepProducts::Needs last_needs(u64 p, const km_MULv3::Context& context) {
           .pair = true};
 }
 
-// w <- |N - D q0| in units of 2^(64 *base), for w = D q0 modulo M in units of 2^(64 *base) of dq_words words
-// were it formed whole; *negative is its sign. Words of N below `low` may be left out.
-void remainder(u64* w, u64 m, u64 dq_words, s64* base, const kob_cdi_GFP& N, s64 low, bool* negative) {
+// w <- D q0 - N modulo 2^(64 m) - 1 in units of 2^(64 *base), for w = D q0 in the same units, which formed
+// whole has dq_words words; returns its sign (true: negative). Words of N below `low` may be left out.
+bool negative_remainder(u64* w, u64 m, u64 dq_words, s64* base, const kob_cdi_GFP& N, s64 low) {
   if (*base > low) { // D and q0 are short: zeros below, so that the words of N from `low` on find their place
     const u64 zeros = std::min(static_cast<u64>(*base - low), m), moved = std::min(dq_words, m - zeros);
     std::copy_backward(w, w + moved, w + zeros + moved);
@@ -45,7 +45,7 @@ void remainder(u64* w, u64 m, u64 dq_words, s64* base, const kob_cdi_GFP& N, s64
   }
   const u64 skip = N.exp < *base ? std::min(static_cast<u64>(*base - N.exp), N.L) : 0;
   const s64 from = N.exp + static_cast<s64>(skip);
-  *negative = newton::difference_modulo(w, m, N.T + skip, N.L - skip, static_cast<u64>(from - *base));
+  return newton::subtract_modulo(w, m, N.T + skip, N.L - skip, static_cast<u64>(from - *base));
 }
 
 int convergence_failure(const kob_cdi_GFP& N, const kob_cdi_GFP& D) {
@@ -90,23 +90,23 @@ int kcm_div_t9_B(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi
 
   const s64 low = N.mag() - static_cast<s64>(p + 2);
   s64 base = d.exp + q0.exp;
-  bool negative = false;
-  remainder(w, products.m(), d.L + q0.L, &base, N, low, &negative);
-  const u64 L = words::normalized_length(w, products.m()), below = static_cast<u64>(low - base);
+  const bool low_estimate = negative_remainder(w, products.m(), d.L + q0.L, &base, N, low);
+  const u64 L = newton::magnitude_length(w, products.m(), low_estimate);
+  const u64 below = static_cast<u64>(low - base);
   if (base + static_cast<s64>(L) > N.mag() - static_cast<s64>(h) + 1) return convergence_failure(N, D);
   if (L <= below) { // nothing that matters
     T.set_truncated(q0, p);
   } else {
     u64* const r = work + (2 * h + 5);
-    std::copy(w + below, w + L, r);
+    newton::copy_magnitude(r, w + below, L - below, low_estimate);
     meter.begin(p, " - 2M - ");
     product.attach(products.whole({r, L - below}), L - below + X.L);
     product.set_value(L - below + X.L, low + X.exp, 1);
     meter.end(newton::product_cost(p));
-    if (negative)
-      T.set_sub_magnitude(q0, product, p);
-    else
+    if (low_estimate)
       T.set_add_magnitude(q0, product, p);
+    else
+      T.set_sub_magnitude(q0, product, p);
   }
   T.sign = N.sign == D.sign;
   return 0;

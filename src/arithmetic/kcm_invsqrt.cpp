@@ -24,13 +24,11 @@ int inverse_root(const km_MULv3::Context& context, kob_cdi_GFP& T, u64 x, u64 p,
   }
   newton::check_space(T, p, PL, NAME);
   const u64 q = newton::lower_level(p);
-  if (inverse_root(context, T, x, q, work, PL, product_work, meter, top) != 0)
-    return newton::CONVERGENCE_FAILURE;
-
   kob_cdi_GFP t, e;
-  t.attach(work, newton::estimate_words(p));
-  e.attach(work + newton::estimate_words(p), newton::residual_words(p));
-  t.set_truncated(T, q);
+  newton::attach_estimate(t, T, p);
+  if (inverse_root(context, t, x, q, work, PL, product_work, meter, top) != 0)
+    return newton::CONVERGENCE_FAILURE;
+  e.attach(work, newton::residual_words(p));
 
   StepProducts products(context, level_needs(p), product_work);
   meter.begin(p, " - 0M - ");

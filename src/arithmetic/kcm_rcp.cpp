@@ -31,13 +31,11 @@ int reciprocal(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_G
   if (p == 0) return set_first_estimate(T, A);
   newton::check_space(T, p, PL, NAME);
   const u64 q = newton::lower_level(p);
-  if (reciprocal(context, T, A, q, work, PL, product_work, meter, top) != 0)
-    return newton::CONVERGENCE_FAILURE;
-
   kob_cdi_GFP x, e, a = A;
-  x.attach(work, newton::estimate_words(p));
-  e.attach(work + newton::estimate_words(p), newton::residual_words(p));
-  x.set_truncated(T, q);
+  newton::attach_estimate(x, T, p);
+  if (reciprocal(context, x, A, q, work, PL, product_work, meter, top) != 0)
+    return newton::CONVERGENCE_FAILURE;
+  e.attach(work, newton::residual_words(p));
   a.trim(p);
 
   StepProducts products(context, level_needs(p), product_work);

@@ -44,8 +44,8 @@ void print_figures(s64 found, s64 limit, const std::string& message) {
 Deviation deviation_from_one(u64* w, u64 m, u64 unit, kob_cdi_GFP& e, u64 q, u64 top, const char* name) {
   const std::string failure = std::string(name) + ": ";
   const u64 one = 1;
-  const bool over = difference_modulo(w, m, &one, 1, unit);
-  const u64 n = words::normalized_length(w, m);
+  const bool under = subtract_modulo(w, m, &one, 1, unit);
+  const u64 n = magnitude_length(w, m, under);
   if (n == 0) return Deviation::none;
   if (n > unit) { // |1 - y| >= 1
     Console::print(failure + "Convergence Failure\n");
@@ -56,13 +56,13 @@ Deviation deviation_from_one(u64* w, u64 m, u64 unit, kob_cdi_GFP& e, u64 q, u64
   }
   const s64 limit = 2 - static_cast<s64>(q), mag = static_cast<s64>(n) - static_cast<s64>(unit);
   if (mag > limit) {
-    print_figures(mag, limit, failure + (over ? "Over" : "Under") + "-Estimate -> Convergence Failure\n");
+    print_figures(mag, limit, failure + (under ? "Under" : "Over") + "-Estimate -> Convergence Failure\n");
     return Deviation::failed;
   }
   const u64 kept = std::min(n, q + 3);
-  std::copy_n(w + (n - kept), kept, e.buffer);
+  copy_magnitude(e.buffer, w + (n - kept), kept, under);
   e.set_value(kept, mag - static_cast<s64>(kept), 1);
-  return over ? Deviation::over : Deviation::under;
+  return under ? Deviation::under : Deviation::over;
 }
 
 int correct(StepProducts& products, kob_cdi_GFP& T, const kob_cdi_GFP& x, const kob_cdi_GFP& e, Deviation d,
@@ -85,6 +85,11 @@ int correct(StepProducts& products, kob_cdi_GFP& T, const kob_cdi_GFP& x, const 
   else
     T.set_add_magnitude(x, c, p);
   return 0;
+}
+
+void attach_estimate(kob_cdi_GFP& x, const kob_cdi_GFP& T, u64 p) {
+  const u64 q = lower_level(p);
+  x.attach(T.buffer + (p - q), q + 3);
 }
 
 void check_space(const kob_cdi_GFP& T, u64 p, u64 PL, const char* name) {

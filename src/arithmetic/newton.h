@@ -1,8 +1,10 @@
 // What the Newton iterations share: level sizes, the deviation from 1, the correction, progress and cost.
 //
 // A routine for p words calls itself for q words (p = 1: 0, p = 2: 1, else ceil(p/2)),
-// starting from a double (p = 0), and improves that result once. Each level cuts two
-// temporaries of q + 3 and q + 2 words from the caller's work area; the levels share it.
+// starting from a double (p = 0), and improves that result once. The level below writes its result into the
+// top words of this one's, where the correction is applied to it: no word of an estimate is moved. Each
+// level asks for two temporaries of q + 3 and q + 2 words from the caller's work area, which the levels
+// share; the first holds the deviation, the second, once the estimate's, is left unused.
 //
 // Precision. A level that ends with p + 2 words kept has a relative error of about
 // 2^(-64 (p + 1)) (the top word may hold a single bit). The next level, for P <= 2p words,
@@ -12,7 +14,7 @@
 //
 // The deviation is found modulo M = 2^(64 m) - 1 only (see step_products.h). Let y, which is near 1, be the
 // product of two integers times 2^(-64 z), so that 1 is 2^(64 z) there and the deviation an integer
-// E = 2^(64 z) - y 2^(64 z). A level accepts |1 - y| < 2^(64 (2 - q)) (the theory gives 2^(-64 q) at most),
+// E = y 2^(64 z) - 2^(64 z). A level accepts |1 - y| < 2^(64 (2 - q)) (the theory gives 2^(-64 q) at most),
 // that is |E| < 2^(64 (z + 2 - q)). For m >= z + 3 - q that is below M/2, and E is the number of least
 // magnitude among those congruent to it modulo M. An estimate that is further off gives some number below M,
 // which has about m words and is refused for that.
@@ -33,7 +35,7 @@ inline constexpr int CONVERGENCE_FAILURE = 2;
 constexpr u64 lower_level(u64 p) {
   return p <= 2 ? p - 1 : (p + 1) / 2;
 }
-// Words of the two temporaries of level p.
+// Words of the two temporaries of level p: the deviation's, the estimate's.
 constexpr u64 residual_words(u64 p) {
   return lower_level(p) + 3;
 }
@@ -83,6 +85,9 @@ Deviation deviation_from_one(u64* w, u64 m, u64 unit, kob_cdi_GFP& e, u64 q, u64
 // for a failed deviation.
 int correct(StepProducts& products, kob_cdi_GFP& T, const kob_cdi_GFP& x, const kob_cdi_GFP& e, Deviation d,
             u64 p, bool halve, const Meter& meter);
+
+// Attaches x, the result of the level below p, to the top words of T.
+void attach_estimate(kob_cdi_GFP& x, const kob_cdi_GFP& T, u64 p);
 
 // Fatal unless T has p + 3 words and the work area those of level p's temporaries.
 void check_space(const kob_cdi_GFP& T, u64 p, u64 PL, const char* name);

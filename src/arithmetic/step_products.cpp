@@ -115,36 +115,44 @@ namespace newton {
 
 namespace {
 
-// w += 1 modulo M: a carry out of the top comes in again at the bottom, since 2^(64 m) = 1.
+// w += 1 and w -= 1 modulo M: what leaves the top comes in again at the bottom, since 2^(64 m) = 1.
 void add_one_modulo(u64* w, u64 m) {
   while (words::add_word(w, m, 1) != 0) {
   }
 }
-
-// w += N 2^(64 at) modulo M: the words of N go round as often as they must.
-void add_modulo(u64* w, u64 m, const u64* N, u64 n, u64 at) {
-  for (at %= m; n > 0; at = 0) {
-    const u64 part = std::min(n, m - at), end = at + part;
-    if (words::add_word(w + end, m - end, words::add_in_place(w + at, N, part)) != 0) add_one_modulo(w, m);
-    N += part;
-    n -= part;
+void sub_one_modulo(u64* w, u64 m) {
+  while (words::sub_word(w, m, 1) != 0) {
   }
 }
 
 } // namespace
 
-// -w = ~w modulo M, and a number with its top bit set stands for itself less M, that is for -~itself.
-bool difference_modulo(u64* w, u64 m, const u64* N, u64 n, u64 at) {
-  words::complement(w, w, m);
-  add_modulo(w, m, N, n, at);
-  const bool negative = (w[m - 1] >> 63) != 0;
-  if (negative) words::complement(w, w, m);
-  return negative;
+bool subtract_modulo(u64* w, u64 m, const u64* N, u64 n, u64 at) {
+  for (at %= m; n > 0; at = 0) { // N goes round as often as it must
+    const u64 part = std::min(n, m - at), end = at + part;
+    if (words::sub_word(w + end, m - end, words::sub_in_place(w + at, N, part)) != 0) sub_one_modulo(w, m);
+    N += part;
+    n -= part;
+  }
+  return (w[m - 1] >> 63) != 0;
+}
+
+u64 magnitude_length(const u64* w, u64 m, bool negative) {
+  const u64 zero = negative ? ~u64{0} : 0;
+  while (m > 0 && w[m - 1] == zero) m--;
+  return m;
+}
+
+void copy_magnitude(u64* out, const u64* w, u64 n, bool negative) {
+  if (negative)
+    words::complement(out, w, n);
+  else
+    std::copy_n(w, n, out);
 }
 
 void multiply_modulo(u64* w, u64 m, u64 x) {
   const u64 carry = words::mul_word(w, w, m, x);
-  add_modulo(w, m, &carry, 1, 0);
+  if (words::add_word(w, m, carry) != 0) add_one_modulo(w, m);
 }
 
 } // namespace newton

@@ -63,10 +63,14 @@ private:
 
 namespace newton {
 
-// w <- the number of least magnitude congruent to N 2^(64 at) - w modulo M = 2^(64 m) - 1, w in [0, M] having
-// m words: its magnitude is stored, its sign returned (true: negative). Exact for a difference below M/2 in
-// magnitude. N may have any number of words.
-bool difference_modulo(u64* w, u64 m, const u64* N, u64 n, u64 at);
+// w <- w - N 2^(64 at) modulo M = 2^(64 m) - 1, in [0, M]; w has m words, N any number. It stands for the
+// number of least magnitude congruent to it: itself, or, when its top bit is set, itself less M, that is -~w.
+// Returns the sign (true: negative).
+bool subtract_modulo(u64* w, u64 m, const u64* N, u64 n, u64 at);
+
+// The magnitude of that number: its length without zero words at the top, and n of its words from w on.
+u64 magnitude_length(const u64* w, u64 m, bool negative);
+void copy_magnitude(u64* out, const u64* w, u64 n, bool negative);
 
 // w <- w x modulo 2^(64 m) - 1, in [0, M].
 void multiply_modulo(u64* w, u64 m, u64 x);

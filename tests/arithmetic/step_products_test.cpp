@@ -6,6 +6,7 @@
 
 #include "arithmetic/newton.h"
 #include "arithmetic/redundancy.h"
+#include "arithmetic/words/add.h"
 #include "arithmetic/words/residue.h"
 #include "shell/exception.h"
 #include "support/bignum.h"
@@ -93,16 +94,18 @@ TEST(StepProducts, DifferencesModulo) {
       if (round % 4 == 1) (d.assign(m, 0), d[0] = 1);
       const bool negative = random.below(2) != 0;
       const Z M = modulus(m);
-      Z left = shifted(number(N), static_cast<s64>(at)), w;
-      negative ? mpz_add(w.get(), left.get(), number(d).get())
-               : mpz_sub(w.get(), left.get(), number(d).get());
+      // w = N 2^(64 at) +- d
+      Z w = shifted(number(N), static_cast<s64>(at));
+      negative ? mpz_sub(w.get(), w.get(), number(d).get()) : mpz_add(w.get(), w.get(), number(d).get());
       mpz_fdiv_r(w.get(), w.get(), M.get());
-      std::vector<u64> words(m, 0);
+      std::vector<u64> words(m, 0), found(m);
       mpz_export(words.data(), nullptr, -1, 8, 0, 0, w.get());
       if (mpz_sgn(w.get()) == 0 && round % 3 == 0) words.assign(m, ~u64{0}); // the other form of zero
-      const bool found = newton::difference_modulo(words.data(), m, N.data(), n, at);
-      ASSERT_EQ(words, d) << "m " << m << ", round " << round << ", seed 42";
-      ASSERT_TRUE(found == negative || number(d) == Z()) << "m " << m << ", round " << round << ", seed 42";
+      const bool sign = newton::subtract_modulo(words.data(), m, N.data(), n, at);
+      newton::copy_magnitude(found.data(), words.data(), m, sign);
+      ASSERT_EQ(found, d) << "m " << m << ", round " << round << ", seed 42";
+      ASSERT_TRUE(sign == negative || number(d) == Z()) << "m " << m << ", round " << round << ", seed 42";
+      ASSERT_EQ(newton::magnitude_length(words.data(), m, sign), words::normalized_length(d.data(), m));
 
       const std::vector<u64> x = random.number(m);
       const u64 factor = round % 5 == 0 ? ~u64{0} : random.word();
