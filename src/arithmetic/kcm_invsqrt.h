@@ -23,4 +23,16 @@ int kcm_invsqrt_udw_B(const km_MULv3::Context& context, kob_cdi_GFP& T, u64 x, u
 u64 kcm_invsqrt_work_bytes(u64 p, const km_MULv3::Context& context);
 double kcm_invsqrt_cost(u64 p); // for progress
 
+// T ~ S/sqrt(x) to p words (p + 2 kept) for S > 0, from t ~ 1/sqrt(x) to newton::lower_level(p) words: the
+// root's last step and the product with S in one,
+//
+//   y = S t,   T = y + y (1 - x t^2) / 2,
+//
+// whose correction is a product of half the length. A full root and then the product cost 0.25 products of p
+// by p words more. T may share t's words, not those of S. T.AL >= p + 3; work: kcm_mul_invsqrt_work_bytes(p,
+// context) bytes, 64-byte aligned. Returns 0, or 2 when t is no such estimate.
+int kcm_mul_invsqrt(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_GFP& S,
+                    const kob_cdi_GFP& t, u64 x, u64 p, void* work);
+u64 kcm_mul_invsqrt_work_bytes(u64 p, const km_MULv3::Context& context);
+
 } // namespace kelvane

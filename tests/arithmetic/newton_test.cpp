@@ -164,6 +164,38 @@ TEST(Newton, InverseSquareRootAtEveryPrecision) {
   }
 }
 
+// S/sqrt(x) from a root of half the length, in the root's own words: T^2 x = S^2.
+TEST(Newton, ProductsByAnInverseSquareRoot) {
+  Words random(15);
+  for (const u64 p : precisions()) {
+    for (int round = 0; round < (p <= 70 ? 6 : 1); round++) {
+      km_MULv3::Context context = test::context(2 * p + 8, 1 + p % 3);
+      context.reduced_memory = round % 2 != 0;
+      const u64 x = round % 3 == 0 ? 10005 : round % 3 == 1 ? u64{8} : random.word() | 2;
+      const u64 q = newton::lower_level(p);
+      const std::vector<u64> s = random.number(1 + random.below(p + 4));
+      OwnedGFP S(s.size()), T(p + 3);
+      set(S, s, static_cast<s64>(random.below(9)) - 4);
+      std::vector<u64> temporaries(newton::temporary_words(p));
+      Work work(std::max(kcm_invsqrt_work_bytes(p, context), kcm_mul_invsqrt_work_bytes(p, context)));
+      ASSERT_EQ(kcm_invsqrt_udw_E(context, T, x, q, temporaries.data(), temporaries.size(), work.data()), 0);
+      ASSERT_EQ(kcm_mul_invsqrt(context, T, S, T, x, p, work.data()), 0) << p;
+      Z left, right, difference;
+      mpz_mul(left.get(), Z::of_words(T.T, T.L).get(), Z::of_words(T.T, T.L).get());
+      mpz_mul(left.get(), left.get(), Z::of(x).get());
+      mpz_mul(right.get(), Z::of_words(S.T, S.L).get(), Z::of_words(S.T, S.L).get());
+      const s64 e = 2 * (T.exp - S.exp);
+      (e < 0 ? right : left) = shifted(e < 0 ? right : left, std::abs(e));
+      mpz_sub(difference.get(), left.get(), right.get());
+      mpz_abs(difference.get(), difference.get());
+      difference = shifted(difference, static_cast<s64>(p + 1));
+      mpz_mul_2exp(right.get(), right.get(), slack(p) + 1);
+      ASSERT_LT(mpz_cmp(difference.get(), right.get()), 0)
+          << "p = " << p << ", x = " << x << ", seed 15, round " << round;
+    }
+  }
+}
+
 TEST(Newton, AnExactReciprocalNeedsNoCorrection) {
   OwnedGFP A(1), T(9);
   set(A, {u64{1} << 32}, 0);
