@@ -2,7 +2,6 @@
 
 #include "arithmetic/kcm_div.h"
 #include "arithmetic/redundancy.h"
-#include "control/algorithm_names.h"
 #include "control/weighted_sum.h"
 #include "series/series_catalan.h"
 #include "series/sum_P2B3.h"
@@ -98,20 +97,14 @@ u64 huvent_memory(const MemoryQuery& query, MemoryFigure* result) {
 
 } // namespace
 
+kcr_Constant_Catalan::kcr_Constant_Catalan() : kcr_NamedConstant(NAMES) {
+  algorithm_count = 2;
+}
 std::string kcr_Constant_Catalan::get_name() const {
   return "Catalan";
 }
 std::string kcr_Constant_Catalan::get_full_name() const {
   return "Catalan's Constant";
-}
-std::string kcr_Constant_Catalan::get_algorithm_short_name(s32 algorithm) const {
-  return algorithm_text(NAMES, algorithm, &AlgorithmNames::short_name);
-}
-std::string kcr_Constant_Catalan::get_algorithm_name(s32 algorithm) const {
-  return algorithm_text(NAMES, algorithm, &AlgorithmNames::name);
-}
-std::string kcr_Constant_Catalan::get_algorithm_description(s32 algorithm) const {
-  return algorithm_text(NAMES, algorithm, &AlgorithmNames::description);
 }
 
 u64 kcr_Constant_Catalan::get_memory_B(s32 algorithm, const MemoryQuery& query, MemoryFigure* result) const {

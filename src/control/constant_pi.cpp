@@ -6,7 +6,6 @@
 #include "arithmetic/kcm_div.h"
 #include "arithmetic/kcm_invsqrt.h"
 #include "arithmetic/redundancy.h"
-#include "control/algorithm_names.h"
 #include "control/phases.h"
 #include "series/series_pi.h"
 #include "series/sum_P2B3.h"
@@ -58,17 +57,11 @@ u64 slot_words(u64 p) {
 
 } // namespace
 
+kcr_Constant_Pi::kcr_Constant_Pi() : kcr_NamedConstant(NAMES) {
+  algorithm_count = 2;
+}
 std::string kcr_Constant_Pi::get_name() const {
   return "Pi";
-}
-std::string kcr_Constant_Pi::get_algorithm_short_name(s32 algorithm) const {
-  return algorithm_text(NAMES, algorithm, &AlgorithmNames::short_name);
-}
-std::string kcr_Constant_Pi::get_algorithm_name(s32 algorithm) const {
-  return algorithm_text(NAMES, algorithm, &AlgorithmNames::name);
-}
-std::string kcr_Constant_Pi::get_algorithm_description(s32 algorithm) const {
-  return algorithm_text(NAMES, algorithm, &AlgorithmNames::description);
 }
 
 // The run's blocks in order. Slot 0: Q, then 1/sqrt(r), then Pi. Slot 1: R, then the quotient.
