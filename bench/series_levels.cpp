@@ -1,6 +1,7 @@
 // Where the time of a series goes, by level of its recursion.
 //
-//   series_levels SERIES DIGITS [THREADS]       SERIES: chudnovsky, ramanujan, zeta3_1, zeta3_2, lupas, huvent
+//   series_levels SERIES DIGITS [THREADS]       SERIES: chudnovsky, ramanujan, zeta3_1, zeta3_2, lupas,
+//   huvent
 //
 // Sums every segment of the schedule, in order, without the merges of segments, and prints for each level (by
 // the words of a range's integers) how many ranges there were and the processor seconds of their merges: wall
@@ -57,7 +58,9 @@ template <class Series> struct Timed {
   const Series& series;
   Levels& levels;
 
-  u64 capacity(u64 a, u64 b) const { return series.capacity(a, b); }
+  u64 capacity(u64 a, u64 b, u64 divided) const { return series.capacity(a, b, divided); }
+  u64 divided_level(u64 a, u64 b) const { return series.divided_level(a, b); }
+  const CommonFactors* common_factors() const { return series.common_factors(); }
   bool is_leaf(u64 a, u64 b) const { return series.is_leaf(a, b); }
   void leaf(u64 a, u64 b, kob_cdi_EFPh* out) const {
     const Timer timer(levels.leaf, 1);
@@ -96,7 +99,7 @@ template <class Series> void run(const Series& series, u64 digits, u64 threads) 
     const Segment& s = schedule.list[i];
     const RecursionLevels plan = Tree::plan(timed, s.begin, s.end, threads);
     bytes = std::max(bytes, Tree::work_bytes(timed, s.begin, s.end, context.multiply, plan));
-    result = std::max(result, series.capacity(s.begin, s.end));
+    result = std::max(result, series.segment_capacity(s.begin, s.end));
   }
   Heap heap;
   heap.create_root(bytes + Series::INTEGERS * (result + 16) * sizeof(u64) + 4096, threads);
@@ -108,7 +111,7 @@ template <class Series> void run(const Series& series, u64 digits, u64 threads) 
       kob_cdi_EFPh integers[Series::INTEGERS];
       for (u64 j = 0; j < Series::INTEGERS; j++) integers[j].attach(out.words() + j * result, result);
       Tree(timed, context)
-          .run(s.begin, s.end, integers, i + 1 < schedule.count, threads,
+          .run(s.begin, s.end, integers, Series::INTEGERS == 2 || i + 1 < schedule.count, threads,
                Tree::plan(timed, s.begin, s.end, threads), work.data(), bytes);
     }
     const std::chrono::duration<double> wall = std::chrono::steady_clock::now() - start;

@@ -20,10 +20,12 @@ void kc_BSS_P2B2_BBP::leaf(u64 a, u64 b, kob_cdi_EFPh* out) const {
   BBPTerm t;
   for (u64 k = a + 1; k <= b; k++) {
     term(k, t);
+    u64 q[18];
+    const u64 q_words = product_of_factors(t.q, t.q_factors, q);
     x.set_product(Q, t.r, t.r_words);
-    R.multiply(t.q, t.q_factors);
+    R.multiply(q, q_words);
     R.multiply(u64{1} << shift);
-    Q.multiply(t.q, t.q_factors);
+    Q.multiply(q, q_words);
     R.accumulate(x, ((k - a - 1) & 1) != 0);
   }
   out[0].set_words(Q.words, Q.n);
@@ -62,10 +64,11 @@ void shift_words(kob_cdi_EFPh& x, s64 words) {
   x.hash = residue::mul(x.hash, residue::weight(words));
 }
 
-// first <- Rl Qr, second <- Ql Rr, Q <- Ql Qr. Within the FFT's lengths, whose transforms are short, each operand
-// is transformed once; else, where the work may not hold three transforms, Ql twice.
-void form_products(const km_MULv3::Context& context, u64 n, const kob_cdi_EFPh* left, const kob_cdi_EFPh* right,
-                   kob_cdi_EFPh& first, kob_cdi_EFPh& second, kob_cdi_EFPh& Q, void* work, u64 bytes) {
+// first <- Rl Qr, second <- Ql Rr, Q <- Ql Qr. Within the FFT's lengths, whose transforms are short, each
+// operand is transformed once; else, where the work may not hold three transforms, Ql twice.
+void form_products(const km_MULv3::Context& context, u64 n, const kob_cdi_EFPh* left,
+                   const kob_cdi_EFPh* right, kob_cdi_EFPh& first, kob_cdi_EFPh& second, kob_cdi_EFPh& Q,
+                   void* work, u64 bytes) {
   if (n > km_MULv3::LONGEST_BASECASE && n <= km_MULv3::LONGEST_FFT) {
     km_MULv3::btp_storage storage;
     const km_MULv3::abstract_btp& record = *km_MULv3::select(n, context, &storage);
