@@ -20,6 +20,7 @@ inline constexpr double WORDS_PER_NAT = 0.022542110013890053;
 double log_factorial(double x);
 
 struct Schedule;
+class CommonFactors;
 
 class kc_BSS {
 public:
@@ -38,10 +39,19 @@ public:
   // The precision needed at term k; a series without it throws.
   virtual u64 PrecisionAtIndex(u64 k) const;
 
-  // Words that hold every integer of the range [a, b).
-  u64 range_words(u64 a, u64 b) const {
-    return static_cast<u64>((log_size(b) - log_size(a)) * WORDS_PER_NAT) + 2;
+  // What blocks of terms are divided by; null when they are not.
+  virtual const CommonFactors* common_factors() const { return nullptr; }
+
+  // ln of a bound on the integers of the range [a, b), whose ranges of the given level (see CommonFactors; 0:
+  // none) are divided by their common factors.
+  double range_nats(u64 a, u64 b, u64 level) const;
+  // Words that hold every integer of such a range.
+  u64 range_words(u64 a, u64 b, u64 level = 0) const {
+    return static_cast<u64>(range_nats(a, b, level) * WORDS_PER_NAT) + 2;
   }
+  // The level that is divided when [a, b) is summed as a segment, and the words of its integers then.
+  u64 divided_level(u64 a, u64 b) const;
+  u64 segment_words(u64 a, u64 b) const { return range_words(a, b, divided_level(a, b)); }
 };
 
 } // namespace kelvane

@@ -35,7 +35,8 @@ public:
   static constexpr u64 INTEGERS = 2, TAILS = 2;
   static constexpr double MERGE_WEIGHT = 0.75;
   using Check = std::function<void(const kob_cdi_EFPh&)>;
-  u64 capacity(u64 a, u64 b) const { return range_words(a, b) + 4; } // as for the P, Q, R shape
+  u64 capacity(u64 a, u64 b, u64 level = 0) const { return range_words(a, b, level) + 4; } // as for P, Q, R
+  u64 segment_capacity(u64 a, u64 b) const { return capacity(a, b, divided_level(a, b)); }
   bool is_leaf(u64 a, u64 b) const { return b - a == 1 || range_words(a, b) < END_WORDS; }
   void leaf(u64 a, u64 b, kob_cdi_EFPh* out) const;
   u64 merge_bytes(u64 capacity, const km_MULv3::Context& context) const;
@@ -51,7 +52,7 @@ protected:
   kc_BSS_P2B2_BBP(u64 overhead, u64 shift_) : memory_overhead(overhead), shift(shift_) {}
 
 private:
-  static constexpr u64 END_WORDS = 40;
+  static constexpr u64 END_WORDS = 64;
 };
 
 // Q and R of [0, N) for the precision; see ScheduledSum. Advances context.multiply.progress by sum_cost().

@@ -18,11 +18,14 @@ void kc_BSS_P2B3_Type0::leaf(u64 a, u64 b, kob_cdi_EFPh* out) const {
   SeriesTerm t;
   for (u64 k = a + 1; k <= b; k++) {
     term(k, t);
-    if (plain) P.multiply(t.p, t.p_factors);
+    u64 p[8], q[10];
+    const u64 p_words = product_of_factors(t.p, t.p_factors, p);
+    const u64 q_words = product_of_factors(t.q, t.q_factors, q);
+    if (plain) P.multiply(p, p_words);
     x.set_product(P, t.poly, t.poly_words);
-    if (!plain) P.multiply(t.p, t.p_factors);
-    R.multiply(t.q, t.q_factors);
-    Q.multiply(t.q, t.q_factors);
+    if (!plain) P.multiply(p, p_words);
+    R.multiply(q, q_words);
+    Q.multiply(q, q_words);
     R.accumulate(x, alternating && ((k - a - 1) & 1) != 0);
   }
   out[0].set_words(P.words, P.n);

@@ -65,9 +65,10 @@ public:
 
   // The shape's part in the recursion (see recursion.h).
   static constexpr u64 INTEGERS = 3;
-  u64 capacity(u64 a, u64 b) const { return range_words(a, b) + CAPACITY_GUARD; }
+  u64 capacity(u64 a, u64 b, u64 level = 0) const { return range_words(a, b, level) + CAPACITY_GUARD; }
+  u64 segment_capacity(u64 a, u64 b) const { return capacity(a, b, divided_level(a, b)); }
   bool is_leaf(u64 a, u64 b) const {
-    return b - a == 1 || range_words(a, b) < LEAF_THRESHOLDS * end_threshold;
+    return b - a == 1 || range_words(a, b) < std::min(LEAF_THRESHOLDS * end_threshold, LONGEST_LEAF);
   }
   void leaf(u64 a, u64 b, kob_cdi_EFPh* out) const;
   u64 merge_bytes(u64 capacity, const km_MULv3::Context& context) const;
@@ -95,8 +96,8 @@ protected:
       : alternating(alternating_), plain(plain_), memory_overhead(overhead), end_threshold(threshold) {}
 
 private:
-  // Measured: appending terms in word arithmetic beats short merges up to about 40 words.
-  static constexpr u64 LEAF_THRESHOLDS = 4;
+  // Measured: appending terms in word arithmetic beats short merges up to 64 words.
+  static constexpr u64 LEAF_THRESHOLDS = 8, LONGEST_LEAF = 64;
   // Two halves of up to range_words each have up to two words more in sum than the range itself; a product
   // may have a zero word on top before it is trimmed, and an addition needs a guard word.
   static constexpr u64 CAPACITY_GUARD = 4;

@@ -3,8 +3,8 @@
 //   [a, b):  one leaf, or m = (a + b) / 2, the halves [a, m) and [m, b), and their merge
 //
 // Memory. A level's block holds the left half's integers, the right half's directly behind in reverse order
-// (each half at the capacity of the larger), so that the last ones lie side by side, and behind them one area used first by the
-// recursion below and then by the merge. Integers grow faster with the index than linearly,
+// (each half at the capacity of the larger), so that the last ones lie side by side, and behind them one area
+// used first by the recursion below and then by the merge. Integers grow faster with the index than linearly,
 // so the right half is never smaller than the left and the need of a range is found by walking
 // down its right spine: O(log N), the same placement as the run.
 //
@@ -17,6 +17,7 @@
 #include <algorithm>
 
 #include "arithmetic/redundancy.h"
+#include "series/common_factors.h"
 #include "series/series_context.h"
 #include "shell/exception.h"
 #include "shell/heap.h"
@@ -26,8 +27,9 @@
 namespace kelvane {
 
 struct RecursionLevels {
-  u64 serial = 0; // levels whose halves run one after the other
-  u64 forked = 0; // levels below them whose halves run in parallel
+  u64 serial = 0;  // levels whose halves run one after the other
+  u64 forked = 0;  // levels below them whose halves run in parallel
+  u64 divided = 0; // 2^d: the ranges d levels below this one are divided by their common factors
 };
 
 // Merges of smaller ranges are not worth a look at the clock; they do not count in the progress.
@@ -35,8 +37,10 @@ inline constexpr u64 PROGRESS_WORDS = 64;
 
 // A Shape is a series seen by the recursion:
 //   static constexpr u64 INTEGERS                     integers per range (at most 4)
-//   u64 capacity(a, b) const                          words of each of the range's integers, guard words
-//     included
+//   u64 capacity(a, b, divided) const                 words of each of the range's integers, guard words
+//     included, when its ranges of that level are divided by common factors
+//   const CommonFactors* common_factors() const       and what they are divided by (see common_factors.h)
+//   u64 divided_level(a, b) const                    the level to divide when [a, b) is summed as a whole
 //   bool is_leaf(a, b) const
 //   void leaf(a, b, kob_cdi_EFPh* out) const
 //   u64 merge_bytes(capacity, context) const          work of merging two halves of that capacity
@@ -50,18 +54,23 @@ public:
   Recursion(const Shape& shape, const SeriesContext& context) : shape_(shape), context_(context) {}
 
   static RecursionLevels plan(const Shape& shape, u64 a, u64 b, u64 threads) {
-    // A product of 2^14 words keeps one thread busy for longer than it takes to start one; ranges
-    // below 2^8 words are not worth a thread of their own.
-    const u64 serial_words = threads << 14, fork_words = u64{1} << 8;
+    // Halves summed in parallel do not wait for each other, the threads of one product do: measured on two
+    // threads, products feed them as well from ranges of 2^18 words on; more threads need 2^14 words each.
+    // Ranges below 2^8 words are not worth a thread of their own.
+    const u64 serial_words = std::max(u64{1} << 18, threads << 14), fork_words = u64{1} << 8;
     RecursionLevels levels;
+    levels.divided = shape.divided_level(a, b);
     if (threads <= 1) return levels;
-    while (!shape.is_leaf(a, b) && shape.capacity(a, b) >= serial_words) {
+    u64 divided = levels.divided;
+    while (!shape.is_leaf(a, b) && shape.capacity(a, b, divided) >= serial_words) {
       a += (b - a) / 2;
+      divided >>= 1;
       levels.serial++;
     }
-    for (u64 t = threads; t > 1 && !shape.is_leaf(a, b) && shape.capacity(a, b) >= fork_words;
+    for (u64 t = threads; t > 1 && !shape.is_leaf(a, b) && shape.capacity(a, b, divided) >= fork_words;
          t = (t + 1) / 2) {
       a += (b - a) / 2;
+      divided >>= 1;
       levels.forked++;
     }
     return levels;
@@ -72,12 +81,16 @@ public:
                         RecursionLevels levels) {
     if (shape.is_leaf(a, b)) return 0;
     Layout layout;
-    const Placement place(layout, shape, a, b);
+    const Placement place(layout, shape, a, b, levels.divided);
     const bool fork = levels.serial == 0 && levels.forked > 0;
     km_MULv3::Context inner = context;
     inner.threads = fork ? (context.threads + 1) / 2 : child_thread_count(context.threads, levels);
     const u64 child = aligned(work_bytes(shape, place.m, b, inner, below(levels)));
-    return layout.used() + std::max(fork ? 2 * child : child, shape.merge_bytes(place.capacity, context));
+    u64 area = std::max(fork ? 2 * child : child, shape.merge_bytes(place.capacity, context));
+    if (place.divide)
+      area = std::max(area, divide_block_bytes(*shape.common_factors(), b - a, place.raw_capacity,
+                                               shape.capacity(a, b, levels.divided), context));
+    return layout.used() + area;
   }
 
   // out[0, INTEGERS) <- the integers of [a, b). Throws kc_BSRModularCheckFailed.
@@ -85,11 +98,13 @@ public:
            u64 bytes) const {
     if (shape_.is_leaf(a, b)) return shape_.leaf(a, b, out);
     Layout layout(work, bytes);
-    const Placement place(layout, shape_, a, b);
-    kob_cdi_EFPh left[Shape::INTEGERS], right[Shape::INTEGERS];
+    const Placement place(layout, shape_, a, b, levels.divided);
+    kob_cdi_EFPh left[Shape::INTEGERS], right[Shape::INTEGERS], whole[Shape::INTEGERS];
+    kob_cdi_EFPh* const merged = place.divide ? whole : out;
     for (u64 i = 0; i < Shape::INTEGERS; i++) {
       left[i].attach(place.left[i], place.capacity);
       right[i].attach(place.right[i], place.capacity);
+      if (place.divide) whole[i].attach(place.whole[i], place.raw_capacity);
     }
     u8* area = static_cast<u8*>(work) + layout.used();
     const u64 area_bytes = layout.left();
@@ -114,25 +129,40 @@ public:
 
     km_MULv3::Context multiply = context_.multiply;
     multiply.threads = threads;
-    shape_.merge(multiply, a, place.m, b, left, right, out, need_first, area, area_bytes);
-    if (context_.fault != nullptr)
-      for (u64 i = 0; i < Shape::INTEGERS; i++) context_.fault->after_merge(out[i], a, b);
-    const kob_cdi_EFPh* results[Shape::INTEGERS];
-    u64 count = 0;
-    for (u64 i = need_first ? 0 : 1; i < Shape::INTEGERS; i++) results[count++] = &out[i];
-    modular_redundancy_check(results, count, a, b);
+    shape_.merge(multiply, a, place.m, b, left, right, merged, need_first, area, area_bytes);
+    const u64 first = need_first ? 0 : 1;
+    check(merged, first, a, b);
+    if (place.divide) {
+      divide_block(*shape_.common_factors(), multiply, a, b, merged + first, out + first,
+                   Shape::INTEGERS - first, area, area_bytes);
+      check(out, first, a, b); // a quotient has the residue of the integer over that of the divisor
+    }
     if (context_.multiply.progress != nullptr && place.capacity >= PROGRESS_WORDS)
       context_.multiply.progress->add(shape_.merge_cost(place.capacity));
   }
 
 private:
+  void check(kob_cdi_EFPh* results, u64 first, u64 a, u64 b) const {
+    const kob_cdi_EFPh* list[Shape::INTEGERS];
+    for (u64 i = first; i < Shape::INTEGERS; i++) {
+      if (context_.fault != nullptr) context_.fault->after_merge(results[i], a, b);
+      list[i - first] = &results[i];
+    }
+    modular_redundancy_check(list, Shape::INTEGERS - first, a, b);
+  }
+
   struct Placement {
-    u64 m, capacity;
-    u64 *left[Shape::INTEGERS], *right[Shape::INTEGERS];
-    Placement(Layout& layout, const Shape& shape, u64 a, u64 b)
-        : m(a + (b - a) / 2), capacity(std::max(shape.capacity(a, m), shape.capacity(m, b))) {
+    u64 m, capacity, raw_capacity; // of the halves' integers; of the range's own before they are divided
+    bool divide;
+    u64 *left[Shape::INTEGERS], *right[Shape::INTEGERS], *whole[Shape::INTEGERS];
+    Placement(Layout& layout, const Shape& shape, u64 a, u64 b, u64 divided)
+        : m(a + (b - a) / 2),
+          capacity(std::max(shape.capacity(a, m, divided >> 1), shape.capacity(m, b, divided >> 1))),
+          raw_capacity(shape.capacity(a, b, divided == 1 ? 0 : divided)), divide(divided == 1) {
       for (u64*& words : left) words = layout.take<u64>(capacity);
       for (u64 i = Shape::INTEGERS; i-- > 0;) right[i] = layout.take<u64>(capacity);
+      if (divide)
+        for (u64*& words : whole) words = layout.take<u64>(raw_capacity);
       layout.take_bytes(0); // the area behind begins aligned
     }
   };
@@ -149,8 +179,8 @@ private:
     return (bytes + Layout::ALIGNMENT - 1) / Layout::ALIGNMENT * Layout::ALIGNMENT;
   }
   static RecursionLevels below(RecursionLevels levels) {
-    if (levels.serial > 0) return {levels.serial - 1, levels.forked};
-    return {0, levels.forked > 0 ? levels.forked - 1 : 0};
+    if (levels.serial > 0) return {levels.serial - 1, levels.forked, levels.divided >> 1};
+    return {0, levels.forked > 0 ? levels.forked - 1 : 0, levels.divided >> 1};
   }
   // Below the forked levels a range has its one thread.
   static u64 child_thread_count(u64 threads, RecursionLevels levels) {

@@ -8,11 +8,10 @@ namespace {
 
 // The smallest end s of a segment from `begin` on whose integers reach `nats`; N when none does.
 u64 segment_end(const kc_BSS& series, u64 begin, u64 N, double nats) {
-  const double floor = series.log_size(begin);
   u64 low = begin + 1, high = N;
   while (low < high) {
     const u64 middle = low + (high - low) / 2;
-    if (series.log_size(middle) - floor >= nats)
+    if (series.range_nats(begin, middle, series.divided_level(begin, middle)) >= nats)
       high = middle;
     else
       low = middle + 1;
@@ -36,7 +35,7 @@ Schedule cut_terms(const kc_BSS& series, u64 precision_words, u64 N, const std::
   const auto append = [&](u64 begin, u64 end) {
     schedule.list[schedule.count++] = {
         static_cast<u64>(std::max(0.0, series.log_convergence(begin, end)) * WORDS_PER_NAT) + 2,
-        series.range_words(begin, end),
+        series.segment_words(begin, end),
         end == N ? 0 : static_cast<u64>(std::max(0.0, left(end)) * WORDS_PER_NAT) + 2,
         begin,
         end,
@@ -61,7 +60,7 @@ Schedule build_schedule(const kc_BSS& series, u64 precision_words, double factor
       series, precision_words, N, [&](u64 k) { return target - series.log_convergence(0, k); },
       [&](const Schedule& s) {
         const u64 start = s.list[s.count - 1].end;
-        return N - start <= 1000 && series.range_words(start, N) <= s.list[0].quotient_precision;
+        return N - start <= 1000 && series.segment_words(start, N) <= s.list[0].quotient_precision;
       });
 }
 

@@ -105,7 +105,7 @@ private:
       const Schedule& schedule = sum.schedule_;
       for (u64 i = 0; i < schedule.count; i++) {
         const Segment& s = schedule.list[i];
-        const u64 capacity = sum.shape_.capacity(s.begin, s.end);
+        const u64 capacity = sum.shape_.capacity(s.begin, s.end, sum.shape_.divided_level(s.begin, s.end));
         words = std::max(words, capacity);
         const RecursionLevels levels = Tree::plan(sum.shape_, s.begin, s.end, context.threads);
         area_bytes = std::max(area_bytes, Tree::work_bytes(sum.shape_, s.begin, s.end, context, levels));

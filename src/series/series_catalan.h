@@ -13,6 +13,7 @@
 // Source: Lupas, Formulae for some classical constants (2000).
 #pragma once
 
+#include "series/common_factors.h"
 #include "series/kc_BSS_P2B2_BBP.h"
 #include "series/kc_BSS_P2B3_Type0.h"
 
@@ -20,11 +21,25 @@ namespace kelvane {
 
 class Series_Catalan_Lupas final : public kc_BSS_P2B3_Type0 {
 public:
-  Series_Catalan_Lupas() : kc_BSS_P2B3_Type0(true, false, 19, 10) {}
+  Series_Catalan_Lupas();
   u64 terms(u64 precision_words) const override;
   double log_size(u64 x) const override;
   double log_convergence(u64 a, u64 b) const override;
   void term(u64 k, SeriesTerm& t) const override;
+  const CommonFactors* common_factors() const override { return &factors_; }
+
+private:
+  const HypergeometricFactors factors_;
+};
+
+// The nine factors of q(k) are, but for powers of 2 and 3, the numbers n of 12k+1..12k+11 that 4 does not
+// divide. Every fraction lacks the factors of its own k only:
+//   e(q) = 2 (multiples of q that 4 does not divide in (12a + 12, 12b + 11]) - 2 (the most at one k)
+class HuventFactors final : public CommonFactors {
+public:
+  HuventFactors();
+  u64 exponent(u64 q, u64 a, u64 b) const override;
+  double log_at_least(double terms) const override;
 };
 
 class Series_Catalan_Huvent final : public kc_BSS_P2B2_BBP {
@@ -34,6 +49,10 @@ public:
   double log_size(u64 x) const override;
   double log_convergence(u64 a, u64 b) const override;
   void term(u64 k, BBPTerm& t) const override;
+  const CommonFactors* common_factors() const override { return &factors_; }
+
+private:
+  const HuventFactors factors_;
 };
 
 } // namespace kelvane

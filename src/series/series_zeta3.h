@@ -11,26 +11,35 @@
 // Source: Amdeberhan and Zeilberger, Hypergeometric series acceleration via the WZ method (1997).
 #pragma once
 
+#include "series/common_factors.h"
 #include "series/kc_BSS_P2B3_Type0.h"
 
 namespace kelvane {
 
 class Series_Zeta3_AZ1 final : public kc_BSS_P2B3_Type0 {
 public:
-  Series_Zeta3_AZ1() : kc_BSS_P2B3_Type0(true, false, 22, 12) {}
+  Series_Zeta3_AZ1();
   u64 terms(u64 precision_words) const override;
   double log_size(u64 x) const override;
   double log_convergence(u64 a, u64 b) const override;
   void term(u64 k, SeriesTerm& t) const override;
+  const CommonFactors* common_factors() const override { return &factors_; }
+
+private:
+  const HypergeometricFactors factors_;
 };
 
 class Series_Zeta3_AZ2 final : public kc_BSS_P2B3_Type0 {
 public:
-  Series_Zeta3_AZ2() : kc_BSS_P2B3_Type0(true, false, 35, 6) {}
+  Series_Zeta3_AZ2();
   u64 terms(u64 precision_words) const override;
   double log_size(u64 x) const override;
   double log_convergence(u64 a, u64 b) const override;
   void term(u64 k, SeriesTerm& t) const override;
+  const CommonFactors* common_factors() const override { return &factors_; }
+
+private:
+  const HypergeometricFactors factors_;
 };
 
 } // namespace kelvane

@@ -25,7 +25,9 @@ using Tree = Recursion<kc_BSS_P2B3_Type0>;
 // Words of the longest product with which segment i is merged with everything behind it; 0 for the last one.
 u64 merge_words(const kc_BSS_P2B3_Type0& series, const Schedule& schedule, u64 i) {
   const Segment& s = schedule.list[i];
-  return i + 1 == schedule.count ? 0 : series.capacity(s.begin, s.end) + kept_words(s.remainder_precision);
+  return i + 1 == schedule.count
+             ? 0
+             : series.segment_capacity(s.begin, s.end) + kept_words(s.remainder_precision);
 }
 
 // Work of the whole summation: one segment's P, Q, R, and an area used first by the segment's recursion and
@@ -78,7 +80,7 @@ SumPlacement place_sum(Layout& layout, const kc_BSS_P2B3_Type0& series, const Sc
                        const km_MULv3::Context& context) {
   u64 words = 0, product_words = 0;
   for (u64 i = 0; i < schedule.count; i++) {
-    words = std::max(words, series.capacity(schedule.list[i].begin, schedule.list[i].end));
+    words = std::max(words, series.segment_capacity(schedule.list[i].begin, schedule.list[i].end));
     product_words = std::max(product_words, merge_words(series, schedule, i));
   }
   return SumPlacement(layout, words, product_words, sum_area_bytes(series, schedule, 0, context));

@@ -1,0 +1,99 @@
+// What the integers of a block of terms have in common, known beforehand.
+//
+// P and Q of a range [a, b) are products of values of linear forms, and every term of R contains the
+// numerators up to its index k and the denominators behind it. For a prime power q call an index an event of
+// a form when q divides the form's value there. Then p divides the term k at least as often as there are,
+// over all q = p^i,
+//
+//   f(k) = numerator events in (a, k] + denominator events in (k, b]
+//
+// (numerator events in (a, k) where a(k) does not contain p(k)), Q and P likewise for k = a and k = b. With
+// e(q) = min f over k, the integer
+//
+//   G(a, b) = product over q of p^e(q)
+//
+// divides P, Q and R. Dividing all three by it changes neither R/Q nor P/Q, so that merges above go on as
+// ever with shorter integers. Where there is no P and R is a sum of fractions over the factors of Q, a term
+// lacks the events at its own index alone, and e(q) is the number of all events less the most at one index.
+//
+// Events have the period q, so e(q) has a closed form: nothing is factored, no factors are kept. A range of m
+// terms loses about w (ln m - 3) nats a term, w being the exponents of p(k)'s forms together. That costs
+// about as much as one level of the recursion and shortens all levels above; measured, a second time higher
+// up does not pay.
+#pragma once
+
+#include <vector>
+
+#include "arithmetic/kob_cdi_EFPh.h"
+#include "multiply/table/km_MULv3.h"
+#include "shell/types.h"
+
+namespace kelvane {
+
+class CommonFactors {
+public:
+  virtual ~CommonFactors() = default;
+
+  // e(q), for a power q of a prime from smallest_prime on, q <= reach (b - a).
+  virtual u64 exponent(u64 q, u64 a, u64 b) const = 0;
+  // Bounds of ln G for every block of `terms` terms (from block on), a lower one for the sizes of what is
+  // left, an upper one for the buffers of G.
+  virtual double log_at_least(double terms) const = 0;
+  double log_at_most(double terms) const;
+
+  const u64 smallest_prime, reach;
+  const u64 block; // ranges of `block` to 2 block - 1 terms are divided
+
+  // 2^d when a segment of so many terms is divided in its ranges d >= 1 halvings below the whole; 0: not at
+  // all.
+  u64 level(u64 terms) const;
+  // ln of what is divided out of a range of so many terms at least, its ranges of that level being divided.
+  double removed(u64 terms, u64 level) const;
+
+protected:
+  // events: of all forms together, counted with their exponents, per period.
+  CommonFactors(u64 smallest_prime_, u64 reach_, u64 block_, u64 events)
+      : smallest_prime(smallest_prime_), reach(reach_), block(block_), events_(events) {}
+
+private:
+  const u64 events_;
+};
+
+// (factor k + offset)^exponent. offset > -2^31 and coprime to factor.
+struct LinearForm {
+  u64 factor;
+  s64 offset;
+  u64 exponent;
+};
+
+// Of series with P, Q, R whose p(k) and q(k) are products of linear forms and constants.
+class HypergeometricFactors : public CommonFactors {
+public:
+  // plain: a(k) contains p(k). `exponents`: least sum of the exponents of the numerators, and of the
+  // denominators, for every prime but those in `excluded`.
+  HypergeometricFactors(std::vector<LinearForm> numerators, std::vector<LinearForm> denominators, bool plain,
+                        u64 exponents, std::vector<u64> excluded, u64 smallest, u64 reach_, u64 block_);
+  u64 exponent(u64 q, u64 a, u64 b) const override;
+  double log_at_least(double terms) const override;
+
+private:
+  struct Form {
+    LinearForm form;
+    bool numerator;
+    std::vector<u64> multiple; // t by q mod factor: factor divides t q - offset
+  };
+  std::vector<Form> forms_;
+  bool plain_;
+  double exponents_, per_term_;
+};
+
+// Divides the integers of [a, b) by G(a, b).
+//   integers        destroyed; of up to raw_words words
+//   out[i]          integers[i] / G, for the `count` ones; their residues are computed from those of
+//   integers[i] work            divide_block_bytes(...) bytes, 64-byte aligned
+u64 divide_block_bytes(const CommonFactors& factors, u64 terms, u64 raw_words, u64 quotient_words,
+                       const km_MULv3::Context& context);
+void divide_block(const CommonFactors& factors, const km_MULv3::Context& context, u64 a, u64 b,
+                  kob_cdi_EFPh* integers, kob_cdi_EFPh* out, u64 count, void* work, u64 bytes);
+
+} // namespace kelvane
