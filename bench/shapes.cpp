@@ -1,11 +1,9 @@
 // The prime-field transforms from inside: what decides their cost model, and where a product's time goes.
 //
 //   shapes ISA list WORDS [runs]     one thread: every shape that carries a product of two operands of WORDS
-//   words, its time
-//                                    beside the model's, and a square's
+//                                    words, its time beside the model's, and a square's
 //   shapes ISA shares WORDS [runs]   the phases of one product in the shape that is chosen: nanoseconds and
-//   cycles a
-//                                    point and prime, bytes moved a second, on 1 and 2 threads
+//                                    cycles a point and prime, bytes moved a second, on 1 and 2 threads
 //
 // ISA: avx512ifma, avx512, avx2, sse3.
 #include <cstdio>

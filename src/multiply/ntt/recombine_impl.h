@@ -10,7 +10,7 @@
 namespace kelvane::ntt {
 namespace {
 
-// b <= 208, T <= 32: 104 words, and the coefficient that begins in the last of them.
+// b <= 208, T <= 64: 208 words, and the coefficient that begins in the last of them.
 constexpr u32 MAX_RUN_WORDS = 224;
 
 // sum[0, N] += t[0, N]; the last carry is 0.
