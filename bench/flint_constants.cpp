@@ -1,6 +1,7 @@
-// The peer of compare_constants.py: one constant by Arb, its decimal digits, and the seconds of both.
+// The peer of compare_constants.py and compare_pi.py: one constant by Arb, its decimal digits, and the
+// seconds of both.
 //
-//   flint_constants NAME DIGITS THREADS        NAME: log2, zeta3, catalan, gamma
+//   flint_constants NAME DIGITS THREADS        NAME: pi, log2, zeta3, catalan, gamma
 //
 // Prints "compute S convert S tail DDDDD": the tail are the last five of DIGITS digits after the point,
 // truncated.
@@ -28,7 +29,9 @@ int main(int argc, char** argv) {
   arb_t x;
   arb_init(x);
   const double start = seconds();
-  if (std::strcmp(argv[1], "log2") == 0)
+  if (std::strcmp(argv[1], "pi") == 0)
+    arb_const_pi(x, bits);
+  else if (std::strcmp(argv[1], "log2") == 0)
     arb_const_log2(x, bits);
   else if (std::strcmp(argv[1], "zeta3") == 0)
     arb_const_apery(x, bits);
@@ -39,7 +42,7 @@ int main(int argc, char** argv) {
   else
     return 2;
   const double computed = seconds();
-  // All constants here lie in (0, 2): the digits are those of floor(x 10^DIGITS).
+  // The digits are the last of floor(x 10^DIGITS).
   fmpz_t power, n;
   fmpz_init(power);
   fmpz_init(n);

@@ -1,7 +1,7 @@
 // The peer of whole-computation benchmarks: Pi by the Chudnovsky series with GMP's integers.
 //
-//   gmp_pi DIGITS [FILE]     prints the seconds of series, division and root, and decimal conversion;
-//                            writes "3.ddd..." to FILE when given
+//   gmp_pi DIGITS [FILE]     prints the seconds of series, division and root, of both, and of the decimal
+//                            conversion, and the last five digits; writes "3.ddd..." to FILE when given
 //
 // Plain binary splitting over exact integers, one thread, no common factors removed:
 //   Pi = 426880 sqrt(10005) Q / (13591409 Q - R)
@@ -80,8 +80,8 @@ int main(int argc, char** argv) {
   std::vector<char> text(digits + 64);
   mpz_get_str(text.data(), 10, root);
   const double t3 = now();
-  std::printf("series %.3f  division+root %.3f  compute %.3f  decimal %.3f  total %.3f seconds\n", t1 - t0,
-              t2 - t1, t2 - t0, t3 - t2, t3 - t0);
+  std::printf("series %.3f division+root %.3f compute %.3f convert %.3f tail %.5s\n", t1 - t0, t2 - t1,
+              t2 - t0, t3 - t2, text.data() + digits - 4);
   if (argc > 2) {
     std::FILE* file = std::fopen(argv[2], "w");
     if (file == nullptr) return 1;

@@ -2,7 +2,7 @@
 //
 //   shapes ISA list WORDS [runs]     one thread: every shape that carries a product of two operands of WORDS
 //   words, its time
-//                                    beside the model's
+//                                    beside the model's, and a square's
 //   shapes ISA shares WORDS [runs]   the phases of one product in the shape that is chosen: nanoseconds and
 //   cycles a
 //                                    point and prime, bytes moved a second, on 1 and 2 threads
@@ -49,7 +49,7 @@ void list(ntt::Backend backend, u64 words, int runs) {
   const std::vector<u64> random = random_words(2 * words, words);
   std::copy_n(random.data(), words, a.words());
   std::copy_n(random.data() + words, words, b.words());
-  std::vector<std::vector<double>> times(shapes.size());
+  std::vector<std::vector<double>> times(shapes.size()), squares(shapes.size());
   for (int run = 0; run <= runs; run++) {
     for (u64 i = 0; i < shapes.size(); i++) {
       const ntt::Engine engine(*shapes[i], 1, nullptr);
@@ -57,14 +57,19 @@ void list(ntt::Backend backend, u64 words, int runs) {
         engine.product(out.words(), 2 * words, a.words(), words, b.words(), words, TA.data, TB.data,
                        work.data);
       });
-      if (run != 0) times[i].push_back(t);
+      const double square = timed([&] {
+        engine.product(out.words(), 2 * words, a.words(), words, nullptr, 0, TA.data, nullptr, work.data);
+      });
+      if (run == 0) continue;
+      times[i].push_back(t);
+      squares[i].push_back(square);
     }
   }
   for (u64 i = 0; i < shapes.size(); i++) {
     const double t = median(times[i]), model = ntt::product_nanoseconds(*shapes[i]);
     print_shape(*shapes[i]);
-    std::printf("  %9.3f ms  model %9.3f  %.3f%s\n", t * 1e3, model * 1e-6, t * 1e9 / model,
-                *shapes[i] == chosen ? "  chosen" : "");
+    std::printf("  %9.3f ms  model %9.3f  %.3f  square %9.3f ms%s\n", t * 1e3, model * 1e-6, t * 1e9 / model,
+                median(squares[i]) * 1e3, *shapes[i] == chosen ? "  chosen" : "");
   }
 }
 

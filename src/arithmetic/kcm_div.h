@@ -2,10 +2,11 @@
 //
 //   X ~ 1/D to h = ceil(p/2) + 1 words;   0M: q0 = N X;   1M: D q0, r = N - D q0;   2M: q0 + X r
 //
-// r is about 2^(-64 h) of N, so only the lower half of N - D q0 is formed; the quotient's
-// relative error is the square of the reciprocal's plus that of the truncations, about
-// 2^(-64 (p + 1)). Cost: about 2.5 half-length and 1.5 full-length products.
-// Source: Karp and Markstein, High-precision division and square root, ACM TOMS 23 (1997).
+// r is about 2^(-64 h) of N, so D q0 is wanted modulo 2^(64 m) - 1 only, m = p + 8 or a little more; the
+// transform of X serves 0M and 2M. The quotient's relative error is the square of the reciprocal's plus that
+// of the truncations, about 2^(-64 (p + 1)). Cost: 8 transforms of p words and the reciprocal's, together 2.2
+// products of p by p words. With reduced memory no transform is kept: one transform more. Source: Karp and
+// Markstein, High-precision division and square root, ACM TOMS 23 (1997).
 #pragma once
 
 #include "arithmetic/kob_cdi_GFP.h"
@@ -29,6 +30,9 @@ double kcm_div_cost(u64 p); // for progress
 // work: division_bytes(p, context) bytes, 64-byte aligned.
 void divide(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_GFP& N, const kob_cdi_GFP& D,
             u64 p, void* work);
+// The same without texts: for computations whose meter shows the whole.
+void divide_quietly(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_GFP& N,
+                    const kob_cdi_GFP& D, u64 p, void* work);
 u64 division_bytes(u64 p, const km_MULv3::Context& context);
 
 } // namespace kelvane

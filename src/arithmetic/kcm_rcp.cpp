@@ -8,10 +8,10 @@ namespace {
 
 constexpr const char* NAME = "kcm_rcp_E()";
 
-// Product lengths of a level: A x (p by q words) and x e (q by q + 1 words, both with guards).
-u64 level_work_bytes(u64 p, const km_MULv3::Context& context) {
+// A x: p + 2 by q + 2 words, so that 1 is at position z <= p + q + 4 of the product. x e: q + 2 by q + 3.
+StepProducts::Needs level_needs(u64 p) {
   const u64 q = newton::lower_level(p);
-  return std::max(product_work_bytes(p, q, context), product_work_bytes(q, q + 1, context));
+  return {.whole = 2 * q + 5, .wrapped = p + 7, .full = p + q + 4, .keep = true, .pair = false};
 }
 
 int set_first_estimate(kob_cdi_GFP& T, const kob_cdi_GFP& A) {
@@ -31,19 +31,21 @@ int reciprocal(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_G
   if (p == 0) return set_first_estimate(T, A);
   newton::check_space(T, p, PL, NAME);
   const u64 q = newton::lower_level(p);
-  if (reciprocal(context, T, A, q, work, PL, product_work, meter, top) != 0)
+  kob_cdi_GFP x, e, a = A;
+  newton::attach_estimate(x, T, p);
+  if (reciprocal(context, x, A, q, work, PL, product_work, meter, top) != 0)
     return newton::CONVERGENCE_FAILURE;
+  e.attach(work, newton::residual_words(p));
+  a.trim(p);
 
-  kob_cdi_GFP x, e;
-  x.attach(work, newton::estimate_words(p));
-  e.attach(work + newton::estimate_words(p), newton::residual_words(p));
-  x.set_truncated(T, q);
-
+  StepProducts products(context, level_needs(p), product_work);
   meter.begin(p, " - 0M - ");
-  set_product(context, T, A, p, x, q, p, product_work); // y = A x
-  meter.end(newton::product_cost(p + q));
-  const newton::Deviation d = newton::deviation_from_one(T, e, q, top, NAME);
-  return newton::correct(context, T, x, e, d, p, false, product_work, meter);
+  products.keep({x.T, x.L});
+  u64* const y = products.wrapped({a.T, a.L});
+  meter.end(newton::product_cost(p));
+  const u64 unit = static_cast<u64>(-(a.exp + x.exp));
+  const newton::Deviation d = newton::deviation_from_one(y, products.m(), unit, e, q, top, NAME);
+  return newton::correct(products, T, x, e, d, p, false, meter);
 }
 
 } // namespace
@@ -60,16 +62,14 @@ int kcm_rcp_B(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_GF
 
 u64 kcm_rcp_work_bytes(u64 p, const km_MULv3::Context& context) {
   u64 bytes = 0;
-  for (; p > 0; p = newton::lower_level(p)) bytes = std::max(bytes, level_work_bytes(p, context));
+  for (; p > 0; p = newton::lower_level(p))
+    bytes = std::max(bytes, StepProducts::work_bytes(level_needs(p), context));
   return bytes;
 }
 
 double kcm_rcp_cost(u64 p) {
   double cost = 0;
-  for (; p > 0; p = newton::lower_level(p)) {
-    const u64 q = newton::lower_level(p);
-    cost += newton::product_cost(p + q) + newton::product_cost(2 * q);
-  }
+  for (; p > 0; p = newton::lower_level(p)) cost += 2 * newton::product_cost(p);
   return cost;
 }
 

@@ -2,9 +2,10 @@
 //
 //   x <- x + x (1 - A x), the precision in words doubling at each level (see newton.h).
 //
-// Cost of the last level: a product of p by p/2 words and one of p/2 by p/2 words; all levels
-// together about 2.5 products of p by p words.
-// Source: Brent and Zimmermann, Modern Computer Arithmetic, section 4.2.
+// A level's products are A x modulo 2^(64 m) - 1 with m = p + 7 or a little more, and x (1 - A x); both share
+// the transform of x. That is 5 transforms of p words, where a product of p by p words takes 6; all levels
+// together 1.7 products of p by p words. Source: Brent and Zimmermann, Modern Computer Arithmetic,
+// section 4.2.
 #pragma once
 
 #include "arithmetic/kob_cdi_GFP.h"

@@ -50,23 +50,24 @@ u64 check_product(const kob_cdi_EFPh::Transform& TA, const kob_cdi_EFPh::Transfo
 
 } // namespace
 
-void kob_cdi_EFPh::Transform::forward(const km_MULv3::abstract_btp& p, void* storage, const kob_cdi_EFPh& x,
-                                      void* scratch) {
+void kob_cdi_EFPh::Transform::describe(const km_MULv3::abstract_btp& p, void* storage,
+                                       const kob_cdi_EFPh& x) {
   parameters = &p;
   data = storage;
   L = x.L;
   exp = x.exp;
   hash = x.hash;
+}
+
+void kob_cdi_EFPh::Transform::forward(const km_MULv3::abstract_btp& p, void* storage, const kob_cdi_EFPh& x,
+                                      void* scratch) {
+  describe(p, storage, x);
   p.forward(storage, x.T, x.L, scratch);
 }
 
 void kob_cdi_EFPh::Transform::forward_once(const km_MULv3::abstract_btp& p, void* storage,
                                            const kob_cdi_EFPh& x, void* scratch) {
-  parameters = &p;
-  data = storage;
-  L = x.L;
-  exp = x.exp;
-  hash = x.hash;
+  describe(p, storage, x);
   p.forward_once(storage, x.T, x.L, scratch);
 }
 

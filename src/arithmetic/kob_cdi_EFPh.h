@@ -36,6 +36,9 @@ public:
     void forward(const km_MULv3::abstract_btp& p, void* storage, const kob_cdi_EFPh& x, void* scratch);
     // For a single use: the next product must consume it. Cheaper.
     void forward_once(const km_MULv3::abstract_btp& p, void* storage, const kob_cdi_EFPh& x, void* scratch);
+
+  private:
+    void describe(const km_MULv3::abstract_btp& p, void* storage, const kob_cdi_EFPh& x);
   };
 
   void attach(u64* words, u64 allocated);

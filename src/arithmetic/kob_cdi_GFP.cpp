@@ -101,7 +101,9 @@ void kob_cdi_GFP::read_slice(u64* out, s64 s, u64 n) const {
   const s64 end = s + static_cast<s64>(n);
   const s64 from = std::clamp(exp, s, end), to = std::clamp(mag(), from, end);
   // The words move first: out may be the number's own buffer.
-  if (to > from) std::memmove(out + (from - s), T + (from - exp), static_cast<u64>(to - from) * sizeof(u64));
+  u64* const moved = out + (from - s);
+  const u64* const words = T + (from - exp);
+  if (to > from && moved != words) std::memmove(moved, words, static_cast<u64>(to - from) * sizeof(u64));
   std::fill(out, out + (from - s), u64{0});
   std::fill(out + (to - s), out + n, u64{0});
 }

@@ -41,7 +41,7 @@ public:
   double get_double(s64* e) const;
   // This = |A| + |B| or |A| - |B| (|A| >= |B|) with A's sign, kept to p + 2 words below A's top.
   // Words of both below that are dropped: error below two units of the last word. Needs AL >= p + 3.
-  // This may share A's buffer when A starts no lower than the result (A.L <= p + 2) and starts at its buffer.
+  // This may share A's words when A starts no lower than the result (A.L <= p + 2).
   void set_add_magnitude(const kob_cdi_GFP& A, const kob_cdi_GFP& B, u64 p);
   void set_sub_magnitude(const kob_cdi_GFP& A, const kob_cdi_GFP& B, u64 p);
 

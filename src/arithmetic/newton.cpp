@@ -41,47 +41,32 @@ void print_figures(s64 found, s64 limit, const std::string& message) {
 
 } // namespace
 
-Deviation deviation_from_one(const kob_cdi_GFP& y, kob_cdi_GFP& e, u64 q, u64 top, const char* name) {
+Deviation deviation_from_one(u64* w, u64 m, u64 unit, kob_cdi_GFP& e, u64 q, u64 top, const char* name) {
   const std::string failure = std::string(name) + ": ";
-  const s64 limit = 2 - static_cast<s64>(q);
-  const bool over = y.mag() == 1 && y.T[y.L - 1] == 1;
-  if (y.is_zero() || y.exp > 0 || !(over || y.mag() == 0)) {
+  const u64 one = 1;
+  const bool under = subtract_modulo(w, m, &one, 1, unit);
+  const u64 n = magnitude_length(w, m, under);
+  if (n == 0) return Deviation::none;
+  if (n > unit) { // |1 - y| >= 1
     Console::print(failure + "Convergence Failure\n");
     Console::print("top = ");
     Console::print_u64(top);
     Console::print("\n");
     return Deviation::failed;
   }
-
-  // e below the unit, in units of y's last word: y - 1, or 1 - y = ~y + 1 on y's own words.
-  const u64 n = over ? y.L - 1 : y.L;
-  u64 leading = 0; // words below the unit that agree with 1
-  const u64 agreeing = over ? 0 : ~u64{0};
-  while (leading < n && y.T[n - 1 - leading] == agreeing) leading++;
-  if (over && leading == n) return Deviation::none;
-  if (-static_cast<s64>(leading) > limit) {
-    print_figures(-static_cast<s64>(leading), limit,
-                  failure + (over ? "Over" : "Under") + "-Estimate -> Convergence Failure\n");
+  const s64 limit = 2 - static_cast<s64>(q), mag = static_cast<s64>(n) - static_cast<s64>(unit);
+  if (mag > limit) {
+    print_figures(mag, limit, failure + (under ? "Under" : "Over") + "-Estimate -> Convergence Failure\n");
     return Deviation::failed;
   }
-
-  // The significant words lie below the agreeing ones; one agreeing word is kept, as 1 - y may carry into it.
-  const u64 end = leading == 0 ? n : n - leading + 1;
-  const u64 kept = std::min(end, e.AL);
-  const u64 from = end - kept;
-  const s64 exponent = y.exp + static_cast<s64>(from);
-  if (over) {
-    std::copy_n(y.T + from, kept, e.buffer);
-  } else {
-    words::complement(e.buffer, y.T + from, kept);
-    words::add_word(e.buffer, kept, 1);
-  }
-  e.set_value(kept, exponent, 1);
-  return e.is_zero() ? Deviation::none : over ? Deviation::over : Deviation::under;
+  const u64 kept = std::min(n, q + 3);
+  copy_magnitude(e.buffer, w + (n - kept), kept, under);
+  e.set_value(kept, mag - static_cast<s64>(kept), 1);
+  return under ? Deviation::under : Deviation::over;
 }
 
-int correct(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_GFP& x, kob_cdi_GFP& e,
-            Deviation d, u64 p, bool halve, void* product_work, const Meter& meter) {
+int correct(StepProducts& products, kob_cdi_GFP& T, const kob_cdi_GFP& x, const kob_cdi_GFP& e, Deviation d,
+            u64 p, bool halve, const Meter& meter) {
   if (d == Deviation::failed) return CONVERGENCE_FAILURE;
   if (d == Deviation::none) {
     T.set_truncated(x, p);
@@ -89,17 +74,22 @@ int correct(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_GFP&
   }
   const u64 q = lower_level(p);
   meter.begin(p, d == Deviation::over ? " - O1M - " : " - U1M - ");
-  set_product(context, e, x, q, e, q + 1, q + 1, product_work);
-  if (halve) {
-    words::shift_right(e.T, e.T, e.L, 1);
-    e.set_value(e.L, e.exp, 1);
-  }
-  meter.end(product_cost(2 * q));
+  kob_cdi_GFP c; // x e, where it was formed
+  c.attach(products.whole({e.T, e.L}), x.L + e.L);
+  c.set_value(x.L + e.L, x.exp + e.exp, 1);
+  c.trim(q + 1);
+  if (halve) words::shift_right(c.T, c.T, c.L, 1);
+  meter.end(product_cost(p));
   if (d == Deviation::over)
-    T.set_sub_magnitude(x, e, p);
+    T.set_sub_magnitude(x, c, p);
   else
-    T.set_add_magnitude(x, e, p);
+    T.set_add_magnitude(x, c, p);
   return 0;
+}
+
+void attach_estimate(kob_cdi_GFP& x, const kob_cdi_GFP& T, u64 p) {
+  const u64 q = lower_level(p);
+  x.attach(T.buffer + (p - q), q + 3);
 }
 
 void check_space(const kob_cdi_GFP& T, u64 p, u64 PL, const char* name) {

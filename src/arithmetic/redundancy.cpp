@@ -29,9 +29,20 @@ void modular_redundancy_check(const kob_cdi_EFPh* const* results, u64 count, u64
   throw kc_BSRModularCheckFailed(where);
 }
 
+namespace {
+
+void require_equal(u64 expected, u64 actual) {
+  if (expected != actual) throw kc_BSRModularCheckFailed("Checksum Mismatch. Multiplication Failed.");
+}
+
+} // namespace
+
 void check_product_residue(u64 hash_a, u64 hash_b, const u64* product, u64 n) {
-  if (residue::mul(hash_a, hash_b) == residue::hash_words(product, n)) return;
-  throw kc_BSRModularCheckFailed("Checksum Mismatch. Multiplication Failed.");
+  require_equal(residue::mul(hash_a, hash_b), residue::hash_words(product, n));
+}
+
+void check_wrapped_residue(u64 hash_a, u64 hash_b, const u64* product, u64 m) {
+  require_equal(residue::mul_wrapped(hash_a, hash_b), residue::hash_wrapped(product, m));
 }
 
 } // namespace kelvane

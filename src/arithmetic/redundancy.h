@@ -19,5 +19,8 @@ void modular_redundancy_check(const kob_cdi_EFPh* const* results, u64 count, u64
 // For the products of the final steps: product must be A times B modulo 2^61 - 1; else throws
 // kc_BSRModularCheckFailed with "Checksum Mismatch. Multiplication Failed.".
 void check_product_residue(u64 hash_a, u64 hash_b, const u64* product, u64 n);
+// The same for a product modulo 2^(64 m) - 1, m a multiple of residue::WRAPPED_PERIOD; the operands' residues
+// are those of residue::hash_wrapped.
+void check_wrapped_residue(u64 hash_a, u64 hash_b, const u64* product, u64 m);
 
 } // namespace kelvane

@@ -1,6 +1,5 @@
 #include "control/constant_arccoth.h"
 
-#include "control/algorithm_names.h"
 #include "control/weighted_sum.h"
 #include "series/series_arccoth.h"
 
@@ -19,20 +18,11 @@ WeightedSum formula(u64 n) {
 
 } // namespace
 
-kcr_Constant_ArcCoth::kcr_Constant_ArcCoth(u64 n) {
+kcr_Constant_ArcCoth::kcr_Constant_ArcCoth(u64 n) : kcr_NamedConstant(NAMES) {
   parameter = n;
 }
 std::string kcr_Constant_ArcCoth::get_name() const {
   return "ArcCoth(" + std::to_string(parameter) + ")";
-}
-std::string kcr_Constant_ArcCoth::get_algorithm_short_name(s32 algorithm) const {
-  return algorithm_text(NAMES, algorithm, &AlgorithmNames::short_name);
-}
-std::string kcr_Constant_ArcCoth::get_algorithm_name(s32 algorithm) const {
-  return algorithm_text(NAMES, algorithm, &AlgorithmNames::name);
-}
-std::string kcr_Constant_ArcCoth::get_algorithm_description(s32 algorithm) const {
-  return algorithm_text(NAMES, algorithm, &AlgorithmNames::description);
 }
 
 u64 kcr_Constant_ArcCoth::get_memory_B(s32 algorithm, const MemoryQuery& query, MemoryFigure* result) const {

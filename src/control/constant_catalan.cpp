@@ -1,7 +1,7 @@
 #include "control/constant_catalan.h"
 
+#include "arithmetic/kcm_div.h"
 #include "arithmetic/redundancy.h"
-#include "control/algorithm_names.h"
 #include "control/weighted_sum.h"
 #include "series/series_catalan.h"
 #include "series/sum_P2B3.h"
@@ -34,7 +34,7 @@ void plan_huvent(MemoryPlan& plan, u64 p, const km_MULv3::Context& multiply) {
   plan.allocate(slot);
   plan.step(sum_work_bytes(Series_Catalan_Huvent(), p, multiply));
   plan.allocate(slot);
-  plan.step(quotient_bytes(p, multiply));
+  plan.step(division_bytes(p, multiply));
   plan.release(slot);
   plan.release(slot);
   plan.release(slot);
@@ -64,8 +64,8 @@ void sum_huvent(ComputeContext& context, Console::Progress& progress, u64 p, kob
   Q.mul_word_in_place(512265600);
   const kob_cdi_EFPh* operands[] = {&X, &Q};
   modular_redundancy_check(operands, 2, 0, series.terms(p));
-  const HeapBlock work(context.heap, quotient_bytes(p, multiply));
-  quotient_quietly(multiply, result, as_GFP(X), as_GFP(Q), p, work.data());
+  const HeapBlock work(context.heap, division_bytes(p, multiply));
+  divide_quietly(multiply, result, as_GFP(X), as_GFP(Q), p, work.data());
   progress.add(quotient_cost(p));
 }
 
@@ -97,20 +97,14 @@ u64 huvent_memory(const MemoryQuery& query, MemoryFigure* result) {
 
 } // namespace
 
+kcr_Constant_Catalan::kcr_Constant_Catalan() : kcr_NamedConstant(NAMES) {
+  algorithm_count = 2;
+}
 std::string kcr_Constant_Catalan::get_name() const {
   return "Catalan";
 }
 std::string kcr_Constant_Catalan::get_full_name() const {
   return "Catalan's Constant";
-}
-std::string kcr_Constant_Catalan::get_algorithm_short_name(s32 algorithm) const {
-  return algorithm_text(NAMES, algorithm, &AlgorithmNames::short_name);
-}
-std::string kcr_Constant_Catalan::get_algorithm_name(s32 algorithm) const {
-  return algorithm_text(NAMES, algorithm, &AlgorithmNames::name);
-}
-std::string kcr_Constant_Catalan::get_algorithm_description(s32 algorithm) const {
-  return algorithm_text(NAMES, algorithm, &AlgorithmNames::description);
 }
 
 u64 kcr_Constant_Catalan::get_memory_B(s32 algorithm, const MemoryQuery& query, MemoryFigure* result) const {

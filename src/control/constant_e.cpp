@@ -4,7 +4,6 @@
 
 #include "arithmetic/kcm_div.h"
 #include "arithmetic/redundancy.h"
-#include "control/algorithm_names.h"
 #include "control/phases.h"
 #include "series/series_e.h"
 #include "shell/console.h"
@@ -28,17 +27,11 @@ struct Sizes {
 
 } // namespace
 
+kcr_Constant_E::kcr_Constant_E() : kcr_NamedConstant(NAMES) {
+  algorithm_count = 2;
+}
 std::string kcr_Constant_E::get_name() const {
   return "e";
-}
-std::string kcr_Constant_E::get_algorithm_short_name(s32 algorithm) const {
-  return algorithm_text(NAMES, algorithm, &AlgorithmNames::short_name);
-}
-std::string kcr_Constant_E::get_algorithm_name(s32 algorithm) const {
-  return algorithm_text(NAMES, algorithm, &AlgorithmNames::name);
-}
-std::string kcr_Constant_E::get_algorithm_description(s32 algorithm) const {
-  return algorithm_text(NAMES, algorithm, &AlgorithmNames::description);
 }
 
 u64 kcr_Constant_E::get_memory_B(s32 algorithm, const MemoryQuery& query, MemoryFigure* result) const {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "arithmetic/kcm_div.h"
 #include "arithmetic/redundancy.h"
 #include "control/weighted_sum.h"
 #include "series/series_arccoth.h"
@@ -83,9 +84,9 @@ void plan_AB(MemoryPlan& plan, const Series_EulerGamma_BM_AB& series, const Fram
   plan.step(sum_work_bytes(series, f.p, multiply));
   plan.allocate(bytes(number_words(f.p)));
   plan.step(product_work_bytes(f.p, f.p, multiply));
-  if (f.c != 0) plan.step(quotient_bytes(f.c, multiply));
+  if (f.c != 0) plan.step(division_bytes(f.c, multiply));
   plan.release(bytes(number_words(f.p)));
-  plan.step(quotient_bytes(f.p, multiply));
+  plan.step(division_bytes(f.p, multiply));
   for (int i = 0; i < 3; i++) plan.release(bytes(f.slot));
 }
 
@@ -118,12 +119,12 @@ void sum_AB(ComputeContext& context, const Series_EulerGamma_BM_AB& series, cons
       set_product(multiply, denominator, as_GFP(D), p, S, p, p, work.data());
     }
     if (f.c != 0) {
-      const HeapBlock work(context.heap, quotient_bytes(f.c, multiply));
-      quotient_quietly(multiply, inverse, D2, S, f.c, work.data());
+      const HeapBlock work(context.heap, division_bytes(f.c, multiply));
+      divide_quietly(multiply, inverse, D2, S, f.c, work.data());
     }
   }
-  const HeapBlock work(context.heap, quotient_bytes(p, multiply));
-  quotient_quietly(multiply, result, as_GFP(V), denominator, p, work.data());
+  const HeapBlock work(context.heap, division_bytes(p, multiply));
+  divide_quietly(multiply, result, as_GFP(V), denominator, p, work.data());
 }
 
 // The blocks of subtract_C() in order: C, and the products' work.

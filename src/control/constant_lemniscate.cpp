@@ -1,6 +1,5 @@
 #include "control/constant_lemniscate.h"
 
-#include "control/algorithm_names.h"
 #include "control/weighted_sum.h"
 #include "series/series_arcsinlemn.h"
 
@@ -32,17 +31,11 @@ WeightedSum formula(s32 algorithm) {
 
 } // namespace
 
+kcr_Constant_Lemniscate::kcr_Constant_Lemniscate() : kcr_NamedConstant(NAMES) {
+  algorithm_count = 2;
+}
 std::string kcr_Constant_Lemniscate::get_name() const {
   return "Lemniscate";
-}
-std::string kcr_Constant_Lemniscate::get_algorithm_short_name(s32 algorithm) const {
-  return algorithm_text(NAMES, algorithm, &AlgorithmNames::short_name);
-}
-std::string kcr_Constant_Lemniscate::get_algorithm_name(s32 algorithm) const {
-  return algorithm_text(NAMES, algorithm, &AlgorithmNames::name);
-}
-std::string kcr_Constant_Lemniscate::get_algorithm_description(s32 algorithm) const {
-  return algorithm_text(NAMES, algorithm, &AlgorithmNames::description);
 }
 
 u64 kcr_Constant_Lemniscate::get_memory_B(s32 algorithm, const MemoryQuery& query,

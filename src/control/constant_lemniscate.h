@@ -2,17 +2,14 @@
 // unit half-axis, as a sum of two values of the inverse lemniscate sine.
 #pragma once
 
-#include "control/constant.h"
+#include "control/named_constant.h"
 
 namespace kelvane {
 
-class kcr_Constant_Lemniscate final : public kcr_Constant {
+class kcr_Constant_Lemniscate final : public kcr_NamedConstant {
 public:
-  kcr_Constant_Lemniscate() { algorithm_count = 2; }
+  kcr_Constant_Lemniscate();
   std::string get_name() const override;
-  std::string get_algorithm_short_name(s32 algorithm) const override;
-  std::string get_algorithm_name(s32 algorithm) const override;
-  std::string get_algorithm_description(s32 algorithm) const override;
   u64 get_memory_B(s32 algorithm, const MemoryQuery& query, MemoryFigure* result) const override;
   void run_B(s32 algorithm, ComputeContext& context) const override;
 };

@@ -4,12 +4,13 @@
 #include <memory>
 
 #include "arithmetic/kcm_div.h"
+#include "arithmetic/kcm_invsqrt.h"
 #include "arithmetic/redundancy.h"
-#include "control/algorithm_names.h"
 #include "control/phases.h"
 #include "series/series_pi.h"
 #include "series/sum_P2B3.h"
 #include "shell/console.h"
+#include "shell/exception.h"
 #include "shell/settings.h"
 
 namespace kelvane {
@@ -56,17 +57,11 @@ u64 slot_words(u64 p) {
 
 } // namespace
 
+kcr_Constant_Pi::kcr_Constant_Pi() : kcr_NamedConstant(NAMES) {
+  algorithm_count = 2;
+}
 std::string kcr_Constant_Pi::get_name() const {
   return "Pi";
-}
-std::string kcr_Constant_Pi::get_algorithm_short_name(s32 algorithm) const {
-  return algorithm_text(NAMES, algorithm, &AlgorithmNames::short_name);
-}
-std::string kcr_Constant_Pi::get_algorithm_name(s32 algorithm) const {
-  return algorithm_text(NAMES, algorithm, &AlgorithmNames::name);
-}
-std::string kcr_Constant_Pi::get_algorithm_description(s32 algorithm) const {
-  return algorithm_text(NAMES, algorithm, &AlgorithmNames::description);
 }
 
 // The run's blocks in order. Slot 0: Q, then 1/sqrt(r), then Pi. Slot 1: R, then the quotient.
@@ -85,8 +80,8 @@ u64 kcr_Constant_Pi::get_memory_B(s32 algorithm, const MemoryQuery& query, Memor
   plan.allocate(slot);
   plan.step(division_bytes(p, multiply));
   plan.release(slot);
-  plan.step(inverse_square_root_bytes(p, multiply));
-  plan.step(product_work_bytes(p, p, multiply));
+  plan.step(inverse_square_root_bytes(newton::lower_level(p), multiply));
+  plan.step(kcm_mul_invsqrt_work_bytes(p, multiply));
   plan.release(slot);
   plan_finish(plan, query, reduced);
   *result = memory_figure(plan, query);
@@ -135,16 +130,21 @@ void kcr_Constant_Pi::run_B(s32 algorithm, ComputeContext& context) const {
       end_phase();
     }
 
-    inverse_square_root(context, pi, formula.r, p);
+    inverse_square_root(context, pi, formula.r,
+                        newton::lower_level(p)); // its last step comes with the product
 
     begin_phase(context, "Final Multiply");
     Console::print("Final Multiply...\n");
     {
-      const HeapBlock work(context.heap, product_work_bytes(p, p, context.multiply));
-      Console::Progress progress("Mutiplying: ", newton::product_cost(2 * p));
-      km_MULv3::Context multiply = context.multiply;
-      multiply.progress = &progress;
-      set_product(multiply, pi, quotient, p, pi, p, p, work.data());
+      const HeapBlock work(context.heap, kcm_mul_invsqrt_work_bytes(p, context.multiply));
+      int status = 0;
+      {
+        Console::Progress progress("Mutiplying: ", 1);
+        km_MULv3::Context multiply = context.multiply;
+        multiply.progress = &progress;
+        status = kcm_mul_invsqrt(multiply, pi, quotient, pi, formula.r, p, work.data());
+      }
+      if (status != 0) fatal("Computation Failed");
     }
     pi.set_mul_word(pi, formula.C);
     end_phase();

@@ -2,19 +2,16 @@
 // square root and one product.
 #pragma once
 
-#include "control/constant.h"
+#include "control/named_constant.h"
 
 namespace kelvane {
 
 // Algorithms 0 and 1 are offered to the user; 2 and 3 are the same series with products that
 // use less memory.
-class kcr_Constant_Pi final : public kcr_Constant {
+class kcr_Constant_Pi final : public kcr_NamedConstant {
 public:
-  kcr_Constant_Pi() { algorithm_count = 2; }
+  kcr_Constant_Pi();
   std::string get_name() const override;
-  std::string get_algorithm_short_name(s32 algorithm) const override;
-  std::string get_algorithm_name(s32 algorithm) const override;
-  std::string get_algorithm_description(s32 algorithm) const override;
   u64 get_memory_B(s32 algorithm, const MemoryQuery& query, MemoryFigure* result) const override;
   void run_B(s32 algorithm, ComputeContext& context) const override;
 };

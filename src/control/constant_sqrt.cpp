@@ -3,7 +3,6 @@
 #include <cmath>
 
 #include "arithmetic/words/add.h"
-#include "control/algorithm_names.h"
 #include "control/phases.h"
 #include "shell/settings.h"
 
@@ -15,7 +14,7 @@ constexpr AlgorithmNames NAMES[] = {{"Newton", "Newton", "1st order Newton's Met
 
 } // namespace
 
-kcr_Constant_Sqrt::kcr_Constant_Sqrt(u64 n) {
+kcr_Constant_Sqrt::kcr_Constant_Sqrt(u64 n) : kcr_NamedConstant(NAMES) {
   parameter = n;
 }
 
@@ -24,16 +23,6 @@ std::string kcr_Constant_Sqrt::get_name() const {
 }
 std::string kcr_Constant_GoldenRatio::get_name() const {
   return "Golden Ratio";
-}
-
-std::string kcr_Constant_Sqrt::get_algorithm_short_name(s32 algorithm) const {
-  return algorithm_text(NAMES, algorithm, &AlgorithmNames::short_name);
-}
-std::string kcr_Constant_Sqrt::get_algorithm_name(s32 algorithm) const {
-  return algorithm_text(NAMES, algorithm, &AlgorithmNames::name);
-}
-std::string kcr_Constant_Sqrt::get_algorithm_description(s32 algorithm) const {
-  return algorithm_text(NAMES, algorithm, &AlgorithmNames::description);
 }
 
 bool kcr_Constant_Sqrt::is_perfect_square(u64 n) {

@@ -1,18 +1,15 @@
 // Sqrt(n) and the golden ratio: one inverse square root by Newton's method and a product by a word.
 #pragma once
 
-#include "control/constant.h"
+#include "control/named_constant.h"
 
 namespace kelvane {
 
-class kcr_Constant_Sqrt : public kcr_Constant {
+class kcr_Constant_Sqrt : public kcr_NamedConstant {
 public:
   explicit kcr_Constant_Sqrt(u64 n);
   u64 get_kind_code() const override { return 80; }
   std::string get_name() const override;
-  std::string get_algorithm_short_name(s32 algorithm) const override;
-  std::string get_algorithm_name(s32 algorithm) const override;
-  std::string get_algorithm_description(s32 algorithm) const override;
   u64 get_memory_B(s32 algorithm, const MemoryQuery& query, MemoryFigure* result) const override;
   void run_B(s32 algorithm, ComputeContext& context) const override;
 

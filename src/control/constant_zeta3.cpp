@@ -1,6 +1,5 @@
 #include "control/constant_zeta3.h"
 
-#include "control/algorithm_names.h"
 #include "control/weighted_sum.h"
 #include "series/series_zeta3.h"
 
@@ -25,20 +24,14 @@ WeightedSum formula(s32 algorithm) {
 
 } // namespace
 
+kcr_Constant_Zeta3::kcr_Constant_Zeta3() : kcr_NamedConstant(NAMES) {
+  algorithm_count = 2;
+}
 std::string kcr_Constant_Zeta3::get_name() const {
   return "Zeta(3)";
 }
 std::string kcr_Constant_Zeta3::get_full_name() const {
   return "Zeta(3) - Apery's Constant";
-}
-std::string kcr_Constant_Zeta3::get_algorithm_short_name(s32 algorithm) const {
-  return algorithm_text(NAMES, algorithm, &AlgorithmNames::short_name);
-}
-std::string kcr_Constant_Zeta3::get_algorithm_name(s32 algorithm) const {
-  return algorithm_text(NAMES, algorithm, &AlgorithmNames::name);
-}
-std::string kcr_Constant_Zeta3::get_algorithm_description(s32 algorithm) const {
-  return algorithm_text(NAMES, algorithm, &AlgorithmNames::description);
 }
 
 u64 kcr_Constant_Zeta3::get_memory_B(s32 algorithm, const MemoryQuery& query, MemoryFigure* result) const {

@@ -1,18 +1,15 @@
 // Zeta(3) by one of two series of Amdeberhan and Zeilberger.
 #pragma once
 
-#include "control/constant.h"
+#include "control/named_constant.h"
 
 namespace kelvane {
 
-class kcr_Constant_Zeta3 final : public kcr_Constant {
+class kcr_Constant_Zeta3 final : public kcr_NamedConstant {
 public:
-  kcr_Constant_Zeta3() { algorithm_count = 2; }
+  kcr_Constant_Zeta3();
   std::string get_name() const override;
   std::string get_full_name() const override;
-  std::string get_algorithm_short_name(s32 algorithm) const override;
-  std::string get_algorithm_name(s32 algorithm) const override;
-  std::string get_algorithm_description(s32 algorithm) const override;
   u64 get_memory_B(s32 algorithm, const MemoryQuery& query, MemoryFigure* result) const override;
   void run_B(s32 algorithm, ComputeContext& context) const override;
 };

@@ -49,36 +49,9 @@ void inverse_square_root(ComputeContext& context, kob_cdi_GFP& T, u64 x, u64 p) 
   end_phase();
 }
 
-namespace {
-
-struct QuotientPlacement {
-  u64 PL;
-  u64* work;
-  void* product_work;
-  QuotientPlacement(Layout& layout, u64 p, const km_MULv3::Context& context)
-      : PL(kcm_div_words(p)), work(layout.take<u64>(PL)),
-        product_work(layout.take_bytes(kcm_div_work_bytes(p, context))) {}
-};
-
-} // namespace
-
-u64 quotient_bytes(u64 p, const km_MULv3::Context& context) {
-  Layout layout;
-  QuotientPlacement(layout, p, context);
-  return layout.used();
-}
-
 // A merge of the series counts as one product of its length and is about three.
 double quotient_cost(u64 p) {
   return kcm_div_cost(p) / 3;
-}
-
-void quotient_quietly(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_GFP& N,
-                      const kob_cdi_GFP& D, u64 p, void* work) {
-  Layout layout(work, quotient_bytes(p, context));
-  const QuotientPlacement place(layout, p, context);
-  if (kcm_div_t9_B(context, T, N, D, p, place.work, place.PL, place.product_work, newton::Meter()) != 0)
-    fatal("Computation Failed");
 }
 
 kob_cdi_GFP as_GFP(const kob_cdi_EFPh& x) {

@@ -32,12 +32,8 @@ constexpr u64 number_words(u64 p) {
 void inverse_square_root(ComputeContext& context, kob_cdi_GFP& T, u64 x, u64 p);
 u64 inverse_square_root_bytes(u64 p, const km_MULv3::Context& context);
 
-// T <- N/D to p words, T.AL >= p + 3, without texts: for computations whose meter shows the whole.
-// "Computation Failed" is fatal. work: quotient_bytes(p, context) bytes, 64-byte aligned.
-void quotient_quietly(const km_MULv3::Context& context, kob_cdi_GFP& T, const kob_cdi_GFP& N,
-                      const kob_cdi_GFP& D, u64 p, void* work);
-u64 quotient_bytes(u64 p, const km_MULv3::Context& context);
-double quotient_cost(u64 p); // in the unit of the series' costs
+// A quotient to p words in the unit of the series' costs.
+double quotient_cost(u64 p);
 
 // A view of an integer with residue as a floating number; no words are copied.
 kob_cdi_GFP as_GFP(const kob_cdi_EFPh& x);

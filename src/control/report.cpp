@@ -58,6 +58,8 @@ void print_header(const ComputeSettings& settings) {
   line("Threads:    ", Console::format_commas(settings.threads), 'T');
   line("Mode   :    ", mode_text(settings), 'T');
   Console::print("\n");
+  print_system_info();
+  Console::print("\n");
 }
 
 void print_timings(const RunRecord& record) {

@@ -9,7 +9,7 @@
 
 namespace kelvane {
 
-// "Constant :  " ... "Mode   :    " and the empty line behind it.
+// "Constant :  " ... "Mode   :    ", the system information, and the empty line behind it.
 void print_header(const ComputeSettings& settings);
 // Start and end, computation and total time, utilisation and efficiency.
 void print_timings(const RunRecord& record);

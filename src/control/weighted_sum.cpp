@@ -54,7 +54,7 @@ void WeightedSum::plan(MemoryPlan& plan, u64 p, const km_MULv3::Context& multipl
   for (const Share& share : shares_) {
     plan.step(sum_work_bytes(*share.series, p, multiply));
     plan.allocate(quotient);
-    plan.step(quotient_bytes(p, multiply));
+    plan.step(division_bytes(p, multiply));
     plan.release(quotient);
   }
   plan.release(slot);
@@ -93,8 +93,8 @@ void WeightedSum::run(ComputeContext& context, Console::Progress* progress, u64 
     kob_cdi_GFP T;
     T.attach(quotient.words(), number_words(p));
     {
-      const HeapBlock work(context.heap, quotient_bytes(p, multiply));
-      quotient_quietly(multiply, T, as_GFP(X), as_GFP(Q), p, work.data());
+      const HeapBlock work(context.heap, division_bytes(p, multiply));
+      divide_quietly(multiply, T, as_GFP(X), as_GFP(Q), p, work.data());
     }
     if (progress != nullptr) progress->add(quotient_cost(p));
     T.sign = share.subtract ? 0 : 1;

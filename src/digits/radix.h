@@ -12,8 +12,8 @@
 // a second call with the same arguments starts afresh. Both give the same words for any number of
 // threads (1..256). Inputs are not changed.
 //
-// Cost in products of n by n words: convert about 0.4 per halving of W down to a cache-sized node,
-// verify about 1.3.
+// Cost in products of n by n words: convert about 0.35 per halving of W down to a cache-sized node,
+// verify about 1.
 #pragma once
 
 #include "multiply/table/km_MULv3.h"

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "arithmetic/words/residue.h"
 #include "shell/exception.h"
 
 namespace kelvane::CBRv2 {
@@ -20,6 +21,13 @@ struct Needs {
   void include(u64 words, const km_MULv3::Context& context) {
     work = std::max(work, km_MULv3::memory_cost(words, context.threads, context.reduced_memory));
     product = std::max(product, words);
+  }
+  void include(const Plan& plan, u64 level, const NodeProduct& node) {
+    const u64 words = plan.product_words(level);
+    work = std::max(work, WorkAreas(*node.record, level < plan.fork).bytes);
+    if (node.wrapped != nullptr)
+      work = std::max(work, km_MULv3::memory_cost(words, plan.context(level).threads, true));
+    product = std::max({product, words, node.words});
   }
   ProductBuffers place(Layout& layout) const { return {layout.take_bytes(work), layout.take<u64>(product)}; }
 };
@@ -57,14 +65,31 @@ Plan kmp_CBRv2_ci_btrf_ap_make(u64 W, const km_MULv3::Context& context) {
   return plan;
 }
 
-WorkAreas::WorkAreas(const km_MULv3::abstract_btp& record, u64 words, u64 threads) {
+NodeProduct::NodeProduct(const Plan& plan, u64 level) : wrapped(nullptr), words(plan.product_words(level)) {
+  const u64 S = plan.span(level + 1);
+  const km_MULv3::Context& context = plan.context(level);
+  if (words > km_MULv3::LONGEST_FFT) {
+    const u64 least = power_words(S) + power_zero_words(S) + fraction_words(S + OVERLAP) + 1;
+    wrapped = km_MULv3::select_wrapped(
+        std::max({least, plan.longest_fraction(level), km_MULv3::LONGEST_FFT + 1}), context, &storage);
+    if (wrapped->wrap_words() % residue::WRAPPED_PERIOD != 0) wrapped = nullptr; // no check is known
+  }
+  if (wrapped != nullptr) {
+    record = wrapped;
+    words = wrapped->wrap_words();
+  } else {
+    record = km_MULv3::select(words, context, &storage);
+  }
+}
+
+WorkAreas::WorkAreas(const km_MULv3::abstract_btp& record, bool wide) {
   Layout layout;
   layout.take_bytes(record.transform_bytes());
-  second_transform = layout.used();
-  layout.take_bytes(record.transform_bytes());
+  power = layout.used();
+  if (wide) layout.take_bytes(record.transform_bytes());
   scratch = layout.used();
   layout.take_bytes(record.scratch_bytes());
-  if (layout.used() > km_MULv3::product_cost(words, threads)) fatal("Insufficient Allocated Space");
+  bytes = layout.used();
 }
 
 Workspace::Workspace(Layout& layout, const Plan& plan) {
@@ -90,16 +115,16 @@ Workspace::Workspace(Layout& layout, const Plan& plan) {
   });
   phase([&](Layout& branch) {
     Needs needs;
-    for (u64 level = 0; level < plan.fork; ++level) needs.include(plan.product_words(level), plan.wide);
+    for (u64 level = 0; level < plan.fork; ++level) needs.include(plan, level, NodeProduct(plan, level));
     std::fill(power_transforms, power_transforms + plan.fork, nullptr);
     wide = needs.place(branch);
   });
   phase([&](Layout& branch) {
     Needs needs;
     for (u64 level = plan.fork; level < plan.levels; ++level) {
-      needs.include(plan.product_words(level), plan.narrow);
-      // One of the two transforms in a product's cost, and half of its scratch with it.
-      power_transforms[level] = branch.take_bytes(km_MULv3::product_cost(plan.product_words(level), 1) / 2);
+      const NodeProduct node(plan, level);
+      needs.include(plan, level, node);
+      power_transforms[level] = branch.take_bytes(node.record->transform_bytes());
     }
     for (u64 i = 0; i < plan.workers; ++i) {
       const ProductBuffers buffers = needs.place(branch);

@@ -63,16 +63,10 @@ struct Plan {
   u64 slot_words() const { return fraction_words(base + OVERLAP); }
   u64 slots() const { return u64{1} << levels; }
   u64 span(u64 level) const { return base << (levels - level); } // S(level)
-  // Parameters of the products with which nodes of `level` are cut: the longest fraction, the
-  // power, and the record for both.
+  // Of the products with which nodes of `level` are cut: words of the longest fraction, and of the whole.
   u64 longest_fraction(u64 level) const { return fraction_words(span(level) + OVERLAP); }
   u64 product_words(u64 level) const { return longest_fraction(level) + power_words(span(level + 1)); }
   const km_MULv3::Context& context(u64 level) const { return level < fork ? wide : narrow; }
-  // With reduced memory the wide levels keep no transforms: each product stands for itself.
-  bool keeps_transform(u64 level) const { return level >= fork || !wide.reduced_memory; }
-  km_MULv3::abstract_btp* product(u64 level, km_MULv3::btp_storage* storage) const {
-    return km_MULv3::select(product_words(level), context(level), storage);
-  }
   // Words of the square of R^n.
   static constexpr u64 square_words(u64 n) { return 2 * power_words(n); }
 };
@@ -81,18 +75,47 @@ struct Plan {
 // "kmp_CBRv2_ci_btrf_ap_make(): Thread Inconsistancy".
 Plan kmp_CBRv2_ci_btrf_ap_make(u64 W, const km_MULv3::Context& context);
 
-// Memory of one product at a time: `work`, as km_MULv3 counts it (for a kept transform: those of both
-// factors and the record's scratch), and the product itself.
+// How the nodes of a level are multiplied by its power, whose transform they share.
+//
+// With l the words of a node's fraction and z the whole zero words of the power R^S = P 2^(64 z), the product
+// f P has l - z words of fraction, of which the lower half takes the top `lower`. Its integer part is not
+// wanted: the upper half has its own words of f. So a long product is formed modulo 2^(64 m) - 1 with
+//
+//   m >= l   and   m > power_words + z + lower,
+//
+// both about l: three quarters of the whole. What of the product lies above word m comes down on its lowest
+// c = length - m words, all below the wanted ones. Only a carry out of them could go on into the wanted ones,
+// and then all words between have become zero: where they are, the product is formed whole (see cut).
+struct NodeProduct {
+  km_MULv3::btp_storage storage;
+  const km_MULv3::abstract_btp* record;
+  const km_MULv3::abstract_ntp* wrapped; // the same record, null where products are formed whole
+  u64 words;                             // m, or those of the whole product
+
+  NodeProduct(const Plan& plan, u64 level);
+  NodeProduct(const NodeProduct&) = delete;
+  NodeProduct& operator=(const NodeProduct&) = delete;
+};
+
+// Memory of one product at a time: the work area, in which WorkAreas finds its way, and the product itself.
 struct ProductBuffers {
   void* work;
   u64* product;
 };
 
-// Where a record's parts lie in such a work area; fatal when they do not fit.
+// The parts of a work area, by their byte offsets: the fraction's transform at 0, the power's (on wide levels
+// only; the others keep theirs elsewhere), the scratch.
 struct WorkAreas {
-  u64 second_transform, scratch; // byte offsets; the first transform is at 0
-  WorkAreas(const km_MULv3::abstract_btp& record, u64 words, u64 threads);
+  u64 power, scratch, bytes;
+  WorkAreas(const km_MULv3::abstract_btp& record, bool wide);
 };
+
+// The context of products formed whole where they are wrapped as a rule: their work area holds no more.
+inline km_MULv3::Context whole_context(const Plan& plan, u64 level) {
+  km_MULv3::Context context = plan.context(level);
+  context.reduced_memory = true;
+  return context;
+}
 
 // Placement of all buffers of a conversion.
 struct Workspace {

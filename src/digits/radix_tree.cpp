@@ -7,8 +7,8 @@
 //
 // Error bound. Let a node be exact up to e: it makes N with f R^n - 1 - e < N <= f R^n, for its f
 // as given. A leaf has e < n 2^-64. Both halves get their fraction by dropping words, which lowers
-// it by less than one unit of the last kept word, 2^-64 of their last radix word. Products are
-// exact and frac only drops their top, so every error is downward and a fraction never leaves
+// it by less than one unit of the last kept word, 2^-64 of their last radix word. The words taken from
+// products are exact and frac only drops their top, so every error is downward and a fraction never leaves
 // [0, 1). The node's words are those of its halves joined at the true boundary (below), so its e is
 // the lower half's plus 2^-64: after 48 levels e < 200 * 2^-64. With e < 1 the integer N is floor(f R^n)
 // or one less, the latter only when frac(f R^n) < e.
@@ -24,6 +24,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <optional>
 
 #include "arithmetic/words/add.h"
 #include "arithmetic/words/residue.h"
@@ -38,9 +39,6 @@
 namespace kelvane::CBRv2 {
 
 namespace {
-
-using km_MULv3::abstract_btp;
-using km_MULv3::btp_storage;
 
 // The first failed check of a thread; the driving thread prints it after the threads have ended.
 struct Failure {
@@ -87,10 +85,10 @@ private:
     u64 length = 0;
     u64 zeros = 0;
     u64 hash = 0; // of the words without the zeros
-    const abstract_btp* record = nullptr;
+    u64 hash_wrapped = 0;
+    std::optional<NodeProduct> product;
     void* transform = nullptr;
     u64 scratch = 0; // byte offset in the work area of its products
-    btp_storage storage;
   };
   // One node: `main` words at out_ below `top`, and one more below them when `extra` is set.
   struct Node {
@@ -117,6 +115,9 @@ private:
 
   bool make_powers();
   void transform_power(u64 level, const ProductBuffers& buffers);
+  void forward_power(u64 level, const ProductBuffers& buffers);
+  bool multiply(const Node& node, const u64* fraction, u64 l, u64 first, const ProductBuffers& buffers,
+                Failure& failure);
   bool cut(const Node& node, const ProductBuffers& buffers, Failure& failure);
   bool kmh_CBRv2_ci_btrf_L(Node node, u64* overlap, const ProductBuffers& buffers, Failure& failure);
   bool kmq_CBRv2_ci_btrf_T();
@@ -188,43 +189,68 @@ bool Conversion::make_powers() {
 
 // The transform of a level's power, which all its nodes share. Their work areas are laid out alike.
 void Conversion::transform_power(u64 level, const ProductBuffers& buffers) {
-  if (!plan_.keeps_transform(level)) return;
   Power& power = powers_[level];
-  power.record = plan_.product(level, &power.storage);
-  const WorkAreas areas(*power.record, plan_.product_words(level), plan_.context(level).threads);
+  power.product.emplace(plan_, level);
+  const bool wide = level < plan_.fork;
+  const WorkAreas areas(*power.product->record, wide);
   u8* const work = static_cast<u8*>(buffers.work);
   power.scratch = areas.scratch;
-  power.transform = level < plan_.fork ? work + areas.second_transform : space_.power_transforms[level];
-  power.record->forward(power.transform, space_.powers[level], power.length, work + areas.scratch);
-  progress(transform_cost(plan_.product_words(level)));
+  power.transform = wide ? work + areas.power : space_.power_transforms[level];
+  if (power.product->wrapped != nullptr)
+    power.hash_wrapped = residue::hash_wrapped(space_.powers[level], power.length);
+  forward_power(level, buffers);
+  progress(transform_cost(power.product->words));
+}
+
+void Conversion::forward_power(u64 level, const ProductBuffers& buffers) {
+  const Power& power = powers_[level];
+  power.product->record->forward(power.transform, space_.powers[level], power.length,
+                                 static_cast<u8*>(buffers.work) + power.scratch);
+}
+
+// buffers.product[first, ...) <- the product with the level's power from word `first` on, checked.
+bool Conversion::multiply(const Node& node, const u64* fraction, u64 l, u64 first,
+                          const ProductBuffers& buffers, Failure& failure) {
+  const Power& power = powers_[node.level];
+  const NodeProduct& how = *power.product;
+  u64* const out = buffers.product;
+  u8* const work = static_cast<u8*>(buffers.work);
+  const u64 n = l + power.length;
+  const auto check = [&](u64 expected, u64 actual) {
+    return actual == expected ||
+           failure.set("Radix Conversion: Product Hash Mismatch", plan_.span(node.level), expected, actual);
+  };
+  if (how.wrapped != nullptr) {
+    const u64 expected = residue::mul_wrapped(residue::hash_wrapped(fraction, l), power.hash_wrapped);
+    how.wrapped->forward_once(work, fraction, l, work + power.scratch);
+    const km_MULv3::Term term{work, power.transform};
+    how.wrapped->inverse_wrapped(out, &term, 1, work + power.scratch);
+    if (visit(Faults::PRODUCT, out, how.words) || !check(expected, residue::hash_wrapped(out, how.words)))
+      return false;
+    // Words below `polluted` hold the sum of two parts of the product.
+    const u64 polluted = n > how.words ? n - how.words : 0;
+    if (polluted == 0 || words::normalized_length(out + polluted, first - polluted) != 0) return true;
+    km_MULv3::multiply(whole_context(plan_, node.level), out, fraction, l, space_.powers[node.level],
+                       power.length, work);
+    if (node.level < plan_.fork) forward_power(node.level, buffers); // it lay in the same work area
+  } else {
+    how.record->forward_once(work, fraction, l, work + power.scratch);
+    how.record->inverse_fmul(out, n, work, power.transform, work + power.scratch);
+  }
+  return !visit(Faults::PRODUCT, out, n) &&
+         check(residue::mul(residue::hash_words(fraction, l), power.hash), residue::hash_words(out, n));
 }
 
 // The product with the level's power; its slice becomes the lower half's fraction.
 bool Conversion::cut(const Node& node, const ProductBuffers& buffers, Failure& failure) {
-  const Power& power = powers_[node.level];
   const u64 l = fraction_words(node.count());
-  const u64* const fraction = fraction_end(node.slot) - l;
-  const u64 n = l + power.length;
-  const u64 fraction_hash = residue::hash_words(fraction, l);
-  if (plan_.keeps_transform(node.level)) {
-    u8* const work = static_cast<u8*>(buffers.work);
-    power.record->forward_once(work, fraction, l, work + power.scratch);
-    power.record->inverse_fmul(buffers.product, n, work, power.transform, work + power.scratch);
-  } else {
-    km_MULv3::multiply(plan_.wide, buffers.product, fraction, l, space_.powers[node.level], power.length,
-                       buffers.work);
-  }
-  if (visit(Faults::PRODUCT, buffers.product, n)) return false;
-  const u64 expected = residue::mul(fraction_hash, power.hash);
-  const u64 actual = residue::hash_words(buffers.product, n);
-  if (actual != expected)
-    return failure.set("Radix Conversion: Product Hash Mismatch", plan_.span(node.level), expected, actual);
-
-  // f R^S = product * 2^(64 zeros) / 2^(64 l): l - zeros words of the product are fraction.
   const u64 lower = fraction_words(node.count() - plan_.span(node.level + 1));
   const u64 lower_slot = node.slot + plan_.slots() / (u64{2} << node.level);
-  std::copy_n(buffers.product + (l - power.zeros - lower), lower, fraction_end(lower_slot) - lower);
-  progress(2 * transform_cost(plan_.product_words(node.level)));
+  // f R^S = product * 2^(64 zeros) / 2^(64 l): l - zeros words of the product are fraction.
+  const u64 first = l - powers_[node.level].zeros - lower;
+  if (!multiply(node, fraction_end(node.slot) - l, l, first, buffers, failure)) return false;
+  std::copy_n(buffers.product + first, lower, fraction_end(lower_slot) - lower);
+  progress(2 * transform_cost(powers_[node.level].product->words));
   return true;
 }
 
@@ -360,8 +386,8 @@ double convert_cost(u64 W, u64 n, u64 threads) {
   double cost = leaf_cost(plan.base) * static_cast<double>(W) / static_cast<double>(plan.base);
   for (u64 level = 0; level < plan.levels; ++level) {
     const double nodes = static_cast<double>(W) / static_cast<double>(plan.span(level));
-    cost +=
-        (2 * nodes + 1) * transform_cost(plan.product_words(level)); // the power's, and the nodes' two each
+    // The power's, and the nodes' two each.
+    cost += (2 * nodes + 1) * transform_cost(NodeProduct(plan, level).words);
     if (level > 0) cost += 2 * transform_cost(2 * power_words(plan.span(level + 1)));
   }
   return cost;

@@ -10,6 +10,17 @@
 // n - z words of both factors contribute. For n fitting W these are 0.7 W words each, instead of the
 // whole product's W + 0.7 W. Nothing is truncated: the residue is that of I itself, and the digits,
 // which are I or I - 1, differ from it by at most 1.
+//
+// Nor is that product formed whole when it is long. Let L = n - z, F' and P' the low L words of the factors,
+// F' P' = H 2^(64 L) + D with D the rest wanted (up to 2^(64 z)), and M = 2^(64 m) - 1 with m = L + s, s >=
+// 0. The product 2^(64 s) F' P' modulo M is
+//
+//   V = H + 2^(64 s) D, less M if that exceeds M;
+//
+// its residue v, and h, that of 2^(64 s) F' P' = 2^(64 m) H + 2^(64 s) D, are two equations for those of H
+// and D modulo p: 2^(64 s) D = v - (h - v) / (2^(64 m) - 1). They can be solved unless 61 divides m. Since H
+// < P', M can have been taken off only where the words of V above those of P' are all zero; then, and for
+// short numbers, the product is formed whole. V itself is checked modulo a divisor of M.
 
 #include <algorithm>
 #include <bit>
@@ -26,8 +37,6 @@ namespace kelvane::CBRv2 {
 
 namespace {
 
-using km_MULv3::abstract_btp;
-using km_MULv3::btp_storage;
 using km_MULv3::Context;
 
 // The rounds of left-to-right powering: after round k the exponent is the top k + 1 bits of W.
@@ -45,30 +54,54 @@ u64 square_words(u64 W, u64 round) {
 
 // The final product: low parts of the fraction and the power.
 struct FinalProduct {
-  u64 words;    // n - z: length of the rest
-  u64 fraction; // words of the fraction that count
-  u64 power;    // words of the power that count, at most
+  u64 words; // L = n - z, of the fraction and of the rest
+  u64 power; // words of the power that count, at most
+  km_MULv3::btp_storage storage;
+  const km_MULv3::abstract_ntp* wrapped = nullptr; // null: formed whole
 
-  FinalProduct(u64 W, u64 n)
-      : words(n > power_zero_words(W) ? n - power_zero_words(W) : 0), fraction(words),
-        power(std::min(words, power_words(W))) {}
-  u64 length() const { return fraction + power; }
+  FinalProduct(u64 W, u64 n, const Context& context)
+      : words(n > power_zero_words(W) ? n - power_zero_words(W) : 0), power(std::min(words, power_words(W))) {
+    if (length() <= km_MULv3::LONGEST_FFT) return;
+    wrapped = km_MULv3::select_wrapped(std::max(words, km_MULv3::LONGEST_FFT + 1), context, &storage);
+    if (m() % residue::WRAPPED_PERIOD != 0 || m() % 61 == 0) wrapped = nullptr;
+  }
+  FinalProduct(const FinalProduct&) = delete;
+  FinalProduct& operator=(const FinalProduct&) = delete;
+  u64 length() const { return words + power; }
+  u64 m() const { return wrapped->wrap_words(); }
+};
+
+// The parts of the work area for a product modulo M.
+struct WrappedAreas {
+  void *TA, *TB, *scratch;
+  WrappedAreas(Layout& layout, const km_MULv3::abstract_ntp& record)
+      : TA(layout.take_bytes(record.transform_bytes())), TB(layout.take_bytes(record.transform_bytes())),
+        scratch(layout.take_bytes(record.scratch_bytes())) {}
 };
 
 struct Placement {
   u64* power;
   u64* product; // of either phase
   void* work;   // of one product
+  u64 work_bytes = 0;
 
-  Placement(Layout& layout, u64 W, u64 n, u64 threads, bool reduced_memory) {
+  Placement(Layout& layout, u64 W, const FinalProduct& last, const Context& context) {
     power = layout.take<u64>(power_words(W));
-    u64 product_words = 0, work_bytes = 0;
-    const auto include = [&](u64 words, u64 more) {
+    u64 product_words = 0;
+    const auto include = [&](u64 words, u64 more, bool reduced_memory) {
       product_words = std::max(product_words, words + more);
-      work_bytes = std::max(work_bytes, km_MULv3::memory_cost(words, threads, reduced_memory));
+      work_bytes = std::max(work_bytes, km_MULv3::memory_cost(words, context.threads, reduced_memory));
     };
-    for (u64 round = 1; round <= rounds(W); ++round) include(square_words(W, round), 1); // and the carry of R
-    if (const FinalProduct last(W, n); last.words != 0) include(last.length(), 0);
+    for (u64 round = 1; round <= rounds(W); ++round)
+      include(square_words(W, round), 1, context.reduced_memory); // and the carry of R
+    if (last.wrapped != nullptr) {
+      Layout areas;
+      WrappedAreas(areas, *last.wrapped);
+      work_bytes = std::max(work_bytes, areas.used());
+      product_words = std::max(product_words, last.m());
+    }
+    // Formed whole for want of another way, it must not take more than the wrapped one.
+    if (last.words != 0) include(last.length(), 0, context.reduced_memory || last.wrapped != nullptr);
     product = layout.take<u64>(std::max<u64>(product_words, 1));
     work = layout.take_bytes(work_bytes);
   }
@@ -78,6 +111,10 @@ double powering_cost(u64 W) {
   double cost = 0;
   for (u64 round = 1; round <= rounds(W); ++round) cost += 2 * transform_cost(square_words(W, round));
   return cost;
+}
+
+double final_cost(const FinalProduct& last) {
+  return 3 * transform_cost(last.wrapped != nullptr ? last.m() : last.length());
 }
 
 // Prints the two residues; returns nonzero, the status of a failed check.
@@ -126,27 +163,88 @@ u64 raise_power(const Context& context, u64 W, const Placement& at, u64* zeros) 
   return length;
 }
 
+// The final product's work: the fraction, the power's low words, the hook that may spoil the result.
+struct Operands {
+  const u64* fraction;
+  const u64* power;
+  u64 power_length;
+  Faults* hook;
+};
+
+// The status of the product in at.product, n words with the residue `actual()`.
+template <class Hash>
+int check_product(const Operands& f, const Placement& at, u64 n, u64 expected, const Hash& actual) {
+  if (f.hook != nullptr && f.hook->visit(Faults::VERIFY_PRODUCT, at.product, n)) return 1;
+  const u64 found = actual();
+  return found == expected ? 0 : mismatch("Radix Conversion: Product Hash Mismatch", expected, found);
+}
+
+// *rest <- the residue of D from the whole product. Returns the call's status.
+int rest_of_whole(const Context& context, const FinalProduct& last, const Operands& f, const Placement& at,
+                  u64* rest) {
+  Context inner = context;
+  inner.reduced_memory = context.reduced_memory || last.wrapped != nullptr;
+  const u64 n = last.words + f.power_length;
+  km_MULv3::multiply(inner, at.product, f.fraction, last.words, f.power, f.power_length, at.work);
+  const u64 expected =
+      residue::mul(residue::hash_words(f.fraction, last.words), residue::hash_words(f.power, f.power_length));
+  const int status = check_product(f, at, n, expected, [&] { return residue::hash_words(at.product, n); });
+  *rest = residue::hash_words(at.product, last.words);
+  return status;
+}
+
+// The same from the product modulo M, which is V turned round by s words: V's words s, s + 1, ... come first.
+// *found stays false where that does not tell.
+int rest_of_wrapped(const FinalProduct& last, const Operands& f, const Placement& at, u64* rest,
+                    bool* found) {
+  Layout layout(at.work, at.work_bytes);
+  const WrappedAreas areas(layout, *last.wrapped);
+  const u64 m = last.m(), s = m - last.words;
+  last.wrapped->forward_once(areas.TA, f.fraction, last.words, areas.scratch);
+  last.wrapped->forward_once(areas.TB, f.power, f.power_length, areas.scratch);
+  const km_MULv3::Term term{areas.TA, areas.TB};
+  last.wrapped->inverse_wrapped(at.product, &term, 1, areas.scratch);
+  const u64 expected = residue::mul_wrapped(residue::hash_wrapped(f.fraction, last.words),
+                                            residue::hash_wrapped(f.power, f.power_length));
+  if (check_product(f, at, m, expected, [&] { return residue::hash_wrapped(at.product, m); }) != 0) return 1;
+
+  for (u64 i = m; i-- > f.power_length && !*found;) *found = at.product[i >= s ? i - s : i + m - s] != 0;
+  if (!*found) return 0;
+  const u64 up = residue::weight(static_cast<s64>(s));
+  const u64 v = residue::add(residue::mul(residue::hash_words(at.product, m - s), up),
+                             residue::hash_words(at.product + (m - s), s));
+  const u64 h = residue::mul(
+      residue::mul(residue::hash_words(f.fraction, last.words), residue::hash_words(f.power, f.power_length)),
+      up);
+  const u64 H = residue::mul(residue::sub(h, v),
+                             residue::inverse(residue::sub(residue::weight(static_cast<s64>(m)), 1)));
+  *rest = residue::mul(residue::sub(v, H), residue::weight(-static_cast<s64>(s)));
+  return 0;
+}
+
 } // namespace
 
 u64 verify_scratch_bytes(u64 W, u64 n, u64 threads, bool reduced_memory) {
   if (W == 0 || n == 0) return 0;
+  const Context context{nullptr, threads, nullptr, reduced_memory};
+  const FinalProduct last(W, n, context);
   Layout layout;
-  const Placement at(layout, W, n, threads, reduced_memory);
+  const Placement at(layout, W, last, context);
   return layout.used();
 }
 
 double verify_cost(u64 W, u64 n, u64 threads) {
-  static_cast<void>(threads);
   if (W == 0 || n == 0) return 0;
-  return powering_cost(W) + 3 * transform_cost(FinalProduct(W, n).length());
+  return powering_cost(W) + final_cost(FinalProduct(W, n, {nullptr, threads, nullptr, false}));
 }
 
 int verify(const Context& context, u64 W, const u64* fraction, u64 n, u64* hash_out, void* scratch,
            Faults* hook) {
   *hash_out = 0;
   if (W == 0 || n == 0) return 0;
+  const FinalProduct last(W, n, context);
   Layout layout(scratch, verify_scratch_bytes(W, n, context.threads, context.reduced_memory));
-  const Placement at(layout, W, n, context.threads, context.reduced_memory);
+  const Placement at(layout, W, last, context);
   const u64 expected_power = residue::pow(residue::reduce(RADIX), W);
 
   u64 zeros = 0;
@@ -159,18 +257,15 @@ int verify(const Context& context, u64 W, const u64* fraction, u64 n, u64* hash_
 
   if (context.progress != nullptr) context.progress->set_label(LABEL_MULTIPLYING);
   u64 rest = 0;
-  if (const FinalProduct last(W, n); last.words != 0) {
-    length = std::min(length, last.words);
-    const u64 product_length = last.fraction + length;
-    km_MULv3::multiply(context, at.product, fraction, last.fraction, at.power, length, at.work);
-    if (hook != nullptr && hook->visit(Faults::VERIFY_PRODUCT, at.product, product_length)) return 1;
-    const u64 expected =
-        residue::mul(residue::hash_words(fraction, last.fraction), residue::hash_words(at.power, length));
-    const u64 actual = residue::hash_words(at.product, product_length);
-    if (actual != expected) return mismatch("Radix Conversion: Product Hash Mismatch", expected, actual);
-    rest =
-        residue::mul(residue::hash_words(at.product, last.words), residue::weight(static_cast<s64>(zeros)));
-    if (context.progress != nullptr) context.progress->add(3 * transform_cost(last.length()));
+  if (last.words != 0) {
+    const Operands f{fraction, at.power, std::min(length, last.words), hook};
+    int status = 0;
+    bool found = false;
+    if (last.wrapped != nullptr) status = rest_of_wrapped(last, f, at, &rest, &found);
+    if (status == 0 && !found) status = rest_of_whole(context, last, f, at, &rest);
+    if (status != 0) return status;
+    rest = residue::mul(rest, residue::weight(static_cast<s64>(zeros)));
+    if (context.progress != nullptr) context.progress->add(final_cost(last));
   }
   const u64 product = residue::mul(residue::hash_words(fraction, n), expected_power);
   *hash_out = residue::mul(residue::sub(product, rest), residue::weight(-static_cast<s64>(n)));

@@ -42,6 +42,30 @@ void* block_of_aligned(void* pointer) {
   return block;
 }
 
+// The word behind the caller's bytes of an aligned block. It depends on its place, so that what was copied
+// there from another block is not taken for it.
+constexpr u64 GUARD_BYTES = sizeof(u64);
+u64 guard_at(const u8* place) {
+  return 0xA5C396E78B2D4F10u ^ reinterpret_cast<std::uintptr_t>(place);
+}
+
+// The address in front of the caller's bytes must lead to a block that can be this one's, and the size there
+// to the guard.
+void check_bounds(const u8* pointer) {
+  constexpr u64 LARGEST_ALIGNMENT = 4096, LARGEST_SIZE = u64{1} << 48;
+  u64 block = 0, key = 0, guard = 0;
+  std::memcpy(&block, pointer - 8, sizeof block);
+  const u64 distance = reinterpret_cast<std::uintptr_t>(pointer) - block;
+  const bool plausible = distance % 8 == 0 && distance >= 16 && distance <= LARGEST_ALIGNMENT + 8;
+  if (plausible) std::memcpy(&key, pointer - distance, sizeof key);
+  const u64 size = key ^ guard_at(pointer - distance);
+  if (!plausible || size >= LARGEST_SIZE)
+    fatal_wide(L"Array Bounds Checking: An array under-run has been detected.");
+  std::memcpy(&guard, pointer + size, sizeof guard);
+  if (guard != guard_at(pointer + size))
+    fatal_wide(L"Array Bounds Checking: An array over-run has been detected.");
+}
+
 } // namespace
 
 Heap::~Heap() {
@@ -106,10 +130,18 @@ void* Heap::allocate_or_die(u64 size) {
   return result;
 }
 
+// The block: the size asked for under a key, anything, the block's address, the caller's bytes, the guard. At
+// least 16 bytes lie in front of the caller's.
 void* Heap::allocate_aligned(u64 size, u64 alignment) {
-  const u64 total = size + alignment + 8;
+  const u64 total = size + alignment + 8 + GUARD_BYTES;
   if (total < size) fatal_alloc();
-  return align_inside(allocate_or_die(total), alignment);
+  void* block = allocate_or_die(total);
+  const u64 key = size ^ guard_at(static_cast<u8*>(block));
+  std::memcpy(block, &key, sizeof key);
+  auto* result = static_cast<u8*>(align_inside(block, alignment));
+  const u64 guard = guard_at(result + size);
+  std::memcpy(result + size, &guard, sizeof guard);
+  return result;
 }
 
 void Heap::insert(u64 index, u8* base, u64 size) {
@@ -158,7 +190,9 @@ void Heap::free(void* pointer) {
 }
 
 void Heap::free_aligned(void* pointer) {
-  if (pointer != nullptr) Heap::free(block_of_aligned(pointer));
+  if (pointer == nullptr) return;
+  check_bounds(static_cast<u8*>(pointer));
+  Heap::free(block_of_aligned(pointer));
 }
 
 // The children's blocks lie in the parent's free space without an entry of their own; the 32 n + 32 bytes

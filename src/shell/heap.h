@@ -36,15 +36,17 @@ public:
   // As allocate, but null is fatal ("Memory Allocation Failure.").
   void* allocate_or_die(u64 size);
   // Block whose address is a multiple of `alignment` (a power of two up to 4096): takes
-  // aligned_size(size, alignment) bytes from the heap. Fatal when it does not fit.
+  // aligned_footprint(size, alignment) bytes of the heap. Fatal when it does not fit.
   void* allocate_aligned(u64 size, u64 alignment = 64);
   static void free(void* pointer);
+  // Fatal "Array Bounds Checking: ..." when the words directly in front of the block or behind it have been
+  // written.
   static void free_aligned(void* pointer);
 
   // Bytes that a block of `size` bytes takes from a heap, its table entry included.
   static u64 footprint(u64 size) { return ((size + 7) & ~u64{7}) + 8 + 16; }
   // The same for allocate_aligned.
-  static u64 aligned_footprint(u64 size, u64 alignment = 64) { return footprint(size + alignment + 8); }
+  static u64 aligned_footprint(u64 size, u64 alignment = 64) { return footprint(size + alignment + 16); }
 
   // Two child heaps of equal size for two parallel halves; n is the number of allocations of the
   // parent to leave table room for. Returns the first of two consecutive heaps; join with join_children.

@@ -3,10 +3,12 @@
 #include <gtest/gtest.h>
 #include <mpfr.h>
 
+#include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <random>
 #include <sstream>
 
 #include "control/constant_sqrt.h"
@@ -214,6 +216,31 @@ TEST(Computation, OddCountsAndThreads) {
         job.threads = threads;
         ASSERT_NO_FATAL_FAILURE(expect_right(job, folder, expected));
       }
+    }
+  }
+}
+
+// Odd counts up to 10^6 against the program's own 10^6 digits, whose sums are compared with published ones by
+// the program tests.
+TEST(Computation, RandomCountsInALongRun) {
+  if (!long_run()) GTEST_SKIP() << "runs with KELVANE_LONG";
+  const Folder folder;
+  const u64 thread_counts[] = {1, 2, 3, 7, 64, 256};
+  std::mt19937_64 random(20);
+  for (const Job& kind : KINDS) {
+    Job job = kind;
+    job.algorithm = 0;
+    job.digits = 1000000;
+    job.threads = 2;
+    const std::string whole = run(job, folder).decimal;
+    const size_t point = whole.find('.');
+    ASSERT_EQ(whole.size(), point + 1 + job.digits) << describe(job);
+    job.algorithm = kind.algorithm;
+    for (u64 i = 0; i < 12; i++) {
+      const double exponent = std::uniform_real_distribution<double>(std::log(400), std::log(1e6))(random);
+      job.digits = static_cast<u64>(std::exp(exponent)) | 1;
+      job.threads = thread_counts[i % std::size(thread_counts)];
+      ASSERT_NO_FATAL_FAILURE(expect_right(job, folder, whole.substr(0, point + 1 + job.digits)));
     }
   }
 }

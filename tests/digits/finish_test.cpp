@@ -59,7 +59,7 @@ struct Sequence {
     }
     screen = testing::internal::GetCapturedStdout();
     EXPECT_EQ(heap.active(), 0u);
-    EXPECT_LE(heap.peak_bytes(), bytes + 64 + 16);
+    EXPECT_LE(heap.peak_bytes(), Heap::aligned_footprint(bytes));
   }
 
   std::string decimal() const { // the first D digits

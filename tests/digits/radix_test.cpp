@@ -82,6 +82,73 @@ TEST(Radix, WordCountsAroundTheTreesShapes) {
           << "W " << W << " n " << n << " seed " << W * n;
 }
 
+// Long enough for products modulo 2^(64 m) - 1, at the first lengths that have them and at others; short
+// fractions, whose zeros make the conversion form products whole.
+TEST(Radix, LongProducts) {
+  for (const u64 W : {13087u, 13093u, 13100u, 16384u, 26200u, 40001u})
+    for (const u64 n : {u64{1}, W / 3, fraction_words(W), W + W / 2}) {
+      const Words fraction = test::random_fraction(n, W + n);
+      ASSERT_EQ(shortfall(W, fraction, 1 + n % 3), 0) << "W " << W << " n " << n << " seed " << W + n;
+    }
+  for (const u64 word : {u64{0}, ~u64{0}}) {
+    Words fraction(2 * 20000, word);
+    ASSERT_EQ(shortfall(20000, fraction, 2), 0) << word;
+    fraction[30000] ^= 1;
+    ASSERT_EQ(shortfall(20000, fraction, 2), 0) << word;
+  }
+}
+
+// 1 / (5^exponent) modulo 2^(64 n), times minus `small`: what times the power ends in n words of ones, less
+// small - 1.
+void nearly_minus_one(Words& out, u64 n, u64 exponent, u64 small) {
+  Integer power, modulus;
+  mpz_ui_pow_ui(power.z, 5, exponent);
+  mpz_setbit(modulus.z, 64 * n);
+  mpz_invert(power.z, power.z, modulus.z);
+  mpz_mul_ui(power.z, power.z, small);
+  mpz_sub(power.z, modulus.z, power.z);
+  mpz_fdiv_r(power.z, power.z, modulus.z);
+  std::fill_n(out.begin(), n, u64{0});
+  mpz_export(out.data(), nullptr, -1, 8, 0, 0, power.z);
+}
+
+struct Visits : Faults {
+  Stage stage;
+  int count = 0;
+  explicit Visits(Stage stage_) : stage(stage_) {}
+  bool visit(Stage s, u64*, u64) override {
+    count += s == stage;
+    return false;
+  }
+};
+
+// What comes down from above word m carries through all the words that the lower half takes: they are ones,
+// and would become zeros. R^8192 has no odd bits of two, so that any lowest words can be had.
+TEST(Radix, ACarryOutOfTheWordsThatWrapAround) {
+  const u64 W = 16384, S = W / 2, n = fraction_words(W);
+  for (const u64 small : {u64{1}, u64{12345}}) {
+    Words fraction = test::random_fraction(n, 31), out;
+    nearly_minus_one(fraction, n - power_zero_words(S), 19 * S, small);
+    Visits usual(Faults::PRODUCT), carry(Faults::PRODUCT);
+    ASSERT_EQ(run_convert(out, W, test::random_fraction(n, 31), 1, &usual), 0);
+    ASSERT_EQ(run_convert(out, W, fraction, 1, &carry), 0);
+    EXPECT_GT(carry.count, usual.count) << "no product was formed anew";
+    ASSERT_EQ(shortfall(W, fraction, 1), 0) << small;
+  }
+}
+
+// The sum of the product's two halves exceeds the modulus by which the verification's product is taken.
+TEST(Radix, VerificationWhereTheHalvesSumExceedsTheModulus) {
+  const u64 W = 16384, n = fraction_words(W);
+  Words fraction = test::random_fraction(n, 32);
+  nearly_minus_one(fraction, n - power_zero_words(W), 19 * W, 1);
+  Visits products(Faults::VERIFY_PRODUCT);
+  u64 hash = 0;
+  ASSERT_EQ(run_verify(hash, W, fraction, 2, &products), 0);
+  EXPECT_EQ(products.count, 2);
+  ASSERT_EQ(shortfall(W, fraction, 2), 0);
+}
+
 TEST(Radix, LargeOddSizes) {
   for (const u64 D : {9999u, 30011u, 77777u, 200003u})
     ASSERT_EQ(shortfall(output_words(D), test::random_fraction(test::words_for(D), D), 2), 0)
@@ -113,8 +180,8 @@ Words short_decimal(u64 digits, u64 n, bool up, std::mt19937_64& random) {
 // the tree lie in such a run, where the two halves may come out one apart.
 TEST(Radix, RunsOfZerosAndNines) {
   std::mt19937_64 random(5);
-  for (const u64 W : {8u, 130u, 300u, 601u, 3000u})
-    for (int sample = 0; sample < 24; ++sample) {
+  for (const u64 W : {8u, 130u, 300u, 601u, 3000u, 15000u})
+    for (int sample = 0; sample < (W < 10000 ? 24 : 6); ++sample) {
       const u64 n = fraction_words(W) + random() % 3, digits = random() % (19 * W) + 1;
       const int below = shortfall(W, short_decimal(digits, n, sample % 2 == 0, random), 1);
       ASSERT_TRUE(below == 0 || below == 1)
@@ -188,8 +255,8 @@ struct Damage : Faults {
 
 // Every damaged power and product must be noticed, with one thread and with several, and a second
 // call must succeed; a damaged result is noticed by comparing the residues.
-TEST(Radix, DamageIsNoticed) {
-  const u64 D = 40000, W = output_words(D);
+void expect_damage_noticed(u64 D, std::initializer_list<int> powers, std::initializer_list<int> products) {
+  const u64 W = output_words(D);
   const Words fraction = test::random_fraction(test::words_for(D), 21);
   Words good, out;
   u64 binary = 0;
@@ -212,9 +279,8 @@ TEST(Radix, DamageIsNoticed) {
   };
   for (const u64 threads : {1u, 8u}) {
     const auto converting = [&](Faults* hook) { return run_convert(out, W, fraction, threads, hook); };
-    for (const int at : {0, 2, 4}) expect_noticed("Power Hash Mismatch", converting, Faults::POWER, at);
-    for (const int at : {0, 1, 5, 20})
-      expect_noticed("Product Hash Mismatch", converting, Faults::PRODUCT, at);
+    for (const int at : powers) expect_noticed("Power Hash Mismatch", converting, Faults::POWER, at);
+    for (const int at : products) expect_noticed("Product Hash Mismatch", converting, Faults::PRODUCT, at);
   }
   expect_noticed("Radix Conversion: Power Hash Mismatch", verifying, Faults::VERIFY_POWER, 0);
   expect_noticed("Radix Conversion: Product Hash Mismatch", verifying, Faults::VERIFY_PRODUCT, 0);
@@ -226,6 +292,11 @@ TEST(Radix, DamageIsNoticed) {
   }
   ASSERT_EQ(run_convert(out, W, fraction, 1), 0);
   EXPECT_EQ(out, good);
+}
+
+TEST(Radix, DamageIsNoticed) {
+  expect_damage_noticed(40000, {0, 2, 4}, {0, 1, 5, 20});
+  expect_damage_noticed(600000, {0, 7}, {0, 1, 2, 3, 6, 40}); // the first ones modulo 2^(64 m) - 1
 }
 
 // A product whose residue is right but whose words are not can only be seen where two halves

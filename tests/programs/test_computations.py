@@ -220,8 +220,8 @@ class Compressed(ProgramTest):
             hexadecimal = file.read()[2:]
         self.assertEqual(hashlib.sha1(("3." + decimal[:1_000_000]).encode()).hexdigest(),
                          DECIMAL[0][2][1_000_000])
-        for format_answers, per_file in ((["1"], 2**64 - 1), (["2", "1000000"], 1_000_000),
-                                         (["2", "1000003"], 1_000_003)):
+        formats = [(["1"], 2**64 - 1), (["2", "1000003"], 1_000_003), (["2", "1000000"], 1_000_000)]
+        for format_answers, per_file in formats[:2] if SHORT else formats:
             with self.subTest(per_file=per_file):
                 result = self.run_program("3", "3", digits, "7", *format_answers, "0")
                 self.assertEqual(result.status, 0, result.text)
@@ -254,7 +254,7 @@ class Compressed(ProgramTest):
 
     def test_a_full_disk_in_the_middle_of_a_set(self):
         os.symlink("/dev/full", os.path.join(self.folder, self.DECIMAL_FILES % 1))
-        result = self.run_program("3", "3", "3300000", "4", "0", "7", "2", "1000000", "0")
+        result = self.run_program("3", "3", "1300000", "4", "0", "7", "2", "1000000", "0")
         self.assertIn("Error Code: 28\nDisk is Full\nError writing to file.\n" + self.DECIMAL_FILES % 1, result.text)
         self.assertFalse(os.path.exists(os.path.join(self.folder, self.DECIMAL_FILES % 0)))
 
@@ -266,7 +266,8 @@ class Screen(ProgramTest):
         text = re.sub(r"\r[^\n]*\r", "", result.text)
         order = [
             "Constant :  Pi\n", "Algorithm:  Chudnovsky Formula\n", "Decimal Digits    :   1,000\n",
-            "Hexadecimal Digits:   831\n", "Threads:    2\n", "Mode   :    Ram Only\n", "Start Time: ",
+            "Hexadecimal Digits:   831\n", "Threads:    2\n", "Mode   :    Ram Only\n", "Version:          ",
+            "Processor(s):     ", "Logical Cores:    ", "Physical Memory:  ", "CPU Frequency:    ", "Start Time: ",
             "Reserving Working Memory...         ", "Constructing Twiddle Tables...      ",
             "Allocating I/O Buffers...           ", "Begin Computation:\n\n", "Summing Series...  75 terms\n",
             "InvSqrt...\n", "Final Multiply...\n", "Writing Hexadecimal Digits:   831  digits written\n\n",

@@ -52,6 +52,30 @@ TEST(Heap, FootprintsAddUpExactly) {
             "\n\nMemory Allocation Failure.\n\n" + WAIT);
 }
 
+TEST(Heap, WritesBesideABlockAreFoundWhenItIsFreed) {
+  // Offset of the byte that is damaged, for blocks of 100 bytes.
+  const auto damage = [](s64 offset, u64 alignment) {
+    return capture([=] {
+             Area a(10000);
+             auto* p = static_cast<u8*>(a.heap.allocate_aligned(100, alignment));
+             p[offset] ^= 1;
+             Heap::free_aligned(p);
+           })
+        .output;
+  };
+  for (const u64 alignment : {u64{8}, u64{64}, u64{4096}}) {
+    for (const s64 inside : {0, 99}) EXPECT_EQ(damage(inside, alignment), "") << inside;
+    for (const s64 behind : {100, 107})
+      EXPECT_EQ(damage(behind, alignment),
+                "\n\nArray Bounds Checking: An array over-run has been detected.\n\n" + WAIT)
+          << behind;
+    for (s64 before = -8; before < 0; before++)
+      EXPECT_EQ(damage(before, alignment),
+                "\n\nArray Bounds Checking: An array under-run has been detected.\n\n" + WAIT)
+          << before;
+  }
+}
+
 TEST(Heap, FreeBytesIsTheLargestRequest) {
   for (const u64 size : {u64{24}, u64{1000}, u64{1 << 16}}) {
     Area a(size);
@@ -104,7 +128,7 @@ TEST(Heap, RandomUseKeepsBlocksApart) {
     for (int step = 0; step < 2000; step++) {
       if (live.empty() || random() % 5 < 3) {
         const u64 size = random() % (u64{1} << random() % 11);
-        const bool aligned = random() % 4 == 0 && a.heap.free_bytes() > size + 72;
+        const bool aligned = random() % 4 == 0 && a.heap.free_bytes() > size + 80;
         auto* p = static_cast<u8*>(aligned ? a.heap.allocate_aligned(size) : a.heap.allocate(size));
         if (p == nullptr) continue;
         std::memset(p, static_cast<int>(size & 0x7F), size);

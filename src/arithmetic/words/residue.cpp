@@ -1,8 +1,9 @@
-// Word sums modulo p = 2^61 - 1 at memory speed.
+// Word sums modulo p = 2^61 - 1 and modulo Q at memory speed.
 //
 // 2^64 = 2^3 (mod p) and 2^183 = (2^61)^3 = 1 (mod p), so the weight 8^i of word i has period 61: the
 // residue of an array is that of its 61 column sums. Long arrays are therefore only added up, with period
-// 122 (two words to a vector register), the halves of every word apart so that no carry is lost.
+// 122 (two words to a vector register), the halves of every word apart so that no carry is lost. Modulo Q the
+// period is 32; the rows are four periods long.
 #include "arithmetic/words/residue.h"
 
 #include <emmintrin.h>
@@ -11,7 +12,7 @@ namespace kelvane::residue {
 
 namespace {
 
-constexpr u64 COLUMNS = 122;
+constexpr u64 COLUMNS = 122, WRAPPED_COLUMNS = 4 * WRAPPED_PERIOD;
 constexpr u64 MIN_ROWS = 8;            // below, the columns cost more to fold than they save
 constexpr u64 BLOCK_ROWS = 8;          // rows summed in registers before the column sums are touched
 constexpr u64 MAX_ROWS = u64{1} << 31; // 2^31 halves below 2^32 stay below 2^63
@@ -38,7 +39,7 @@ u64 horner_words(const u64* words, u64 n, u64 start) {
   return reduce(sum);
 }
 
-struct ColumnSums {
+template <u64 COLUMNS> struct ColumnSums {
   alignas(16) u64 low[COLUMNS] = {};
   alignas(16) u64 high[COLUMNS] = {};
 
@@ -62,15 +63,34 @@ struct ColumnSums {
     for (; rows > 0; rows--, words += COLUMNS) add_rows<1>(words);
   }
 
-  // sum over the columns of (low + 2^32 high) 8^c.
-  u64 fold() const {
-    u64 columns[COLUMNS];
-    for (u64 c = 0; c < COLUMNS; c++) { // below 2^94
-      columns[c] = reduce(static_cast<u128>(low[c]) + (static_cast<u128>(high[c]) << 32));
+  void add_part(const u64* words, u64 n) {
+    for (u64 c = 0; c < n; c++) {
+      low[c] += words[c] & 0xffffffff;
+      high[c] += words[c] >> 32;
     }
-    return horner_words(columns, COLUMNS, 0);
   }
+  u128 column(u64 c) const {
+    return static_cast<u128>(low[c]) + (static_cast<u128>(high[c]) << 32);
+  } // < 2^95
 };
+
+// sum over the columns of their sums times 8^c.
+u64 fold(const ColumnSums<COLUMNS>& sums) {
+  u64 columns[COLUMNS];
+  for (u64 c = 0; c < COLUMNS; c++) columns[c] = reduce(sums.column(c));
+  return horner_words(columns, COLUMNS, 0);
+}
+
+// The same with 2^(64 c) modulo Q < 2^59: Horner over one period, in which no step exceeds 2^123 + 2^98.
+u64 fold_wrapped(const ColumnSums<WRAPPED_COLUMNS>& sums) {
+  u64 h = 0;
+  for (u64 c = WRAPPED_PERIOD; c-- > 0;) {
+    u128 x = static_cast<u128>(h) << 64;
+    for (u64 at = c; at < WRAPPED_COLUMNS; at += WRAPPED_PERIOD) x += sums.column(at);
+    h = static_cast<u64>(x % Q);
+  }
+  return h;
+}
 
 } // namespace
 
@@ -83,9 +103,9 @@ u64 hash_words(const u64* words, u64 n, u64 start) {
   // The part above the columns stands higher by a multiple of the period: weight 1.
   u64 h = horner_words(words + summed, n - summed, reduce(start));
   for (u64 first = 0; first < rows; first += MAX_ROWS) {
-    ColumnSums sums;
+    ColumnSums<COLUMNS> sums;
     sums.add(words + first * COLUMNS, rows - first < MAX_ROWS ? rows - first : MAX_ROWS);
-    h = add(h, sums.fold());
+    h = add(h, fold(sums));
   }
   return h;
 }
@@ -94,6 +114,19 @@ u64 hash_radix_words(u64 radix, const u64* words, u64 n, u64 start) {
   const u64 r = reduce(radix);
   u64 h = reduce(start);
   while (n-- > 0) h = add(mul(h, r), reduce(words[n]));
+  return h;
+}
+
+u64 hash_wrapped(const u64* words, u64 n) {
+  constexpr u64 MOST = (MAX_ROWS - 1) * WRAPPED_COLUMNS;
+  u64 h = 0;
+  for (u64 at = 0; at < n; at += MOST) {
+    const u64 part = n - at < MOST ? n - at : MOST, rows = part / WRAPPED_COLUMNS;
+    ColumnSums<WRAPPED_COLUMNS> sums;
+    sums.add(words + at, rows);
+    sums.add_part(words + at + rows * WRAPPED_COLUMNS, part % WRAPPED_COLUMNS);
+    h = (h + fold_wrapped(sums)) % Q;
+  }
   return h;
 }
 

@@ -3,7 +3,8 @@
 // The residue ("hash") of a word array is sum w_i * 2^(64 i) mod p, always fully
 // reduced to [0, p-1]. Sums, differences and products of numbers have the sum,
 // difference and product of residues, and 2^64 = 8 (mod p), so a shift by e words
-// multiplies the residue by 8^e.
+// multiplies the residue by 8^e. Products that are known only modulo 2^(64 m) - 1 have residues modulo
+// another number, Q below.
 #pragma once
 
 #include "shell/types.h"
@@ -52,5 +53,18 @@ u64 hash_words(const u64* words, u64 n, u64 start = 0);
 // The words read as a number in base `radix` (most significant word last), modulo p, Horner from
 // the top: h = h * (radix mod p) + word.
 u64 hash_radix_words(u64 radix, const u64* words, u64 n, u64 start = 0);
+
+// Numbers modulo M = 2^(64 m) - 1 ("wrapped" products) have no residue modulo p: M must be a multiple of the
+// modulus. Q does for every m that 32 divides: both its factors are prime and divide 2^1024 + 1, which
+// divides 2^2048 - 1, which divides M. Modulo each of them the words' weights 2^(64 i) repeat after 32 words
+// and not before.
+inline constexpr u64 Q = u64{45592577} * 6487031809;
+inline constexpr u64 WRAPPED_PERIOD = 32;
+
+// The residue of n words modulo Q, in [0, Q - 1]. Cost: one pass over the words at memory speed.
+u64 hash_wrapped(const u64* words, u64 n);
+constexpr u64 mul_wrapped(u64 a, u64 b) {
+  return static_cast<u64>(static_cast<u128>(a) * b % Q);
+}
 
 } // namespace kelvane::residue

@@ -6,7 +6,7 @@
 // record.
 #pragma once
 
-#include "multiply/ntt/engine.h"
+#include "multiply/ntt/record.h"
 #include "multiply/table/km_MULv3.h"
 #include "shell/types.h"
 
@@ -38,35 +38,28 @@ PlanTable plan_table(u32 which); // 0 or 1
 const Plan& make_plan(u64 bits);
 
 // The parameter record.
-class kmb_HNT_tp final : public km_MULv3::abstract_ntp {
+class kmb_HNT_tp final : public ntt::Record {
 public:
   kmb_HNT_tp(u64 bits, const Plan& plan, const ntt::Shape& shape, const km_MULv3::Context& context);
 
   const Plan& plan() const { return plan_; }
-  const ntt::Shape& shape() const { return engine_.shape(); }
   u64 requested_bits() const { return requested_bits_; }
 
   u64 transform_bytes() const override { return engine_.transform_bytes(); }
   u64 scratch_bytes() const override { return engine_.scratch_bytes(); }
   bool accepts(const km_MULv3::abstract_btp& other) const override;
-  void forward(void* T, const u64* A, u64 L, void* scratch) const override;
-  void forward_once(void* T, const u64* A, u64 L, void* scratch) const override;
-  void inverse_fmul(u64* out, u64 n, void* TA, const void* TB, void* scratch) const override;
-  void inverse_fsqr(u64* out, u64 n, void* T, void* scratch) const override;
-
-  u64 max_sum() const override { return ntt::MAX_SUM; }
-  void inverse_sum(u64* out, u64 n, const km_MULv3::Term* terms, u64 count, void* scratch) const override;
   u64 wrap_words() const override { return shape().capacity_words(); }
-  void inverse_wrapped(u64* out, const km_MULv3::Term* terms, u64 count, void* scratch) const override;
   u64 second_bytes() const override { return reduced_ ? engine_.prime_bytes() : engine_.transform_bytes(); }
   void product(u64* out, const u64* A, u64 LA, const u64* B, u64 LB, void* TA, void* TB,
                void* scratch) const override;
 
 private:
+  void transform(void* T, const u64* A, u64 L, bool raw, void* scratch) const override;
+  void inverse(u64* out, u64 n, const km_MULv3::Term* terms, u64 count, bool wrapped,
+               void* scratch) const override;
+
   Plan plan_;
   u64 requested_bits_;
-  bool reduced_;
-  ntt::Engine engine_;
 };
 // The record serves one thread and many alike.
 using kmp_HNT_tp = kmb_HNT_tp;

@@ -9,8 +9,6 @@
 
 namespace kelvane::km_HNT {
 
-using km_MULv3::Term;
-
 namespace {
 
 const ntt::Shape& shape_for(u64 bits) {
@@ -31,9 +29,7 @@ u64 cost_of(const ntt::Shape& shape, u64 threads, bool reduced_memory) {
 } // namespace
 
 kmb_HNT_tp::kmb_HNT_tp(u64 bits, const Plan& plan, const ntt::Shape& shape, const km_MULv3::Context& context)
-    : plan_(plan), requested_bits_(bits), reduced_(context.reduced_memory),
-      engine_(shape, context.threads, context.progress) {
-  threads_ = context.threads;
+    : Record(shape, context), plan_(plan), requested_bits_(bits) {
   capacity_bits_ = shape.capacity_bits();
 }
 
@@ -42,34 +38,16 @@ bool kmb_HNT_tp::accepts(const km_MULv3::abstract_btp& other) const {
   return same != nullptr && same->shape() == shape();
 }
 
-void kmb_HNT_tp::forward(void* T, const u64* A, u64 L, void* scratch) const {
-  engine_.forward(T, A, L, false, scratch);
+void kmb_HNT_tp::transform(void* T, const u64* A, u64 L, bool raw, void* scratch) const {
+  engine_.forward(T, A, L, raw, scratch);
 }
-void kmb_HNT_tp::forward_once(void* T, const u64* A, u64 L, void* scratch) const {
-  engine_.forward(T, A, L, true, scratch);
+void kmb_HNT_tp::inverse(u64* out, u64 n, const km_MULv3::Term* terms, u64 count, bool wrapped,
+                         void* scratch) const {
+  engine_.inverse(out, n, terms, count, wrapped, scratch);
 }
-void kmb_HNT_tp::inverse_fmul(u64* out, u64 n, void* TA, const void* TB, void* scratch) const {
-  const Term term{TA, TB};
-  engine_.inverse(out, n, &term, 1, false, scratch);
-}
-void kmb_HNT_tp::inverse_fsqr(u64* out, u64 n, void* T, void* scratch) const {
-  inverse_fmul(out, n, T, T, scratch);
-}
-
-void kmb_HNT_tp::inverse_sum(u64* out, u64 n, const Term* terms, u64 count, void* scratch) const {
-  engine_.inverse(out, n, terms, count, false, scratch);
-}
-void kmb_HNT_tp::inverse_wrapped(u64* out, const Term* terms, u64 count, void* scratch) const {
-  engine_.inverse(out, wrap_words(), terms, count, true, scratch);
-}
-
 void kmb_HNT_tp::product(u64* out, const u64* A, u64 LA, const u64* B, u64 LB, void* TA, void* TB,
                          void* scratch) const {
-  const u64 n = B == nullptr ? 2 * LA : LA + LB;
-  if (reduced_)
-    engine_.reduced_product(out, n, A, LA, B, LB, TA, TB, scratch);
-  else
-    engine_.product(out, n, A, LA, B, LB, TA, TB, scratch);
+  product_at_once(out, A, LA, B, LB, TA, TB, scratch, nullptr);
 }
 
 kmb_HNT_tp* make_parameters(u64 n, const km_MULv3::Context& context, km_MULv3::btp_storage* storage) {

@@ -235,7 +235,7 @@ struct Ifma {
   // and the digit itself, an integer in [0, p).
   NTT_INLINE V biased(V x, const Tw& bias) { return add(x, bias.w); }
   NTT_INLINE V first_digit(V x, const K& k) { return reduce_once(red(x, k), k); }
-  NTT_INLINE V garner(V x, V d, const Tw& f, const K& k) { return mul(sub(add(x, k.p2), d), f, k); }
+  NTT_INLINE V garner(V x, V d, const Tw& f, const K& k) { return mul(add(x, sub(k.p2, d)), f, k); }
   NTT_INLINE V next_digit(V x, const K& k) { return reduce_once(x, k); }
 
   // The digits' limbs of 52 bits, all but the last masked; residue in [2, 2 + 1.1 + 3 * 2).

@@ -90,7 +90,7 @@ void forward_tile(const Shape& shape, u32 first, u32 last, const u64* A, u64 L, 
   // Rows that hold digits. When they are at most half, the upper half of a first radix-4 step is zero.
   const u64 digits = L / shape.b * 64 + (L % shape.b * 64 + shape.b - 1) / shape.b;
   const u64 filled = (digits + shape.columns() - 1) >> shape.log_columns;
-  const bool half = shape.r == 1 && filled <= R / 2 && shape.log_rows >= 2;
+  const bool half = shape.r == 1 && filled <= R / 2 && shape.log_rows > 2;
   const u64 rows = half ? R / 2 : R;
   const u64 row_words = shape.columns() / 64 * shape.b, run_words = shape.run_words();
   for (u64 row = 0; row < rows; row++) {
@@ -103,6 +103,8 @@ void forward_tile(const Shape& shape, u32 first, u32 last, const u64* A, u64 L, 
   for (u32 i = first; i < last; i++) {
     const Constants<F> c(prime_table(F::BACKEND, i));
     u64* const x = area + (i - first) * stride;
+    u64* const to = data + (i - first) * shape.prime_stride() + column;
+    const MatrixRows<F> matrix{shape.log_tile, x, to, shape.row_stride(), shape.stream};
     const u32 size_log = shape.log_rows + shape.log_tile;
     if (shape.r == 3) {
       const u64 M = u64{1} << size_log;
@@ -115,59 +117,53 @@ void forward_tile(const Shape& shape, u32 first, u32 last, const u64* A, u64 L, 
       }
       for (u32 third = 0; third < 3; third++) {
         const Tree tree = column_tree<F>(shape, c.table, 0, third);
-        forward<F, false>(tree, c, x + third * M, size_log, shape.log_tile, 0, 0);
+        forward<F>(tree, c, x + third * M, size_log, 0, 0, matrix);
       }
-    } else {
-      const Tree tree = column_tree<F>(shape, c.table, 0, 0);
-      if (half) {
-        const u64 M = u64{1} << (size_log - 2);
-        step4_forward_half<F>(c, x, M);
-        if (shape.log_rows > 2) {
-          for (u64 t = 0; t < 4; t++)
-            forward<F, false>(tree, c, x + t * M, size_log - 2, shape.log_tile, 2, t);
-        }
-      } else {
-        forward<F, false>(tree, c, x, size_log, shape.log_tile, 0, 0);
-      }
+      continue;
     }
-    u64* const out = data + (i - first) * shape.prime_stride() + column;
-    for (u64 row = 0; row < R; row++) {
-      for (u64 t = 0; t < T; t += F::LANES) {
-        const auto v = F::load(x + row * T + t);
-        u64* const to = out + row * shape.row_stride() + t;
-        if (shape.stream)
-          F::stream(to, v);
-        else
-          F::store(to, v);
-      }
+    const Tree tree = column_tree<F>(shape, c.table, 0, 0);
+    if (half) {
+      const u64 M = u64{1} << (size_log - 2);
+      step4_forward_half<F>(c, x, M);
+      for (u64 t = 0; t < 4; t++) forward<F>(tree, c, x + t * M, size_log - 2, 2, t, matrix);
+    } else {
+      forward<F>(tree, c, x, size_log, 0, 0, matrix);
     }
   }
   if (shape.stream) F::fence();
 }
 
+// The inverse reads its columns from memory in pieces of a cache line or few, so they are fetched ahead, and
+// at all times, so that the memory is never idle: most of the next tile's while this one's residues are
+// recombined, which takes the longer part of the time, and the rest, prime by prime, during the transforms.
+// As many primes as leave room in a second-level cache.
+template <u32 W> u32 primes_ahead(const Shape& shape) {
+  constexpr u64 ROOM = u64{192} << 10;
+  if (!shape.stream) return 0;
+  const u64 bytes = shape.rows() * shape.tile() * 8, most = ROOM / bytes;
+  return most < 1 ? 1 : most < 2 * W / 3 ? static_cast<u32>(most) : 2 * W / 3;
+}
+// The columns of a tile at `x` in one prime's matrix, and in the next ones'.
+inline Ahead columns_ahead(const Shape& shape, const u64* x, u32 primes) {
+  return {x, shape.row_stride(), shape.tile() / 8, primes * shape.rows()};
+}
+
 template <class F, u32 W>
 void inverse_tile_of(const Shape& shape, const u64* data, u64 tile, const Output& output, u64* area) {
   const u64 T = shape.tile(), R = shape.rows(), stride = R * T, column = tile * T;
+  const u32 fetched = primes_ahead<W>(shape);
   for (u32 i = 0; i < W; i++) {
     const Constants<F> c(prime_table(F::BACKEND, i));
     u64* const x = area + i * stride;
-    const u64* const in = data + i * shape.prime_stride() + column;
-    for (u64 row = 0; row < R; row++) {
-      for (u64 t = 0; t < T; t += F::LANES)
-        F::store(x + row * T + t, F::load(in + row * shape.row_stride() + t));
-    }
-    // Meanwhile the next prime's columns come in, after the last prime those of the next tile.
-    if (!shape.stream) {
-    } else if (i + 1 < W) {
-      c.ahead = {in + shape.prime_stride(), shape.row_stride(), T / 8, R};
-    } else if (tile + 1 < shape.tiles()) {
-      c.ahead = {data + column + T, shape.row_stride(), T / 8, R};
-    }
+    // Read only: the inverse takes its rows from the matrix and leaves it alone.
+    u64* const from = const_cast<u64*>(data) + i * shape.prime_stride() + column;
+    const MatrixRows<F> matrix{shape.log_tile, x, from, shape.row_stride(), false};
+    if (i + fetched < W) c.ahead = columns_ahead(shape, from + fetched * shape.prime_stride(), 1);
     const u32 size_log = shape.log_rows + shape.log_tile;
     const u64 M = u64{1} << size_log;
     for (u32 third = 0; third < shape.r; third++) {
       const Tree tree = column_tree<F>(shape, c.table, 1, third);
-      inverse<F, false>(tree, c, x + third * M, size_log, shape.log_tile, 0, 0);
+      inverse<F>(tree, c, x + third * M, size_log, 0, 0, matrix);
     }
     if (shape.r == 3) {
       for (u64 t = 0; t < M; t += F::LANES) {
@@ -182,19 +178,29 @@ void inverse_tile_of(const Shape& shape, const u64* data, u64 tile, const Output
   const Recombiner<F, W> recombiner(shape, output.bias);
   u64 top = 0;
   const u64 run_words = shape.run_words(), overhang = shape.overhang_words();
-  for (u64 row = 0; row < R; row++) {
-    const u64 run = (row << (shape.log_columns - shape.log_tile)) + tile, word = run * run_words;
-    if (word >= output.n) continue;
-    const u64 ahead = word + (run_words << (shape.log_columns - shape.log_tile + 1));
-    if (ahead + run_words <= output.n) {
-      for (u64 i = 0; i < run_words + 7; i += 8) __builtin_prefetch(output.words + ahead + i, 1, 3);
+  const u64 runs_of_row = shape.tiles();
+  Ahead next_tile;
+  if (tile + 1 < shape.tiles()) next_tile = columns_ahead(shape, data + column + T, fetched);
+  for (u64 row = 0; row < R; row += recombiner.RUNS) {
+    const u64 first = (row * runs_of_row + tile) * run_words;
+    if (first >= output.n) break;
+    alignas(64) u64 sum[recombiner.RUNS][MAX_RUN_WORDS];
+    for (u64 i = 0; i < recombiner.RUNS; i++) { // the next group's words
+      const u64 word = first + (recombiner.RUNS + i) * runs_of_row * run_words;
+      if (word + run_words > output.n) break;
+      for (u64 j = 0; j < run_words + 7; j += 8) __builtin_prefetch(output.words + word + j, 1, 3);
     }
-    alignas(64) u64 sum[MAX_RUN_WORDS];
-    for (u64 i = 0; i < run_words + overhang + 8; i++) sum[i] = 0;
-    recombiner.add_run(sum, area + row * T, stride, T, output.top == nullptr ? nullptr : &top);
-    const u64 count = output.n - word < run_words ? output.n - word : run_words;
-    for (u64 i = 0; i < count; i++) output.words[word + i] = sum[i];
-    for (u64 i = 0; i < overhang; i++) output.overhang[(tile * R + row) * overhang + i] = sum[run_words + i];
+    recombiner.add_runs(sum, area + row * T, stride, output.top == nullptr ? nullptr : &top, next_tile,
+                        fetched * recombiner.RUNS);
+    for (u64 i = 0; i < recombiner.RUNS; i++) {
+      const u64 word = first + i * runs_of_row * run_words;
+      if (word < output.n) {
+        const u64 count = output.n - word < run_words ? output.n - word : run_words;
+        __builtin_memcpy(output.words + word, sum[i], 8 * count);
+      }
+      u64* const overhang_words = output.overhang + (tile * R + row + i) * overhang;
+      for (u64 j = 0; j < overhang; j++) overhang_words[j] = sum[i][run_words + j];
+    }
   }
   if (output.top != nullptr) {
     u64 seen = output.top->load(std::memory_order_relaxed);

@@ -100,27 +100,44 @@ template <class F> void Engine::for_rows(u64 task, const F& f) const {
   for (u64 row = first; row < last; row++) f(static_cast<u32>(task / groups), row);
 }
 
-auto Engine::tile_phase(const Scratch& s, u32 first, u32 last, const u64* A, u64 L, u64* to) const {
-  return Phase{tile_tasks(), [=, this, &s](u64 task, Worker worker) {
-                 for_tiles(task, [&](u64 tile) {
-                   kernels_->forward_tile(shape_, first, last, A, L, tile, to, s.area(worker));
+auto Engine::columns_phase(const Scratch& s, u32 first, u32 last, Operand A, Operand B) const {
+  const u64 tiles = tile_tasks();
+  return Phase{B.to == nullptr ? tiles : 2 * tiles, [=, this, &s](u64 task, Worker worker) {
+                 const Operand& operand = task < tiles ? A : B;
+                 for_tiles(task % tiles, [&](u64 tile) {
+                   kernels_->forward_tile(shape_, first, last, operand.words, operand.count, tile, operand.to,
+                                          s.area(worker));
                  });
                  tick(worker);
                }};
+}
+
+template <class F> auto Engine::rows_phase(const Scratch& s, u32 first, u32 last, const F& f) const {
+  return Phase{row_tasks(last - first), [=, this, &s](u64 task, Worker worker) {
+                 for_rows(task, [&](u32 prime, u64 row) {
+                   const u64 at = prime * shape_.prime_stride() + row * shape_.row_stride();
+                   f(first + prime, row, at, s.area(worker));
+                 });
+                 tick(worker);
+               }};
+}
+
+auto Engine::product_rows_phase(const Scratch& s, u32 first, u32 last, u64* x, u64* y) const {
+  return rows_phase(s, first, last, [=, this](u32 prime, u64 row, u64 at, u64* area) {
+    const RowPair pair{x + at, y + at, true, true, true, false};
+    kernels_->product_row(shape_, prime, row, &pair, 1, area);
+  });
 }
 
 void Engine::forward(void* T, const u64* A, u64 L, bool raw, void* scratch) const {
   const Scratch s = Scratch::in(scratch, *this);
   header(T).raw = raw;
   u64* const x = data(T);
-  const auto rows = Phase{raw ? 0 : row_tasks(shape_.w), [&](u64 task, Worker worker) {
-                            for_rows(task, [&](u32 prime, u64 row) {
-                              u64* const at = x + prime * shape_.prime_stride() + row * shape_.row_stride();
-                              kernels_->forward_row(shape_, prime, row, at, s.area(worker));
-                            });
-                            tick(worker);
-                          }};
-  run_phases(workers_, tile_phase(s, 0, shape_.w, A, L, x), rows);
+  const auto columns = columns_phase(s, 0, shape_.w, {A, L, x}, {});
+  if (raw) return run_phases(workers_, columns);
+  run_phases(workers_, columns, rows_phase(s, 0, shape_.w, [=, this](u32 prime, u64 row, u64 at, u64* area) {
+               kernels_->forward_row(shape_, prime, row, x + at, area);
+             }));
 }
 
 // Runs of chunk `chunk`: run i's overhang belongs to the words of run i + 1. A carry that leaves the chunk's
@@ -191,74 +208,35 @@ void Engine::inverse(u64* out, u64 n, const Term* terms, u64 count, bool wrapped
   const Scratch s = Scratch::in(scratch, *this);
   bool biased = false;
   for (u64 i = 0; i < count; i++) biased = biased || terms[i].subtract;
-  u64* const x = data(terms[0].TA);
-  const auto rows =
-      Phase{row_tasks(shape_.w), [&](u64 task, Worker worker) {
-              for_rows(task, [&](u32 prime, u64 row) {
-                const u64 at = prime * shape_.prime_stride() + row * shape_.row_stride();
-                RowPair pairs[MAX_SUM];
-                for (u64 i = 0; i < count; i++) {
-                  const Term& t = terms[i];
-                  pairs[i] = {data(t.TA) + at,  data(t.TB) + at, header(t.TA).raw,
-                              header(t.TB).raw, false,           t.subtract};
-                }
-                kernels_->product_row(shape_, prime, row, pairs, static_cast<u32>(count), s.area(worker));
-              });
-              tick(worker);
-            }};
-  run_and_finish(out, n, x, biased, wrapped, s, top, rows);
+  const auto product_rows = [=, this](u32 prime, u64 row, u64 at, u64* area) {
+    RowPair pairs[MAX_SUM];
+    for (u64 i = 0; i < count; i++) {
+      const Term& t = terms[i];
+      pairs[i] = {data(t.TA) + at, data(t.TB) + at, header(t.TA).raw, header(t.TB).raw, false, t.subtract};
+    }
+    kernels_->product_row(shape_, prime, row, pairs, static_cast<u32>(count), area);
+  };
+  run_and_finish(out, n, data(terms[0].TA), biased, wrapped, s, top,
+                 rows_phase(s, 0, shape_.w, product_rows));
 }
 
 void Engine::product(u64* out, u64 n, const u64* A, u64 LA, const u64* B, u64 LB, void* TA, void* TB,
                      void* scratch, u64* top) const {
   const Scratch s = Scratch::in(scratch, *this);
   u64* const x = data(TA);
-  u64* const y = B == nullptr ? x : data(TB);
-  const u64 tiles = tile_tasks();
-  const auto columns = Phase{B == nullptr ? tiles : 2 * tiles, [&](u64 task, Worker worker) {
-                               const bool second = task >= tiles;
-                               for_tiles(second ? task - tiles : task, [&](u64 tile) {
-                                 kernels_->forward_tile(shape_, 0, shape_.w, second ? B : A, second ? LB : LA,
-                                                        tile, second ? y : x, s.area(worker));
-                               });
-                               tick(worker);
-                             }};
-  const auto rows = Phase{row_tasks(shape_.w), [&](u64 task, Worker worker) {
-                            for_rows(task, [&](u32 prime, u64 row) {
-                              const u64 at = prime * shape_.prime_stride() + row * shape_.row_stride();
-                              const RowPair pair{x + at, y + at, true, true, true, false};
-                              kernels_->product_row(shape_, prime, row, &pair, 1, s.area(worker));
-                            });
-                            tick(worker);
-                          }};
-  run_and_finish(out, n, x, false, false, s, top, columns, rows);
+  const Operand second = B == nullptr ? Operand{} : Operand{B, LB, data(TB)};
+  run_and_finish(out, n, x, false, false, s, top, columns_phase(s, 0, shape_.w, {A, LA, x}, second),
+                 product_rows_phase(s, 0, shape_.w, x, B == nullptr ? x : data(TB)));
 }
 
 void Engine::reduced_product(u64* out, u64 n, const u64* A, u64 LA, const u64* B, u64 LB, void* TA, void* TB,
                              void* scratch, u64* top) const {
   const Scratch s = Scratch::in(scratch, *this);
+  const Operand second = B == nullptr ? Operand{} : Operand{B, LB, data(TB)};
   for (u32 prime = 0; prime < shape_.w; prime++) {
     u64* const x = data(TA) + prime * shape_.prime_stride();
-    u64* const y = B == nullptr ? x : data(TB);
-    const u64 tiles = tile_tasks();
-    const auto columns =
-        Phase{B == nullptr ? tiles : 2 * tiles, [&](u64 task, Worker worker) {
-                const bool second = task >= tiles;
-                for_tiles(second ? task - tiles : task, [&](u64 tile) {
-                  kernels_->forward_tile(shape_, prime, prime + 1, second ? B : A, second ? LB : LA, tile,
-                                         second ? y : x, s.area(worker));
-                });
-                tick(worker);
-              }};
-    const auto rows = Phase{row_tasks(1), [&](u64 task, Worker worker) {
-                              for_rows(task, [&](u32, u64 row) {
-                                const u64 at = row * shape_.row_stride();
-                                const RowPair pair{x + at, y + at, true, true, true, false};
-                                kernels_->product_row(shape_, prime, row, &pair, 1, s.area(worker));
-                              });
-                              tick(worker);
-                            }};
-    run_phases(workers_, columns, rows);
+    run_phases(workers_, columns_phase(s, prime, prime + 1, {A, LA, x}, second),
+               product_rows_phase(s, prime, prime + 1, x, B == nullptr ? x : data(TB)));
   }
   run_and_finish(out, n, data(TA), false, false, s, top);
 }

@@ -68,7 +68,18 @@ private:
   u64 row_tasks(u64 primes) const;
   // f(prime, row) for the rows of task `task`.
   template <class F> void for_rows(u64 task, const F& f) const;
-  auto tile_phase(const Scratch& s, u32 first, u32 last, const u64* A, u64 L, u64* to) const;
+  // The columns of one operand, or of two when B.to is not null, for primes [first, last). Prime `first`
+  // begins at `to`, here and in the rows.
+  struct Operand {
+    const u64* words = nullptr;
+    u64 count = 0;
+    u64* to = nullptr;
+  };
+  auto columns_phase(const Scratch& s, u32 first, u32 last, Operand A, Operand B) const;
+  // f(prime, row, at, area): the row's points lie `at` words from the beginning.
+  template <class F> auto rows_phase(const Scratch& s, u32 first, u32 last, const F& f) const;
+  // x <- the rows of the product of what stands in x and y, both raw; y may be x.
+  auto product_rows_phase(const Scratch& s, u32 first, u32 last, u64* x, u64* y) const;
   // The phases `before`, which leave in T a transform whose rows have been transformed back; then the words.
   template <class... F>
   void run_and_finish(u64* out, u64 n, const u64* T, bool biased, bool wrapped, const Scratch& s, u64* top,

@@ -59,35 +59,55 @@ template <class F> struct Node {
   }
 };
 
-template <class F> void step2_forward(const Node<F>& n, const typename F::K& k, u64* d, u64 M) {
+// A step of 2^steps parts of M points: from parts `from_stride` words apart to parts `to_stride` words apart,
+// which may be the same. STREAM: written around the caches.
+struct Parts {
+  const u64* from;
+  u64 from_stride;
+  u64* to;
+  u64 to_stride;
+};
+inline Parts in_place(u64* d, u64 M) {
+  return {d, M, d, M};
+}
+template <class F, bool STREAM> [[gnu::always_inline]] inline void put(u64* to, typename F::V v) {
+  if constexpr (STREAM)
+    F::stream(to, v);
+  else
+    F::store(to, v);
+}
+
+template <class F, bool STREAM = false>
+void step2_forward(const Node<F>& n, const typename F::K& k, Parts d, u64 M) {
   const auto s = n.at(0, 0);
-  for (u64 i = 0; i < M; i += F::LANES) {
-    auto x0 = F::load(d + i), x1 = F::load(d + i + M);
+  for (u64 i = 0; i < M; i += F::LANES, d.from += F::LANES, d.to += F::LANES) {
+    auto x0 = F::load(d.from), x1 = F::load(d.from + d.from_stride);
     F::forward2(x0, x1, s, k);
-    F::store(d + i, x0);
-    F::store(d + i + M, x1);
+    put<F, STREAM>(d.to, x0);
+    put<F, STREAM>(d.to + d.to_stride, x1);
   }
 }
-template <class F> void step2_inverse(const Node<F>& n, const typename F::K& k, u64* d, u64 M) {
+template <class F> void step2_inverse(const Node<F>& n, const typename F::K& k, Parts d, u64 M) {
   const auto s = n.at(0, 0);
-  for (u64 i = 0; i < M; i += F::LANES) {
-    auto x0 = F::load(d + i), x1 = F::load(d + i + M);
+  for (u64 i = 0; i < M; i += F::LANES, d.from += F::LANES, d.to += F::LANES) {
+    auto x0 = F::load(d.from), x1 = F::load(d.from + d.from_stride);
     F::inverse2(x0, x1, s, k);
-    F::store(d + i, x0);
-    F::store(d + i + M, x1);
+    F::store(d.to, x0);
+    F::store(d.to + d.to_stride, x1);
   }
 }
 
-template <class F> void step4_forward(const Node<F>& n, const typename F::K& k, u64* d, u64 M) {
+template <class F, bool STREAM = false>
+void step4_forward(const Node<F>& n, const typename F::K& k, Parts d, u64 M) {
   const auto s2 = n.at(0, 0), s = n.at(1, 0), is = n.at(1, 1);
-  for (u64 i = 0; i < M; i += F::LANES) {
-    u64* const e = d + i;
-    auto x0 = F::load(e), x1 = F::load(e + M), x2 = F::load(e + 2 * M), x3 = F::load(e + 3 * M);
+  for (u64 i = 0; i < M; i += F::LANES, d.from += F::LANES, d.to += F::LANES) {
+    auto x0 = F::load(d.from), x1 = F::load(d.from + d.from_stride), x2 = F::load(d.from + 2 * d.from_stride),
+         x3 = F::load(d.from + 3 * d.from_stride);
     F::forward4(x0, x1, x2, x3, s2, s, is, k);
-    F::store(e, x0);
-    F::store(e + M, x1);
-    F::store(e + 2 * M, x2);
-    F::store(e + 3 * M, x3);
+    put<F, STREAM>(d.to, x0);
+    put<F, STREAM>(d.to + d.to_stride, x1);
+    put<F, STREAM>(d.to + 2 * d.to_stride, x2);
+    put<F, STREAM>(d.to + 3 * d.to_stride, x3);
   }
 }
 // At the root, with nothing in the upper half.
@@ -103,41 +123,61 @@ template <class F> void step4_forward_half(const Constants<F>& c, u64* d, u64 M)
     F::store(e + 3 * M, x3);
   }
 }
-template <class F> void step4_inverse(const Node<F>& n, const typename F::K& k, u64* d, u64 M) {
+template <class F> void step4_inverse(const Node<F>& n, const typename F::K& k, Parts d, u64 M) {
   const auto s2 = n.at(0, 0), s = n.at(1, 0), is = n.at(1, 1);
-  for (u64 i = 0; i < M; i += F::LANES) {
-    u64* const e = d + i;
-    auto x0 = F::load(e), x1 = F::load(e + M), x2 = F::load(e + 2 * M), x3 = F::load(e + 3 * M);
+  for (u64 i = 0; i < M; i += F::LANES, d.from += F::LANES, d.to += F::LANES) {
+    auto x0 = F::load(d.from), x1 = F::load(d.from + d.from_stride), x2 = F::load(d.from + 2 * d.from_stride),
+         x3 = F::load(d.from + 3 * d.from_stride);
     F::inverse4(x0, x1, x2, x3, s2, s, is, k);
-    F::store(e, x0);
-    F::store(e + M, x1);
-    F::store(e + 2 * M, x2);
-    F::store(e + 3 * M, x3);
+    F::store(d.to, x0);
+    F::store(d.to + d.to_stride, x1);
+    F::store(d.to + 2 * d.to_stride, x2);
+    F::store(d.to + 3 * d.to_stride, x3);
   }
 }
 
 // A radix-8 step: a radix-4 step over both halves of every quarter, then a radix-2 step in each quarter.
-template <class F> void step8_forward(const Node<F>& n, const typename F::K& k, u64* d, u64 M) {
+template <class F, bool STREAM = false>
+void step8_forward(const Node<F>& n, const typename F::K& k, Parts d, u64 M) {
   const auto s2 = n.at(0, 0), s = n.at(1, 0), is = n.at(1, 1);
-  for (u64 i = 0; i < M; i += F::LANES) {
+  for (u64 i = 0; i < M; i += F::LANES, d.from += F::LANES, d.to += F::LANES) {
     typename F::V x[8];
-    for (u64 t = 0; t < 8; t++) x[t] = F::load(d + i + t * M);
+    for (u64 t = 0; t < 8; t++) x[t] = F::load(d.from + t * d.from_stride);
     F::forward4(x[0], x[2], x[4], x[6], s2, s, is, k);
     F::forward4(x[1], x[3], x[5], x[7], s2, s, is, k);
     for (u64 t = 0; t < 4; t++) F::forward2(x[2 * t], x[2 * t + 1], n.at(2, t), k);
-    for (u64 t = 0; t < 8; t++) F::store(d + i + t * M, x[t]);
+    for (u64 t = 0; t < 8; t++) put<F, STREAM>(d.to + t * d.to_stride, x[t]);
   }
 }
-template <class F> void step8_inverse(const Node<F>& n, const typename F::K& k, u64* d, u64 M) {
+template <class F> void step8_inverse(const Node<F>& n, const typename F::K& k, Parts d, u64 M) {
   const auto s2 = n.at(0, 0), s = n.at(1, 0), is = n.at(1, 1);
-  for (u64 i = 0; i < M; i += F::LANES) {
+  for (u64 i = 0; i < M; i += F::LANES, d.from += F::LANES, d.to += F::LANES) {
     typename F::V x[8];
-    for (u64 t = 0; t < 8; t++) x[t] = F::load(d + i + t * M);
+    for (u64 t = 0; t < 8; t++) x[t] = F::load(d.from + t * d.from_stride);
     for (u64 t = 0; t < 4; t++) F::inverse2(x[2 * t], x[2 * t + 1], n.at(2, t), k);
     F::inverse4(x[0], x[2], x[4], x[6], s2, s, is, k);
     F::inverse4(x[1], x[3], x[5], x[7], s2, s, is, k);
-    for (u64 t = 0; t < 8; t++) F::store(d + i + t * M, x[t]);
+    for (u64 t = 0; t < 8; t++) F::store(d.to + t * d.to_stride, x[t]);
   }
+}
+
+template <class F, bool STREAM = false>
+void step_forward(u32 steps, const Node<F>& node, const typename F::K& k, const Parts& d, u64 M) {
+  if (steps == 2)
+    step4_forward<F, STREAM>(node, k, d, M);
+  else if (steps == 3)
+    step8_forward<F, STREAM>(node, k, d, M);
+  else
+    step2_forward<F, STREAM>(node, k, d, M);
+}
+template <class F>
+void step_inverse(u32 steps, const Node<F>& node, const typename F::K& k, const Parts& d, u64 M) {
+  if (steps == 2)
+    step4_inverse<F>(node, k, d, M);
+  else if (steps == 3)
+    step8_inverse<F>(node, k, d, M);
+  else
+    step2_inverse<F>(node, k, d, M);
 }
 
 // Base blocks j .. j + I - 1, interleaved so that their chains of dependent operations overlap.
@@ -278,57 +318,70 @@ constexpr u32 levels_of_step(u32 left) {
   return left % 2 == 0 ? 2 : left == 1 ? 1 : 3;
 }
 
-// A part of 2^size_log points at node (level, j), down to parts of 2^stop_log points, which are base blocks
-// when BLOCKS and left alone otherwise.
-template <class F, bool BLOCKS>
-void forward(const Tree& tree, const Constants<F>& c, u64* d, u32 size_log, u32 stop_log, u32 level, u64 j) {
-  if (size_log == stop_log) {
-    if constexpr (BLOCKS) blocks<F, false>(tree, c, d, 1, level, j);
-    return;
+// What stands at the bottom of the recursion below. Base blocks, in place.
+template <class F> struct BaseBlocks {
+  static constexpr u32 STOP_LOG = shape_of(F::BACKEND).base_log;
+  static constexpr u32 stop_log() { return STOP_LOG; }
+  void forward(u32 steps, const Node<F>& node, const Constants<F>& c, u64* d) const {
+    constexpr u64 M = u64{1} << STOP_LOG;
+    step_forward<F>(steps, node, c.k, in_place(d, M), M);
+    blocks<F, false>(node.tree, c, d, u64{1} << steps, node.level + steps, node.j << steps);
   }
-  const u32 steps = levels_of_step(size_log - stop_log), part_log = size_log - steps;
+  void inverse(u32 steps, const Node<F>& node, const Constants<F>& c, u64* d) const {
+    constexpr u64 M = u64{1} << STOP_LOG;
+    blocks<F, true>(node.tree, c, d, u64{1} << steps, node.level + steps, node.j << steps);
+    step_inverse<F>(steps, node, c.k, in_place(d, M), M);
+  }
+};
+// Rows of a tile, row i at base + i 2^log_tile, which the last forward step brings to the matrix and the
+// first inverse step fetches from there, row i at matrix + i stride.
+template <class F> struct MatrixRows {
+  u32 log_tile;
+  u64* base;
+  u64* matrix;
+  u64 stride;
+  bool stream;
+  u32 stop_log() const { return log_tile; }
+  u64* row_of(const u64* d) const { return matrix + (static_cast<u64>(d - base) >> log_tile) * stride; }
+  void forward(u32 steps, const Node<F>& node, const Constants<F>& c, u64* d) const {
+    const u64 T = u64{1} << log_tile;
+    const Parts parts{d, T, row_of(d), stride};
+    if (stream)
+      step_forward<F, true>(steps, node, c.k, parts, T);
+    else
+      step_forward<F>(steps, node, c.k, parts, T);
+  }
+  void inverse(u32 steps, const Node<F>& node, const Constants<F>& c, u64* d) const {
+    const u64 T = u64{1} << log_tile;
+    c.ahead.advance(u64{1} << steps);
+    step_inverse<F>(steps, node, c.k, {row_of(d), stride, d, T}, T);
+  }
+};
+
+// A part of 2^size_log points at node (level, j), of more than one of what stands at the bottom.
+template <class F, class Bottom>
+void forward(const Tree& tree, const Constants<F>& c, u64* d, u32 size_log, u32 level, u64 j,
+             const Bottom& bottom) {
+  const u32 steps = levels_of_step(size_log - bottom.stop_log()), part_log = size_log - steps;
   const u64 M = u64{1} << part_log;
   const Node<F> node{tree, level, j};
-  if (steps == 2)
-    step4_forward<F>(node, c.k, d, M);
-  else if (steps == 3)
-    step8_forward<F>(node, c.k, d, M);
-  else
-    step2_forward<F>(node, c.k, d, M);
-  if (part_log == stop_log) {
-    if constexpr (BLOCKS) blocks<F, false>(tree, c, d, u64{1} << steps, level + steps, j << steps);
-    return;
-  }
+  if (part_log == bottom.stop_log()) return bottom.forward(steps, node, c, d);
+  step_forward<F>(steps, node, c.k, in_place(d, M), M);
   for (u64 t = 0; t < u64{1} << steps; t++) {
-    forward<F, BLOCKS>(tree, c, d + t * M, part_log, stop_log, level + steps, (j << steps) + t);
+    forward<F>(tree, c, d + t * M, part_log, level + steps, (j << steps) + t, bottom);
   }
 }
-
-template <class F, bool BLOCKS>
-void inverse(const Tree& tree, const Constants<F>& c, u64* d, u32 size_log, u32 stop_log, u32 level, u64 j) {
-  if (size_log == stop_log) {
-    if constexpr (BLOCKS) blocks<F, true>(tree, c, d, 1, level, j);
-    return;
-  }
-  const u32 steps = levels_of_step(size_log - stop_log), part_log = size_log - steps;
+template <class F, class Bottom>
+void inverse(const Tree& tree, const Constants<F>& c, u64* d, u32 size_log, u32 level, u64 j,
+             const Bottom& bottom) {
+  const u32 steps = levels_of_step(size_log - bottom.stop_log()), part_log = size_log - steps;
   const u64 M = u64{1} << part_log;
-  if (part_log == stop_log) {
-    if constexpr (BLOCKS)
-      blocks<F, true>(tree, c, d, u64{1} << steps, level + steps, j << steps);
-    else
-      c.ahead.advance(u64{1} << steps);
-  } else {
-    for (u64 t = 0; t < u64{1} << steps; t++) {
-      inverse<F, BLOCKS>(tree, c, d + t * M, part_log, stop_log, level + steps, (j << steps) + t);
-    }
-  }
   const Node<F> node{tree, level, j};
-  if (steps == 2)
-    step4_inverse<F>(node, c.k, d, M);
-  else if (steps == 3)
-    step8_inverse<F>(node, c.k, d, M);
-  else
-    step2_inverse<F>(node, c.k, d, M);
+  if (part_log == bottom.stop_log()) return bottom.inverse(steps, node, c, d);
+  for (u64 t = 0; t < u64{1} << steps; t++) {
+    inverse<F>(tree, c, d + t * M, part_log, level + steps, (j << steps) + t, bottom);
+  }
+  step_inverse<F>(steps, node, c.k, in_place(d, M), M);
 }
 
 } // namespace

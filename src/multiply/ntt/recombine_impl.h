@@ -11,15 +11,17 @@ namespace kelvane::ntt {
 namespace {
 
 // b <= 208, T <= 32: 104 words, and the coefficient that begins in the last of them.
-constexpr u32 MAX_RUN_WORDS = 128;
+constexpr u32 MAX_RUN_WORDS = 224;
 
-// sum[0, N] += t[0], t[S], ... (N + 1 words of stride S); the last carry is 0.
-template <u32 N, u32 S> inline void add_words(u64* sum, const u64* t) {
+// sum[0, N] += t[0, N]; the last carry is 0.
+template <u32 N> inline void add_words(u64* sum, const u64* t) {
   u64 x;
 #define KELVANE_ADD_FIRST "movq (%1), %0\n\taddq %0, (%2)\n\t"
-#define KELVANE_ADD(i) "movq " #i "*%c3(%1), %0\n\tadcq %0, " #i "*8(%2)\n\t"
+#define KELVANE_ADD(i)                                                                                       \
+  "movq "                                                                                                    \
+  "8*" #i "(%1), %0\n\tadcq %0, " #i "*8(%2)\n\t"
 #define KELVANE_CHAIN(...)                                                                                   \
-  __asm__ volatile(KELVANE_ADD_FIRST __VA_ARGS__ : "=&r"(x) : "r"(t), "r"(sum), "i"(S * 8) : "memory", "cc")
+  __asm__ volatile(KELVANE_ADD_FIRST __VA_ARGS__ : "=&r"(x) : "r"(t), "r"(sum) : "memory", "cc")
   if constexpr (N == 3) {
     KELVANE_CHAIN(KELVANE_ADD(1) KELVANE_ADD(2) KELVANE_ADD(3));
   } else if constexpr (N == 4) {
@@ -50,20 +52,17 @@ protected:
   }
   static constexpr u32 WORDS = (primes_of(F::BACKEND).bits * W + 63) / 64; // of a coefficient
 
-  // The digits of I vectors of coefficients.
+  // Digit i of I vectors of coefficients, from the digits before it.
   template <u32 I>
-  [[gnu::always_inline]] void digits(typename F::V (&d)[W][I], const u64* x, u64 stride) const {
+  [[gnu::always_inline]] void digit(u32 i, typename F::V (&d)[W][I], const u64* x, u64 stride) const {
+    const typename F::K k(p_[i]);
+    typename F::V t[I];
+    for (u32 n = 0; n < I; n++) t[n] = F::biased(F::load(x + i * stride + n * F::LANES), bias_[i]);
 #pragma GCC unroll 8
-    for (u32 i = 0; i < W; i++) {
-      const typename F::K k(p_[i]);
-      typename F::V t[I];
-      for (u32 n = 0; n < I; n++) t[n] = F::biased(F::load(x + i * stride + n * F::LANES), bias_[i]);
-#pragma GCC unroll 8
-      for (u32 j = 0; j < i; j++) {
-        for (u32 n = 0; n < I; n++) t[n] = F::garner(t[n], d[j][n], inverse_[i][j], k);
-      }
-      for (u32 n = 0; n < I; n++) d[i][n] = i == 0 ? F::first_digit(t[n], k) : F::next_digit(t[n], k);
+    for (u32 j = 0; j < i; j++) {
+      for (u32 n = 0; n < I; n++) t[n] = F::garner(t[n], d[j][n], inverse_[i][j], k);
     }
+    for (u32 n = 0; n < I; n++) d[i][n] = i == 0 ? F::first_digit(t[n], k) : F::next_digit(t[n], k);
   }
 
   u32 b_;
@@ -76,15 +75,23 @@ template <class F, u32 W> class Recombiner : RecombinerBase<F, W> {
   using Base = RecombinerBase<F, W>;
 
 public:
-  Recombiner(const Shape& shape, const Factor* bias) : Base(shape, bias) {}
+  Recombiner(const Shape& shape, const Factor* bias)
+      : Base(shape, bias), T_(shape.tile()), words_(shape.run_words() + shape.overhang_words()) {}
 
-  // sum += the run's T coefficients; *top, unless null, is raised to their largest d_(W-1).
-  void add_run(u64* sum, const u64* x, u64 stride, u64 T, u64* top) const {
+  static constexpr u32 RUNS = 1;
+
+  // sum[0] <- the words of a run; *top, unless null, is raised to its largest d_(W-1). Meanwhile `ahead`
+  // advances by `parts`.
+  void add_runs(u64 (*sum)[MAX_RUN_WORDS], const u64* x, u64 stride, u64* top, Ahead& ahead,
+                u64 parts) const {
     constexpr u32 I = F::LANES == 1 ? 1 : 2;
+    ahead.advance(parts);
+    for (u64 i = 0; i < words_ + 8; i++) sum[0][i] = 0;
     u64 bit = 0;
-    for (u64 t = 0; t < T; t += I * F::LANES) {
+    for (u64 t = 0; t < T_; t += I * F::LANES) {
       typename F::V d[W][I];
-      this->template digits<I>(d, x + t, stride);
+#pragma GCC unroll 8
+      for (u32 i = 0; i < W; i++) this->template digit<I>(i, d, x + t, stride);
       alignas(64) u64 digit[W][I * F::LANES];
       for (u32 i = 0; i < W; i++) {
         for (u32 n = 0; n < I; n++) F::store_integer(digit[i] + n * F::LANES, d[i][n]);
@@ -110,10 +117,13 @@ public:
 #pragma GCC unroll 8
         for (u32 j = Base::WORDS; j > 0; j--) c[j] = c[j] << shift | c[j - 1] >> 1 >> (63 - shift);
         c[0] <<= shift;
-        add_words<Base::WORDS, 1>(sum + (bit >> 6), c);
+        add_words<Base::WORDS>(sum[0] + (bit >> 6), c);
       }
     }
   }
+
+private:
+  u64 T_, words_;
 };
 
 } // namespace

@@ -72,7 +72,7 @@ Tree row_tree(const Shape& shape, u32 prime, u32 direction, u64 row, u64* memory
 }
 
 template <class F> void forward_points(const Shape& shape, const Tree& tree, const Constants<F>& c, u64* x) {
-  forward<F, true>(tree, c, x, shape.log_columns, shape_of(F::BACKEND).base_log, 0, 0);
+  forward<F>(tree, c, x, shape.log_columns, 0, 0, BaseBlocks<F>());
 }
 
 // Fetch the row at x during the next transform of a row.
@@ -144,7 +144,7 @@ void product_row(const Shape& shape, u32 prime, u64 row, const RowPair* pairs, u
   }
   const Tree back = row_tree<F>(shape, prime, 1, row, lists, k);
   if (row + 1 < shape.rows()) row_ahead<F>(shape, c, out + shape.row_stride());
-  inverse<F, true>(back, c, out, shape.log_columns, shape_of(F::BACKEND).base_log, 0, 0);
+  inverse<F>(back, c, out, shape.log_columns, 0, 0, BaseBlocks<F>());
 }
 
 } // namespace

@@ -9,7 +9,7 @@
 // are transformed one by one; see blocks.h.
 #pragma once
 
-#include "multiply/ntt/engine.h"
+#include "multiply/ntt/record.h"
 #include "multiply/table/km_MULv3.h"
 #include "multiply/vst/blocks.h"
 #include "shell/types.h"
@@ -43,26 +43,17 @@ const Plan& make_plan(u64 bits);
 // spread over the whole range. When the largest one is not below what the operands can give, "VST Redundancy
 // Check Failed:  " is printed with it and its bound, and km_exception with code 1 thrown. forward throws
 // km_exception "VST: Out of Range" for an operand that exceeds the plan.
-class mtp_t final : public km_MULv3::abstract_ntp {
+class mtp_t final : public ntt::Record {
 public:
   mtp_t(const Plan& plan, const Division& division, const km_MULv3::Context& context);
 
   const Plan& plan() const { return plan_; }
-  const ntt::Shape& shape() const { return engine_.shape(); }
   u64 blocks() const { return division_.blocks; } // of an operand; 1: the whole in one transform
 
   u64 transform_bytes() const override;
   u64 scratch_bytes() const override;
   bool accepts(const km_MULv3::abstract_btp& other) const override;
-  void forward(void* T, const u64* A, u64 L, void* scratch) const override;
-  void forward_once(void* T, const u64* A, u64 L, void* scratch) const override;
-  void inverse_fmul(u64* out, u64 n, void* TA, const void* TB, void* scratch) const override;
-  void inverse_fsqr(u64* out, u64 n, void* T, void* scratch) const override;
-
-  u64 max_sum() const override { return ntt::MAX_SUM; }
-  void inverse_sum(u64* out, u64 n, const km_MULv3::Term* terms, u64 count, void* scratch) const override;
   u64 wrap_words() const override { return division_.words(); }
-  void inverse_wrapped(u64* out, const km_MULv3::Term* terms, u64 count, void* scratch) const override;
   u64 second_bytes() const override;
   void product(u64* out, const u64* A, u64 LA, const u64* B, u64 LB, void* TA, void* TB,
                void* scratch) const override;
@@ -70,18 +61,17 @@ public:
 private:
   void check_range(u64 words) const;
   void check(u64 top, u64 bits) const;
+  void transform(void* T, const u64* A, u64 L, bool raw, void* scratch) const override;
   // Sums of products as one transform or block by block.
-  void inverse(u64* out, u64 n, const km_MULv3::Term* terms, u64 count, bool wrapped, void* scratch) const;
+  void inverse(u64* out, u64 n, const km_MULv3::Term* terms, u64 count, bool wrapped,
+               void* scratch) const override;
   void inverse_transform(u64* out, u64 n, const km_MULv3::Term* terms, u64 count, bool wrapped,
                          void* scratch) const;
   void inverse_blocks(u64* out, u64 n, const km_MULv3::Term* terms, u64 count, bool wrapped,
                       void* scratch) const;
-  void forward_any(void* T, const u64* A, u64 L, bool raw, void* scratch) const;
 
   Plan plan_;
   Division division_;
-  bool reduced_;
-  ntt::Engine engine_;
 };
 
 // The record for a product of n 64-bit words; null storage gives null.

@@ -40,9 +40,7 @@ u64 cost_of(const Division& division, u64 threads, bool reduced_memory) {
 } // namespace
 
 mtp_t::mtp_t(const Plan& plan, const Division& division, const km_MULv3::Context& context)
-    : plan_(plan), division_(division), reduced_(context.reduced_memory),
-      engine_(division.shape, context.threads, context.progress) {
-  threads_ = context.threads;
+    : Record(division.shape, context), plan_(plan), division_(division) {
   capacity_bits_ = 64 * division.words();
 }
 
@@ -84,7 +82,7 @@ void mtp_t::check(u64 top, u64 bits) const {
   throw km_exception(ERROR_TRANSFORM, "VST Redundancy Check Failed");
 }
 
-void mtp_t::forward_any(void* T, const u64* A, u64 L, bool raw, void* scratch) const {
+void mtp_t::transform(void* T, const u64* A, u64 L, bool raw, void* scratch) const {
   check_range(L);
   if (blocks() == 1) return engine_.forward(T, A, L, raw, scratch);
   Layout layout(scratch, scratch_bytes());
@@ -96,13 +94,6 @@ void mtp_t::forward_any(void* T, const u64* A, u64 L, bool raw, void* scratch) c
     engine_.forward(BlockTransform::block(engine_, T, i), A + i * B, std::min(B, L - i * B), false, s.engine);
   }
 }
-void mtp_t::forward(void* T, const u64* A, u64 L, void* scratch) const {
-  forward_any(T, A, L, false, scratch);
-}
-void mtp_t::forward_once(void* T, const u64* A, u64 L, void* scratch) const {
-  forward_any(T, A, L, true, scratch);
-}
-
 // Bounds of a coefficient (see shape.h): N2/2 2^(2b) for one product, N2 2^(2b) for a wrapped one, times
 // their number; with a bias 2 N2 2^(2b) in all.
 void mtp_t::inverse_transform(u64* out, u64 n, const Term* terms, u64 count, bool wrapped,
@@ -122,24 +113,10 @@ void mtp_t::inverse(u64* out, u64 n, const Term* terms, u64 count, bool wrapped,
   else
     inverse_blocks(out, n, terms, count, wrapped, scratch);
 }
-void mtp_t::inverse_fmul(u64* out, u64 n, void* TA, const void* TB, void* scratch) const {
-  const Term term{TA, TB};
-  inverse(out, n, &term, 1, false, scratch);
-}
-void mtp_t::inverse_fsqr(u64* out, u64 n, void* T, void* scratch) const {
-  inverse_fmul(out, n, T, T, scratch);
-}
-void mtp_t::inverse_sum(u64* out, u64 n, const Term* terms, u64 count, void* scratch) const {
-  inverse(out, n, terms, count, false, scratch);
-}
-void mtp_t::inverse_wrapped(u64* out, const Term* terms, u64 count, void* scratch) const {
-  inverse(out, wrap_words(), terms, count, true, scratch);
-}
-
 void mtp_t::product(u64* out, const u64* A, u64 LA, const u64* B, u64 LB, void* TA, void* TB,
                     void* scratch) const {
-  const u64 n = B == nullptr ? 2 * LA : LA + LB;
   if (blocks() != 1) {
+    const u64 n = B == nullptr ? 2 * LA : LA + LB;
     forward(TA, A, LA, scratch);
     if (B == nullptr) return inverse_fsqr(out, n, TA, scratch);
     forward(TB, B, LB, scratch);
@@ -148,10 +125,7 @@ void mtp_t::product(u64* out, const u64* A, u64 LA, const u64* B, u64 LB, void* 
   check_range(LA);
   check_range(LB);
   u64 top = 0;
-  if (reduced_)
-    engine_.reduced_product(out, n, A, LA, B, LB, TA, TB, scratch, &top);
-  else
-    engine_.product(out, n, A, LA, B, LB, TA, TB, scratch, &top);
+  product_at_once(out, A, LA, B, LB, TA, TB, scratch, &top);
   check(top, 2 * shape().b + static_cast<u64>(std::bit_width(shape().N() - 1)) - 1);
 }
 

@@ -39,6 +39,25 @@ TEST(Residue, WordArrays) {
   }
 }
 
+// Modulo Q: all lengths around a row of 128 words, and what it is for: a number and its remainder modulo
+// 2^(64 m) - 1 have the same residue.
+TEST(Residue, WrappedWordArrays) {
+  std::mt19937_64 random(23);
+  for (const u64 n : {0u, 1u, 2u, 31u, 32u, 33u, 127u, 128u, 129u, 1023u, 1024u, 1025u, 12345u}) {
+    for (const bool ones : {true, false}) {
+      std::vector<u64> a(n);
+      for (u64& x : a) x = ones ? ~u64{0} : random();
+      const u64 expected = n == 0 ? 0 : mpn_mod_1(a.data(), static_cast<mp_size_t>(n), residue::Q);
+      ASSERT_EQ(residue::hash_wrapped(a.data(), n), expected) << n << (ones ? " ones" : " random");
+    }
+  }
+  for (u64 m = residue::WRAPPED_PERIOD; m <= 320; m += residue::WRAPPED_PERIOD) {
+    const std::vector<u64> modulus(m, ~u64{0});
+    ASSERT_EQ(residue::hash_wrapped(modulus.data(), m), 0u) << m;
+  }
+  EXPECT_EQ(residue::mul_wrapped(residue::Q - 1, residue::Q - 1), 1u);
+}
+
 TEST(Residue, ZeroIsFullyReduced) {
   const u64 p = residue::P;
   EXPECT_EQ(residue::hash_words(&p, 1), 0u);
