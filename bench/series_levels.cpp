@@ -59,6 +59,7 @@ template <class Series> struct Timed {
   Levels& levels;
 
   u64 capacity(u64 a, u64 b, u64 divided) const { return series.capacity(a, b, divided); }
+  u64 first_capacity(u64 a, u64 b, u64 divided) const { return series.first_capacity(a, b, divided); }
   u64 divided_level(u64 a, u64 b) const { return series.divided_level(a, b); }
   const CommonFactors* common_factors() const { return series.common_factors(); }
   bool is_leaf(u64 a, u64 b) const { return series.is_leaf(a, b); }

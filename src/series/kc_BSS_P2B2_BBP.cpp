@@ -95,7 +95,8 @@ void form_products(const km_MULv3::Context& context, u64 n, const kob_cdi_EFPh* 
   products.multiply(second, right[1]);
 }
 
-// Q <- Ql Qr, R <- (Rl Qr) 2^bits -/+ Ql Rr, R cut to keep + 1 words at least.
+// Q <- Ql Qr, R <- (Rl Qr) 2^bits -/+ Ql Rr. Exact in R's own buffer for keep = ~0; else R is cut to keep + 1
+// words or, as a whole product, left in the placement's buffer of its spent operand.
 void combine(const km_MULv3::Context& context, const MergePlacement& place, u64 n, const kob_cdi_EFPh* left,
              const kob_cdi_EFPh* right, kob_cdi_EFPh& Q, kob_cdi_EFPh& R, u64 bits, bool subtract, u64 keep) {
   kob_cdi_EFPh first, second;
@@ -108,12 +109,14 @@ void combine(const km_MULv3::Context& context, const MergePlacement& place, u64 
   const u64 below_right = above < 0 ? static_cast<u64>(-above) : 0;
   const u64 longest_product =
       std::max(left[1].L + below_left + 1 + right[0].L, left[0].L + right[1].L + below_right);
-  if (longest_product <= std::min(n, R.AL)) {
+  const bool elsewhere = keep != ~u64{0};
+  if (longest_product <= n && (elsewhere || longest_product <= R.AL)) {
     if (MergeProducts products(context, longest_product, place.work, place.work_bytes); products.possible()) {
       first.set_shifted(left[1], 64 * below_left + bits % 64, ~u64{0});
       shift_words(first, static_cast<s64>(bits / 64) - static_cast<s64>(below_left));
       second.set_shifted(right[1], 64 * below_right, ~u64{0});
       shift_words(second, -static_cast<s64>(below_right));
+      if (elsewhere) R.attach(place.first, n + 1);
       return products.merge_fractions(left[0], first, right[0], second, subtract, Q, R);
     }
   }
@@ -148,12 +151,12 @@ void kc_BSS_P2B2_BBP::merge(const km_MULv3::Context& context, u64 a, u64 m, u64 
 
 namespace {
 
-// Work of a segment's merge with its tail: the new Q and R as whole products, and a merge's own.
+// Work of a segment's merge with its tail: the new Q as a whole product, the new R, and a merge's own.
 struct TailPlacement {
   u64 *Q, *R;
   MergePlacement merge;
-  TailPlacement(Layout& layout, u64 product_words, const km_MULv3::Context& context)
-      : Q(layout.take<u64>(product_words)), R(layout.take<u64>(product_words + 2)),
+  TailPlacement(Layout& layout, u64 product_words, u64 tail_words, const km_MULv3::Context& context)
+      : Q(layout.take<u64>(product_words)), R(layout.take<u64>(tail_words + 3)),
         merge(layout, product_words, context) {}
 };
 
@@ -162,7 +165,7 @@ struct TailPlacement {
 u64 kc_BSS_P2B2_BBP::tail_merge_bytes(u64 segment_words, u64 tail_words,
                                       const km_MULv3::Context& context) const {
   Layout layout;
-  TailPlacement(layout, segment_words + tail_words + 3, context);
+  TailPlacement(layout, segment_words + tail_words + 3, tail_words, context);
   return layout.used();
 }
 
@@ -171,10 +174,10 @@ void kc_BSS_P2B2_BBP::merge_tail(const km_MULv3::Context& context, u64 begin, u6
                                  const Check& check) const {
   const u64 n = longest(segment) + longest(tail) + 3;
   Layout layout(work, bytes);
-  const TailPlacement place(layout, n, context);
+  const TailPlacement place(layout, n, keep, context);
   kob_cdi_EFPh Q, R;
   Q.attach(place.Q, n);
-  R.attach(place.R, n + 2);
+  R.attach(place.R, keep + 3);
   combine(context, place.merge, n, segment, tail, Q, R, shift * (terms - end), ((end - begin) & 1) != 0,
           keep);
   check(Q);

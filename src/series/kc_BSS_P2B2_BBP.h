@@ -36,6 +36,7 @@ public:
   static constexpr double MERGE_WEIGHT = 0.75;
   using Check = std::function<void(const kob_cdi_EFPh&)>;
   u64 capacity(u64 a, u64 b, u64 level = 0) const { return range_words(a, b, level) + 4; } // as for P, Q, R
+  u64 first_capacity(u64 a, u64 b, u64 level = 0) const { return capacity(a, b, level); }
   u64 segment_capacity(u64 a, u64 b) const { return capacity(a, b, divided_level(a, b)); }
   bool is_leaf(u64 a, u64 b) const { return b - a == 1 || range_words(a, b) < END_WORDS; }
   void leaf(u64 a, u64 b, kob_cdi_EFPh* out) const;

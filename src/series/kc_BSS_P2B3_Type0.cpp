@@ -88,7 +88,11 @@ void kc_BSS_P2B3_Type0::merge(const km_MULv3::Context& context, u64 a, u64 m, u6
   else
     products.multiply(second, right[2]);
   combine(out[2], second, m - a);
-  if (need_P) products.multiply(out[0], right[0]); // Pl Pr
+  if (!need_P) return;
+  if (cheaper_alone(left[0], right[0], n))
+    out[0].set_product(context, left[0], right[0], place.work);
+  else
+    products.multiply(out[0], right[0]); // Pl Pr
 }
 
 } // namespace kelvane

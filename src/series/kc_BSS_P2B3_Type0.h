@@ -66,6 +66,12 @@ public:
   // The shape's part in the recursion (see recursion.h).
   static constexpr u64 INTEGERS = 3;
   u64 capacity(u64 a, u64 b, u64 level = 0) const { return range_words(a, b, level) + CAPACITY_GUARD; }
+  // P is shorter than Q by what the terms converge: log_size is that of the leading terms of q(k), whose
+  // ratio to those of p(k) log_convergence is.
+  u64 first_capacity(u64 a, u64 b, u64 level = 0) const {
+    const double nats = range_nats(a, b, level) - log_convergence(a, b);
+    return static_cast<u64>(std::max(0.0, nats) * WORDS_PER_NAT) + 2 + CAPACITY_GUARD;
+  }
   u64 segment_capacity(u64 a, u64 b) const { return capacity(a, b, divided_level(a, b)); }
   bool is_leaf(u64 a, u64 b) const {
     return b - a == 1 || range_words(a, b) < std::min(LEAF_THRESHOLDS * end_threshold, LONGEST_LEAF);

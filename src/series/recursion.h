@@ -39,12 +39,12 @@ inline constexpr u64 PROGRESS_WORDS = 64;
 //   static constexpr u64 INTEGERS                     integers per range (at most 4)
 //   u64 capacity(a, b, divided) const                 words of each of the range's integers, guard words
 //     included, when its ranges of that level are divided by common factors
-//   const CommonFactors* common_factors() const       and what they are divided by (see common_factors.h)
-//   u64 divided_level(a, b) const                    the level to divide when [a, b) is summed as a whole
-//   bool is_leaf(a, b) const
-//   void leaf(a, b, kob_cdi_EFPh* out) const
-//   u64 merge_bytes(capacity, context) const          work of merging two halves of that capacity
-//   void merge(context, a, m, b, left, right, out, need_first, work, bytes) const
+//   u64 first_capacity(a, b, divided) const           the same of the first integer alone, where it is
+//   shorter const CommonFactors* common_factors() const       and what they are divided by (see
+//   common_factors.h) u64 divided_level(a, b) const                    the level to divide when [a, b) is
+//   summed as a whole bool is_leaf(a, b) const void leaf(a, b, kob_cdi_EFPh* out) const u64
+//   merge_bytes(capacity, context) const          work of merging two halves of that capacity void
+//   merge(context, a, m, b, left, right, out, need_first, work, bytes) const
 //     with at least merge_bytes(...) bytes of work; what is more may be used to be faster
 //   double merge_cost(words) const                    for progress
 //
@@ -102,8 +102,8 @@ public:
     kob_cdi_EFPh left[Shape::INTEGERS], right[Shape::INTEGERS], whole[Shape::INTEGERS];
     kob_cdi_EFPh* const merged = place.divide ? whole : out;
     for (u64 i = 0; i < Shape::INTEGERS; i++) {
-      left[i].attach(place.left[i], place.capacity);
-      right[i].attach(place.right[i], place.capacity);
+      left[i].attach(place.left[i], i == 0 ? place.first_capacity : place.capacity);
+      right[i].attach(place.right[i], i == 0 ? place.first_capacity : place.capacity);
       if (place.divide) whole[i].attach(place.whole[i], place.raw_capacity);
     }
     u8* area = static_cast<u8*>(work) + layout.used();
@@ -152,15 +152,19 @@ private:
   }
 
   struct Placement {
-    u64 m, capacity, raw_capacity; // of the halves' integers; of the range's own before they are divided
+    u64 m, capacity, first_capacity; // of the halves' integers
+    u64 raw_capacity;                // of the range's own before they are divided
     bool divide;
     u64 *left[Shape::INTEGERS], *right[Shape::INTEGERS], *whole[Shape::INTEGERS];
     Placement(Layout& layout, const Shape& shape, u64 a, u64 b, u64 divided)
         : m(a + (b - a) / 2),
           capacity(std::max(shape.capacity(a, m, divided >> 1), shape.capacity(m, b, divided >> 1))),
+          first_capacity(
+              std::max(shape.first_capacity(a, m, divided >> 1), shape.first_capacity(m, b, divided >> 1))),
           raw_capacity(shape.capacity(a, b, divided == 1 ? 0 : divided)), divide(divided == 1) {
-      for (u64*& words : left) words = layout.take<u64>(capacity);
-      for (u64 i = Shape::INTEGERS; i-- > 0;) right[i] = layout.take<u64>(capacity);
+      for (u64 i = 0; i < Shape::INTEGERS; i++)
+        left[i] = layout.take<u64>(i == 0 ? first_capacity : capacity);
+      for (u64 i = Shape::INTEGERS; i-- > 0;) right[i] = layout.take<u64>(i == 0 ? first_capacity : capacity);
       if (divide)
         for (u64*& words : whole) words = layout.take<u64>(raw_capacity);
       layout.take_bytes(0); // the area behind begins aligned

@@ -44,9 +44,9 @@ public:
   static constexpr u64 INTEGERS = 4, TAILS = 3;
   static constexpr double MERGE_WEIGHT = 1.4;
   using Check = std::function<void(const kob_cdi_EFPh&)>;
-  u64 capacity(u64 a, u64 b, u64 level = 0) const {
-    return range_words(a, b, level) + 4;
-  } // as for the P, Q, R shape
+  // As for the P, Q, R shape.
+  u64 capacity(u64 a, u64 b, u64 level = 0) const { return range_words(a, b, level) + 4; }
+  u64 first_capacity(u64 a, u64 b, u64 level = 0) const { return capacity(a, b, level); }
   bool is_leaf(u64 a, u64 b) const { return b - a == 1 || range_words(a, b) < END_WORDS; }
   void leaf(u64 a, u64 b, kob_cdi_EFPh* out) const;
   u64 merge_bytes(u64 capacity, const km_MULv3::Context& context) const;

@@ -24,6 +24,12 @@ inline u64 words_beside(u64 product_words) {
   return km_MULv3::may_multiply_over(product_words) ? km_MULv3::LONGEST_BASECASE + 1 : product_words + 1;
 }
 
+// Whether the product of x and y is cheaper through shorter transforms of its own, three, than through two of
+// the length of products of up to product_words words, that of the other operand being there already.
+inline bool cheaper_alone(const kob_cdi_EFPh& x, const kob_cdi_EFPh& y, u64 product_words) {
+  return 10 * (x.L + y.L) < 6 * product_words;
+}
+
 class SharedProducts {
 public:
   SharedProducts(const km_MULv3::Context& context, u64 product_words, void* work)
@@ -76,7 +82,8 @@ private:
 // included. `context` must outlive the object.
 class MergeProducts {
 public:
-  MergeProducts(const km_MULv3::Context& context, u64 product_words, void* work, u64 bytes) : full_(context) {
+  MergeProducts(const km_MULv3::Context& context, u64 product_words, void* work, u64 bytes)
+      : full_(context), words_(product_words) {
     full_.reduced_memory = false;
     if (product_words <= km_MULv3::LONGEST_FFT) return;
     const km_MULv3::abstract_btp* const record = km_MULv3::select(product_words, full_, &storage_);
@@ -100,12 +107,14 @@ public:
     Q.set_inverse_fmul(passing, qr, scratch_);
     passing.forward_once(*parameters_, data_[1], left[2], scratch_);
     other.forward_once(*parameters_, data_[3], right[2], scratch_);
-    if (P != nullptr)
+    const bool alone = P != nullptr && cheaper_alone(left[0], right[0], words_);
+    if (P != nullptr && !alone)
       pl.forward(*parameters_, data_[2], left[0], scratch_);
     else
       pl.forward_once(*parameters_, data_[2], left[0], scratch_);
     R.set_inverse_fmul_ext(passing, qr, pl, other, subtract, scratch_);
     if (P == nullptr) return;
+    if (alone) return P->set_product(full_, left[0], right[0], data_[0]); // all transforms are spent
     passing.forward_once(*parameters_, data_[1], right[0], scratch_);
     P->set_inverse_fmul(passing, pl, scratch_);
   }
@@ -140,6 +149,7 @@ private:
   }
 
   km_MULv3::Context full_;
+  u64 words_ = 0;
   km_MULv3::btp_storage storage_;
   const km_MULv3::abstract_btp* parameters_ = nullptr;
   void *data_[4], *scratch_ = nullptr;

@@ -38,8 +38,8 @@ struct SumPlacement {
   u64* segment[3];
   u64 area_bytes;
   void* area;
-  SumPlacement(Layout& layout, u64 words, u64 product_words, u64 bytes)
-      : capacity{words, words, std::max(words, product_words + 1 - std::min(words, product_words))},
+  SumPlacement(Layout& layout, u64 P_words, u64 words, u64 product_words, u64 bytes)
+      : capacity{P_words, words, std::max(words, product_words + 1 - std::min(words, product_words))},
         area_bytes(bytes) {
     for (u64 i = 0; i < 3; i++) segment[i] = layout.take<u64>(capacity[i]);
     area = layout.take_bytes(bytes);
@@ -78,12 +78,14 @@ u64 sum_area_bytes(const kc_BSS_P2B3_Type0& series, const Schedule& schedule, u6
 
 SumPlacement place_sum(Layout& layout, const kc_BSS_P2B3_Type0& series, const Schedule& schedule,
                        const km_MULv3::Context& context) {
-  u64 words = 0, product_words = 0;
+  u64 P_words = 0, words = 0, product_words = 0;
   for (u64 i = 0; i < schedule.count; i++) {
-    words = std::max(words, series.segment_capacity(schedule.list[i].begin, schedule.list[i].end));
+    const u64 a = schedule.list[i].begin, b = schedule.list[i].end;
+    P_words = std::max(P_words, series.first_capacity(a, b, series.divided_level(a, b)));
+    words = std::max(words, series.segment_capacity(a, b));
     product_words = std::max(product_words, merge_words(series, schedule, i));
   }
-  return SumPlacement(layout, words, product_words, sum_area_bytes(series, schedule, 0, context));
+  return SumPlacement(layout, P_words, words, product_words, sum_area_bytes(series, schedule, 0, context));
 }
 
 // (Q, R) <- segment merged with (Q, R) behind it, both kept to `keep` words.
