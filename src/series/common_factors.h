@@ -17,7 +17,7 @@
 // lacks the events at its own index alone, and e(q) is the number of all events less the most at one index.
 //
 // Events have the period q, so e(q) has a closed form: nothing is factored, no factors are kept. A range of m
-// terms loses about w (ln m - 3) nats a term, w being the exponents of p(k)'s forms together. That costs
+// terms loses about w (ln m - 2) nats a term, w being the exponents of p(k)'s forms together. That costs
 // about as much as one level of the recursion and shortens all levels above; measured, a second time higher
 // up does not pay.
 #pragma once
@@ -51,7 +51,7 @@ public:
   double removed(u64 terms, u64 level) const;
 
 protected:
-  // events: of all forms together, counted with their exponents, per period.
+  // events: of one side's forms at most, counted with their exponents, per period.
   CommonFactors(u64 smallest_prime_, u64 reach_, u64 block_, u64 events)
       : smallest_prime(smallest_prime_), reach(reach_), block(block_), events_(events) {}
 

@@ -6,7 +6,8 @@
 // (each half at the capacity of the larger), so that the last ones lie side by side, and behind them one area
 // used first by the recursion below and then by the merge. Integers grow faster with the index than linearly,
 // so the right half is never smaller than the left and the need of a range is found by walking
-// down its right spine: O(log N), the same placement as the run.
+// down its right spine: O(log N), the same placement as the run. A range that is divided by its common factor
+// has its undivided integers there, too.
 //
 // Threads. Large ranges are summed one half after the other, their merges on all threads (one product
 // can feed them); below a size where it can not, halves run in parallel, each with half of the
@@ -36,17 +37,19 @@ struct RecursionLevels {
 inline constexpr u64 PROGRESS_WORDS = 64;
 
 // A Shape is a series seen by the recursion:
-//   static constexpr u64 INTEGERS                     integers per range (at most 4)
-//   u64 capacity(a, b, divided) const                 words of each of the range's integers, guard words
-//     included, when its ranges of that level are divided by common factors
-//   u64 first_capacity(a, b, divided) const           the same of the first integer alone, where it is
-//   shorter const CommonFactors* common_factors() const       and what they are divided by (see
-//   common_factors.h) u64 divided_level(a, b) const                    the level to divide when [a, b) is
-//   summed as a whole bool is_leaf(a, b) const void leaf(a, b, kob_cdi_EFPh* out) const u64
-//   merge_bytes(capacity, context) const          work of merging two halves of that capacity void
-//   merge(context, a, m, b, left, right, out, need_first, work, bytes) const
-//     with at least merge_bytes(...) bytes of work; what is more may be used to be faster
-//   double merge_cost(words) const                    for progress
+//   static constexpr u64 INTEGERS                  integers per range (at most 4)
+//   u64 capacity(a, b, divided) const              words of each of the range's integers with guard words,
+//                                                  its ranges of level `divided` being divided (0: none)
+//   u64 first_capacity(a, b, divided) const        the same of the first integer, where that is shorter
+//   const CommonFactors* common_factors() const    what they are divided by (see common_factors.h)
+//   u64 divided_level(a, b) const                  the level to divide when [a, b) is summed as a whole
+//   bool is_leaf(a, b) const
+//   void leaf(a, b, kob_cdi_EFPh* out) const
+//   u64 merge_bytes(capacity, context) const       work of merging two halves of that capacity
+//   void merge(context, a, m, b, left, right, out, need_first, work, bytes) const
+//                                                  with at least merge_bytes(...) bytes of work; what is more
+//                                                  may be used to be faster
+//   double merge_cost(words) const                 for progress
 //
 // need_first tells whether out[0] is used by anybody; on the right spine it is not.
 template <class Shape> class Recursion {

@@ -243,6 +243,10 @@ TEST(CommonFactors, DividedRangesAreTheExactOnesOverOneNumber) {
     expect_divided(*c.series, 0, 2 * block, c.name);
     expect_divided(*c.series, 100001, 2 * block + 333, c.name);
   }
+  // Long enough for transforms over prime fields, and for a P with shorter ones of its own.
+  const Series_Pi_Chudnovsky chudnovsky;
+  const kc_BSS_P2B3_Type0& pi = chudnovsky;
+  expect_divided(pi, 7, 8 * chudnovsky.common_factors()->block, "Chudnovsky");
   const Series_Catalan_Huvent huvent;
   const kc_BSS_P2B2_BBP& series = huvent;
   expect_divided(series, 0, 4 * huvent.common_factors()->block + 1, "Huvent");
