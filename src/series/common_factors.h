@@ -87,10 +87,9 @@ private:
   double exponents_, per_term_;
 };
 
-// Divides the integers of [a, b) by G(a, b).
-//   integers        destroyed; of up to raw_words words
-//   out[i]          integers[i] / G, for the `count` ones; their residues are computed from those of
-//   integers[i] work            divide_block_bytes(...) bytes, 64-byte aligned
+// Divides the integers of [a, b) by G(a, b): out[i] <- integers[i] / G for `count` of them, each of up to
+// raw_words words and destroyed. A quotient's residue is made from the integer's. Fatal "Insufficient
+// Allocated Space" when a quotient does not fit. work: divide_block_bytes(...) bytes, 64-byte aligned.
 u64 divide_block_bytes(const CommonFactors& factors, u64 terms, u64 raw_words, u64 quotient_words,
                        const km_MULv3::Context& context);
 void divide_block(const CommonFactors& factors, const km_MULv3::Context& context, u64 a, u64 b,
