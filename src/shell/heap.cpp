@@ -53,14 +53,14 @@ u64 guard_at(const u8* place) {
 // to the guard.
 void check_bounds(const u8* pointer) {
   constexpr u64 LARGEST_ALIGNMENT = 4096, LARGEST_SIZE = u64{1} << 48;
+  const wchar_t* const UNDER_RUN = L"Array Bounds Checking: An array under-run has been detected.";
   u64 block = 0, key = 0, guard = 0;
   std::memcpy(&block, pointer - 8, sizeof block);
   const u64 distance = reinterpret_cast<std::uintptr_t>(pointer) - block;
-  const bool plausible = distance % 8 == 0 && distance >= 16 && distance <= LARGEST_ALIGNMENT + 8;
-  if (plausible) std::memcpy(&key, pointer - distance, sizeof key);
+  if (distance % 8 != 0 || distance < 16 || distance > LARGEST_ALIGNMENT + 8) fatal_wide(UNDER_RUN);
+  std::memcpy(&key, pointer - distance, sizeof key);
   const u64 size = key ^ guard_at(pointer - distance);
-  if (!plausible || size >= LARGEST_SIZE)
-    fatal_wide(L"Array Bounds Checking: An array under-run has been detected.");
+  if (size >= LARGEST_SIZE) fatal_wide(UNDER_RUN);
   std::memcpy(&guard, pointer + size, sizeof guard);
   if (guard != guard_at(pointer + size))
     fatal_wide(L"Array Bounds Checking: An array over-run has been detected.");
