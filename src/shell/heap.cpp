@@ -2,6 +2,7 @@
 
 #include "shell/heap.h"
 
+#include <bit>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -42,25 +43,32 @@ void* block_of_aligned(void* pointer) {
   return block;
 }
 
-// The word behind the caller's bytes of an aligned block. It depends on its place, so that what was copied
-// there from another block is not taken for it.
-constexpr u64 GUARD_BYTES = sizeof(u64);
+// An aligned block: a guard, its size, its address, the caller's bytes, a guard. The guards depend on their
+// place, so that what was copied there from another block is not taken for them, and the one in front on
+// the two words behind it, each of which it determines.
+constexpr u64 FRONT_BYTES = 3 * sizeof(u64), GUARD_BYTES = sizeof(u64);
 u64 guard_at(const u8* place) {
   return 0xA5C396E78B2D4F10u ^ reinterpret_cast<std::uintptr_t>(place);
 }
+u64 front_guard(const u8* pointer, u64 size, u64 address) {
+  return guard_at(pointer) ^ (size * 0x9E3779B97F4A7C15u) ^ std::rotl(address, 32);
+}
 
-// The address in front of the caller's bytes must lead to a block that can be this one's, and the size there
-// to the guard.
-void check_bounds(const u8* pointer) {
-  constexpr u64 LARGEST_ALIGNMENT = 4096, LARGEST_SIZE = u64{1} << 48;
-  const wchar_t* const UNDER_RUN = L"Array Bounds Checking: An array under-run has been detected.";
-  u64 block = 0, key = 0, guard = 0;
-  std::memcpy(&block, pointer - 8, sizeof block);
-  const u64 distance = reinterpret_cast<std::uintptr_t>(pointer) - block;
-  if (distance % 8 != 0 || distance < 16 || distance > LARGEST_ALIGNMENT + 8) fatal_wide(UNDER_RUN);
-  std::memcpy(&key, pointer - distance, sizeof key);
-  const u64 size = key ^ guard_at(pointer - distance);
-  if (size >= LARGEST_SIZE) fatal_wide(UNDER_RUN);
+void set_guards(u8* pointer, u64 size) {
+  u64 front[3] = {0, size, 0};
+  std::memcpy(&front[2], pointer - 8, 8);
+  front[0] = front_guard(pointer, size, front[2]);
+  std::memcpy(pointer - FRONT_BYTES, front, FRONT_BYTES);
+  const u64 guard = guard_at(pointer + size);
+  std::memcpy(pointer + size, &guard, sizeof guard);
+}
+
+void check_guards(const u8* pointer) {
+  u64 front[3], guard = 0;
+  std::memcpy(front, pointer - FRONT_BYTES, FRONT_BYTES);
+  const u64 size = front[1];
+  if (front[0] != front_guard(pointer, size, front[2]))
+    fatal_wide(L"Array Bounds Checking: An array under-run has been detected.");
   std::memcpy(&guard, pointer + size, sizeof guard);
   if (guard != guard_at(pointer + size))
     fatal_wide(L"Array Bounds Checking: An array over-run has been detected.");
@@ -130,17 +138,13 @@ void* Heap::allocate_or_die(u64 size) {
   return result;
 }
 
-// The block: the size asked for under a key, anything, the block's address, the caller's bytes, the guard. At
-// least 16 bytes lie in front of the caller's.
+// One word more in front than the caller's address needs leaves room for the guard, the size and the address.
 void* Heap::allocate_aligned(u64 size, u64 alignment) {
-  const u64 total = size + alignment + 8 + GUARD_BYTES;
+  const u64 total = size + alignment + 16 + GUARD_BYTES;
   if (total < size) fatal_alloc();
-  void* block = allocate_or_die(total);
-  const u64 key = size ^ guard_at(static_cast<u8*>(block));
-  std::memcpy(block, &key, sizeof key);
-  auto* result = static_cast<u8*>(align_inside(block, alignment));
-  const u64 guard = guard_at(result + size);
-  std::memcpy(result + size, &guard, sizeof guard);
+  auto* block = static_cast<u8*>(allocate_or_die(total));
+  auto* result = static_cast<u8*>(align_inside(block + 8, alignment));
+  set_guards(result, size);
   return result;
 }
 
@@ -191,8 +195,8 @@ void Heap::free(void* pointer) {
 
 void Heap::free_aligned(void* pointer) {
   if (pointer == nullptr) return;
-  check_bounds(static_cast<u8*>(pointer));
-  Heap::free(block_of_aligned(pointer));
+  check_guards(static_cast<u8*>(pointer));
+  Heap::free(static_cast<u8*>(block_of_aligned(pointer)) - 8);
 }
 
 // The children's blocks lie in the parent's free space without an entry of their own; the 32 n + 32 bytes

@@ -46,7 +46,7 @@ public:
   // Bytes that a block of `size` bytes takes from a heap, its table entry included.
   static u64 footprint(u64 size) { return ((size + 7) & ~u64{7}) + 8 + 16; }
   // The same for allocate_aligned.
-  static u64 aligned_footprint(u64 size, u64 alignment = 64) { return footprint(size + alignment + 16); }
+  static u64 aligned_footprint(u64 size, u64 alignment = 64) { return footprint(size + alignment + 24); }
 
   // Two child heaps of equal size for two parallel halves; n is the number of allocations of the
   // parent to leave table room for. Returns the first of two consecutive heaps; join with join_children.

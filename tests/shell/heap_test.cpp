@@ -69,7 +69,7 @@ TEST(Heap, WritesBesideABlockAreFoundWhenItIsFreed) {
       EXPECT_EQ(damage(behind, alignment),
                 "\n\nArray Bounds Checking: An array over-run has been detected.\n\n" + WAIT)
           << behind;
-    for (s64 before = -8; before < 0; before++)
+    for (s64 before = -24; before < 0; before++)
       EXPECT_EQ(damage(before, alignment),
                 "\n\nArray Bounds Checking: An array under-run has been detected.\n\n" + WAIT)
           << before;
@@ -128,7 +128,7 @@ TEST(Heap, RandomUseKeepsBlocksApart) {
     for (int step = 0; step < 2000; step++) {
       if (live.empty() || random() % 5 < 3) {
         const u64 size = random() % (u64{1} << random() % 11);
-        const bool aligned = random() % 4 == 0 && a.heap.free_bytes() > size + 80;
+        const bool aligned = random() % 4 == 0 && a.heap.free_bytes() > size + 88;
         auto* p = static_cast<u8*>(aligned ? a.heap.allocate_aligned(size) : a.heap.allocate(size));
         if (p == nullptr) continue;
         std::memset(p, static_cast<int>(size & 0x7F), size);
