@@ -28,11 +28,12 @@ template <class F> struct Reduction {
 template <class F> struct Reductions {
   u32 count;
   Reduction<F> of[MAX_PRIMES];
-  Reductions(u32 first, u32 last) : count(last - first) {
+  Reductions(const Shape& shape, u32 first, u32 last) : count(last - first) {
     for (u32 i = 0; i < count; i++) {
       const PrimeTable& table = prime_table(F::BACKEND, first + i);
       of[i].k = typename F::K(table.p);
-      for (u32 j = 0; j < MAX_LIMBS; j++) of[i].power[j] = F::broadcast(table.limb[j]);
+      const Factor* const limbs = table.limb[shape.r == 3][shape.log_rows + shape.log_columns];
+      for (u32 j = 0; j < MAX_LIMBS; j++) of[i].power[j] = F::broadcast(limbs[j]);
     }
   }
 };
@@ -52,7 +53,7 @@ void read_digits(const typename F::DigitReader& reader, const Shape& shape, cons
     for (u32 i = 0; i < primes.count; i++) {
       const Reduction<F>& prime = primes.of[i];
       typename F::V sum[GROUP];
-      for (u32 v = 0; v < vectors; v++) sum[v] = F::first_limb(limbs[0][v], prime.k);
+      for (u32 v = 0; v < vectors; v++) sum[v] = F::first_limb(limbs[0][v], prime.power[0], prime.k);
       for (u32 j = 1; j < reader.limbs; j++) {
         for (u32 v = 0; v < vectors; v++) sum[v] = F::next_limb(sum[v], limbs[j][v], prime.power[j], prime.k);
       }
@@ -86,7 +87,7 @@ void forward_tile(const Shape& shape, u32 first, u32 last, const u64* A, u64 L, 
                   u64* area) {
   const u64 T = shape.tile(), R = shape.rows(), stride = R * T, column = tile * T;
   const typename F::DigitReader reader(shape.b);
-  const Reductions<F> primes(first, last);
+  const Reductions<F> primes(shape, first, last);
   // Rows that hold digits. When they are at most half, the upper half of a first radix-4 step is zero.
   const u64 digits = L / shape.b * 64 + (L % shape.b * 64 + shape.b - 1) / shape.b;
   const u64 filled = (digits + shape.columns() - 1) >> shape.log_columns;

@@ -98,20 +98,58 @@ const u64* ready_row(const Shape& shape, const Tree& tree, const Constants<F>& c
   return copy;
 }
 
+// out <- x y with its sign, the first of `count`, or out +- x y.
+template <class F>
+void multiply_points(const Shape& shape, const Tree& tree, const Constants<F>& c, u64* out, const u64* x,
+                     const u64* y, u32 n, u32 count, bool subtract) {
+  constexpr BackendShape KERNEL = shape_of(F::BACKEND);
+  const auto& k = c.k;
+  if constexpr (KERNEL.left_levels != 0) {
+    const u64* s = tree.s[shape.log_columns - KERNEL.base_log + 2];
+    for (u64 i = 0; i < shape.columns(); i += 64, s += 4) {
+      typename F::V v[8];
+      const auto moduli = F::moduli(s, tree.s_quotients, k);
+      if (x == y)
+        F::square_polynomials(v, x + i, moduli, k);
+      else
+        F::multiply_polynomials(v, x + i, y + i, moduli, k);
+      for (u32 t = 0; t < 8; t++) {
+        u64* const to = out + i + 8 * t;
+        if (n != 0)
+          v[t] = F::accumulate(F::load(to), v[t], subtract, k);
+        else if (count != 1)
+          v[t] = F::first_term(v[t], subtract, k);
+        else if (subtract)
+          v[t] = F::negative(v[t], k);
+        F::store(to, v[t]);
+      }
+    }
+  } else {
+    for (u64 i = 0; i < shape.columns(); i += F::LANES) {
+      auto v = F::product(F::load(x + i), F::load(y + i), k);
+      if (n != 0)
+        v = F::accumulate(F::load(out + i), v, subtract, k);
+      else if (subtract)
+        v = F::negative(v, k);
+      if (n != 0 && n + 1 == count) v = F::settled(v, k);
+      F::store(out + i, v);
+    }
+  }
+}
+
 template <class F>
 void product_row(const Shape& shape, u32 prime, u64 row, const RowPair* pairs, u32 count, u64* area) {
   const Constants<F> c(prime_table(F::BACKEND, prime));
   const auto& k = c.k;
   const u64 C = shape.columns();
   u64* const lists = area + 2 * C;
+  // The products of polynomials ask for their moduli.
   Tree tree{};
-  bool raw = false;
-  for (u32 i = 0; i < count; i++) raw = raw || pairs[i].x_raw || pairs[i].y_raw;
-  if (raw) tree = row_tree<F>(shape, prime, 0, row, lists, k);
+  bool factors = shape_of(F::BACKEND).left_levels != 0;
+  for (u32 i = 0; i < count; i++) factors = factors || pairs[i].x_raw || pairs[i].y_raw;
+  if (factors) tree = row_tree<F>(shape, prime, 0, row, lists, k);
 
   u64* const out = pairs[0].x;
-  // Undoes what the transforms and the pointwise product multiply by.
-  const typename F::Tw last = F::broadcast(c.table.last[shape.r == 3][shape.log_rows + shape.log_columns]);
   for (u32 n = 0; n < count; n++) {
     const RowPair& pair = pairs[n];
     const u64* x = out;
@@ -131,16 +169,7 @@ void product_row(const Shape& shape, u32 prime, u64 row, const RowPair* pairs, u
         y = ready_row<F>(shape, tree, c, pair.y, pair.y_raw, area + C);
       }
     }
-    const bool done = n + 1 == count;
-    for (u64 i = 0; i < C; i += F::LANES) {
-      auto v = F::product(F::load(x + i), F::load(y + i), k);
-      if (n != 0)
-        v = F::accumulate(F::load(out + i), v, pair.subtract, k);
-      else if (pair.subtract)
-        v = F::negative(v, k);
-      if (done) v = F::mul(v, last, k);
-      F::store(out + i, v);
-    }
+    multiply_points<F>(shape, tree, c, out, x, y, n, count, pair.subtract);
   }
   const Tree back = row_tree<F>(shape, prime, 1, row, lists, k);
   if (row + 1 < shape.rows()) row_ahead<F>(shape, c, out + shape.row_stride());
