@@ -198,6 +198,7 @@ template <class D> struct Double : D {
   // Limbs of 48 bits: each product at most 0.54; reduced at the end.
   using Limb = V;
   struct DigitReader {
+    static constexpr u64 BEYOND = 4; // words behind the digits that may be read
     typename D::I offsets, last;
     u32 b, limbs;
     explicit DigitReader(u32 bits) : b(bits), limbs((bits + 47) / 48) {

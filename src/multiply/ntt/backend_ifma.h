@@ -279,21 +279,45 @@ struct Ifma {
   }
 
   // The digits' limbs of 52 bits, all but the last masked; residue in [2, 2 + 4 * 2).
+  //
+  // Eight digits fill b bytes, so a group's limbs lie at fixed places behind a whole byte. Limb j of the
+  // eight is brought together from windows of 64 bytes, each from the first byte that the one before does not
+  // hold: two of them, or three for the longest digits. Eight bytes hold a limb and the bits before it.
   using Limb = V;
   struct DigitReader {
-    V offsets;
+    static constexpr u64 BEYOND = 8; // words behind the digits that may be read
     u32 b, limbs;
-    V last;
+    u32 window[MAX_LIMBS][3]; // bytes
+    __mmask64 third[MAX_LIMBS];
+    V bytes[MAX_LIMBS], shift[MAX_LIMBS], last;
     explicit DigitReader(u32 bits) : b(bits), limbs((bits + 51) / 52) {
-      offsets = _mm512_mullo_epi64(_mm512_setr_epi64(0, 1, 2, 3, 4, 5, 6, 7), set(bits));
       last = set((u64{1} << (bits - 52 * (limbs - 1))) - 1);
+      for (u32 j = 0; j < limbs; j++) {
+        alignas(64) u8 from[64];
+        alignas(64) u64 by[8];
+        u32 windows = 0;
+        third[j] = 0;
+        for (u32 lane = 0; lane < 8; lane++) {
+          const u32 bit = lane * b + 52 * j, byte = bit / 8;
+          if (windows == 0 || byte + 8 > window[j][windows - 1] + 64) window[j][windows++] = byte;
+          if (windows == 3) third[j] |= u64{0xff} << (8 * lane);
+          const u32 at = byte - window[j][windows - 1] + (windows == 2 ? 64 : 0);
+          for (u32 i = 0; i < 8; i++) from[8 * lane + i] = static_cast<u8>(at + i);
+          by[lane] = bit % 8;
+        }
+        if (windows < 2) window[j][1] = window[j][0];
+        bytes[j] = _mm512_load_si512(from);
+        shift[j] = load(by);
+      }
     }
-    // Limb j of eight digits from bit `bit` of `base` on. A load at a byte brings at least 57 bits.
+    // Limb j of the eight digits from bit `bit` of `base` on, a multiple of 8.
     [[gnu::always_inline]] Limb read(const u64* base, u64 bit, u32 j) const {
-      const V at = add(set(bit + 52 * j), offsets);
-      V g = _mm512_i64gather_epi64(_mm512_srli_epi64(at, 3), base, 1);
-      g = _mm512_srlv_epi64(g, _mm512_and_si512(at, set(7)));
-      return _mm512_and_si512(g, j + 1 == limbs ? last : set(MASK));
+      const u8* const from = reinterpret_cast<const u8*>(base) + bit / 8;
+      V v = _mm512_permutex2var_epi8(_mm512_loadu_si512(from + window[j][0]), bytes[j],
+                                     _mm512_loadu_si512(from + window[j][1]));
+      if (third[j] != 0)
+        v = _mm512_mask_permutexvar_epi8(v, third[j], bytes[j], _mm512_loadu_si512(from + window[j][2]));
+      return _mm512_and_si512(_mm512_srlv_epi64(v, shift[j]), j + 1 == limbs ? last : set(MASK));
     }
   };
   NTT_INLINE V first_limb(Limb l, const Tw& f, const K& k) {

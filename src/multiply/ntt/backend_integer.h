@@ -138,6 +138,7 @@ struct Integer {
 
   using Limb = u64;
   struct DigitReader {
+    static constexpr u64 BEYOND = 1; // words behind the digits that may be read
     u32 b, limbs;
     u64 last;
     explicit DigitReader(u32 bits) : b(bits), limbs((bits + 63) / 64), last(~u64{0} >> (64 * limbs - bits)) {}

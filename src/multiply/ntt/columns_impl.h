@@ -68,7 +68,7 @@ template <class F>
 void read_run(const typename F::DigitReader& reader, const Shape& shape, const Reductions<F>& primes,
               const u64* A, u64 L, u64 index, u64* out, u64 stride) {
   const u64 word = index / 64 * shape.b + index % 64 * shape.b / 64; // a run begins at a whole word
-  const u64 needed = shape.run_words() + 4;                          // what the loads may touch
+  const u64 needed = shape.run_words() + F::DigitReader::BEYOND;
   if (word + needed <= L) return read_digits<F>(reader, shape, primes, A + word, out, stride);
   if (word >= L) {
     for (u32 i = 0; i < primes.count; i++) {
@@ -77,7 +77,7 @@ void read_run(const typename F::DigitReader& reader, const Shape& shape, const R
     }
     return;
   }
-  u64 tail[MAX_RUN_WORDS] = {};
+  u64 tail[MAX_RUN_WORDS + F::DigitReader::BEYOND] = {};
   for (u64 i = 0; i < needed && word + i < L; i++) tail[i] = A[word + i];
   read_digits<F>(reader, shape, primes, tail, out, stride);
 }
