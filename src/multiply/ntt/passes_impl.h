@@ -206,29 +206,75 @@ void step_inverse(u32 steps, const Node<F>& node, const typename F::K& k, const 
     step2_inverse<F>(node, k, d, M);
 }
 
-// A base block down to polynomials: eight of eight coefficients, coefficient t of all of them in vector t.
-template <class F>
-inline void polynomials_forward(const Tree& tree, const Constants<F>& c, u64* d, u32 level, u64 j) {
-  const Node<F> node{tree, level, j};
-  typename F::V x[8];
-  for (u32 i = 0; i < 8; i++) x[i] = F::load(d + 8 * i);
-  split8<F>(node, x, c.k);
-  for (u32 i = 0; i < 4; i++) F::forward2_last(x[2 * i], x[2 * i + 1], node.at(2, i), c.k);
-  F::transpose(x);
-  for (u32 i = 0; i < 8; i++) F::store(d + 8 * i, x[i]);
+// Base blocks j .. j + I - 1, interleaved so that their chains of dependent operations overlap, with all
+// loops unrolled so that they stay in registers.
+//
+// Down to polynomials: eight of eight coefficients a block, coefficient t of all of them in vector t.
+template <class F, u32 I>
+[[gnu::always_inline]] inline void polynomials_forward(const Tree& tree, const Constants<F>& c, u64* d,
+                                                       u32 level, u64 j) {
+  const typename F::K k = c.k;
+  typename F::V x[I][8];
+#pragma GCC unroll 2
+  for (u32 n = 0; n < I; n++) {
+#pragma GCC unroll 8
+    for (u32 i = 0; i < 8; i++) x[n][i] = F::load(d + 8 * (8 * n + i));
+  }
+#pragma GCC unroll 2
+  for (u32 i = 0; i < 2; i++) {
+#pragma GCC unroll 2
+    for (u32 n = 0; n < I; n++) {
+      const Node<F> node{tree, level, j + n};
+      F::forward4(x[n][i], x[n][i + 2], x[n][i + 4], x[n][i + 6], node.at(0, 0), node.at(1, 0), node.at(1, 1),
+                  k);
+    }
+  }
+#pragma GCC unroll 4
+  for (u32 i = 0; i < 4; i++) {
+#pragma GCC unroll 2
+    for (u32 n = 0; n < I; n++)
+      F::forward2_last(x[n][2 * i], x[n][2 * i + 1], Node<F>{tree, level, j + n}.at(2, i), k);
+  }
+#pragma GCC unroll 2
+  for (u32 n = 0; n < I; n++) {
+    F::transpose(x[n]);
+#pragma GCC unroll 8
+    for (u32 i = 0; i < 8; i++) F::store(d + 8 * (8 * n + i), x[n][i]);
+  }
 }
-template <class F>
-inline void polynomials_inverse(const Tree& tree, const Constants<F>& c, u64* d, u32 level, u64 j) {
-  const Node<F> node{tree, level, j};
-  typename F::V x[8];
-  for (u32 i = 0; i < 8; i++) x[i] = F::load(d + 8 * i);
-  F::transpose(x);
-  for (u32 i = 0; i < 4; i++) F::inverse2_first(x[2 * i], x[2 * i + 1], node.at(2, i), c.k);
-  join8<F>(node, x, c.k);
-  for (u32 i = 0; i < 8; i++) F::store(d + 8 * i, x[i]);
+template <class F, u32 I>
+[[gnu::always_inline]] inline void polynomials_inverse(const Tree& tree, const Constants<F>& c, u64* d,
+                                                       u32 level, u64 j) {
+  const typename F::K k = c.k;
+  typename F::V x[I][8];
+#pragma GCC unroll 2
+  for (u32 n = 0; n < I; n++) {
+#pragma GCC unroll 8
+    for (u32 i = 0; i < 8; i++) x[n][i] = F::load(d + 8 * (8 * n + i));
+    F::transpose(x[n]);
+  }
+#pragma GCC unroll 4
+  for (u32 i = 0; i < 4; i++) {
+#pragma GCC unroll 2
+    for (u32 n = 0; n < I; n++)
+      F::inverse2_first(x[n][2 * i], x[n][2 * i + 1], Node<F>{tree, level, j + n}.at(2, i), k);
+  }
+#pragma GCC unroll 2
+  for (u32 i = 0; i < 2; i++) {
+#pragma GCC unroll 2
+    for (u32 n = 0; n < I; n++) {
+      const Node<F> node{tree, level, j + n};
+      F::inverse4(x[n][i], x[n][i + 2], x[n][i + 4], x[n][i + 6], node.at(0, 0), node.at(1, 0), node.at(1, 1),
+                  k);
+    }
+  }
+#pragma GCC unroll 2
+  for (u32 n = 0; n < I; n++) {
+#pragma GCC unroll 8
+    for (u32 i = 0; i < 8; i++) F::store(d + 8 * (8 * n + i), x[n][i]);
+  }
 }
-// Base blocks j .. j + I - 1 down to points, with a cyclic transform across the lanes, interleaved so that
-// their chains of dependent operations overlap.
+// Down to points, with a cyclic transform across the lanes.
 template <class F, u32 I>
 [[gnu::always_inline]] inline void blocks_forward(const Tree& tree, const Constants<F>& c, u64* d, u32 level,
                                                   u64 j) {
@@ -338,9 +384,9 @@ template <class F, bool INVERSE, u32 I>
       small_forward<F>(tree, c, d, level, j);
   } else if constexpr (POLYNOMIALS) {
     if constexpr (INVERSE)
-      polynomials_inverse<F>(tree, c, d, level, j);
+      polynomials_inverse<F, I>(tree, c, d, level, j);
     else
-      polynomials_forward<F>(tree, c, d, level, j);
+      polynomials_forward<F, I>(tree, c, d, level, j);
   } else {
     if constexpr (INVERSE)
       blocks_inverse<F, I>(tree, c, d, level, j);
@@ -354,7 +400,7 @@ void blocks(const Tree& tree, const Constants<F>& c, u64* d, u64 count, u32 leve
   constexpr BackendShape KERNEL = shape_of(F::BACKEND);
   constexpr u64 POINTS = u64{1} << KERNEL.base_log;
   c.ahead.advance(count);
-  constexpr u32 INTERLEAVE = F::LANES == 1 || KERNEL.left_levels != 0 ? 1 : 2;
+  constexpr u32 INTERLEAVE = F::LANES == 1 ? 1 : 2;
   u64 i = 0;
   for (; i + INTERLEAVE <= count; i += INTERLEAVE)
     some_blocks<F, INVERSE, INTERLEAVE>(tree, c, d + i * POINTS, level, j + i);

@@ -40,6 +40,11 @@ Tree made_tree(const Shape& shape, u32 prime, u32 direction, u32 third, u64 row,
   RowConstants constants;
   row_constants(constants, F::BACKEND, prime, direction, third, row, shape.log_rows, shape.log_columns);
   const auto reciprocal = F::reciprocal(table.p);
+  // Their quotients, without a division.
+  alignas(64) u64 factors[2 * RowConstants::COUNT];
+  const typename F::Scale one{F::broadcast(table.one), reciprocal};
+  for (u32 i = 0; i < RowConstants::COUNT; i += L)
+    F::store(factors + i, RowConstants::COUNT, F::scale(F::load(constants.value + i), one, k));
 
   Tree tree{};
   const u64 quotients = shape.row_list_words() / 2; // used by backends that have them
@@ -47,14 +52,14 @@ Tree made_tree(const Shape& shape, u32 prime, u32 direction, u32 third, u64 row,
   u64* out = memory;
   const u32 levels = shape.log_columns - KERNEL.base_log + KERNEL.node_levels;
   for (u32 level = 0; level < levels; level++) {
-    const typename F::Scale by{F::broadcast(constants.level[level]), reciprocal};
+    const typename F::Scale by{F::broadcast(factors + level, RowConstants::COUNT), reciprocal};
     tree.s[level] = out;
     for (u64 j = 0; j < u64{1} << level; j += L, out += L) {
       F::store(out, quotients, F::scale(F::load(table.s[direction][0] + j), by, k));
     }
   }
   if constexpr (KERNEL.u_log != 0) {
-    const typename F::Scale by{F::lanes(constants.block, BLOCK_QUOTIENTS), reciprocal};
+    const typename F::Scale by{F::lanes(factors + RowConstants::BLOCK, RowConstants::COUNT), reciprocal};
     tree.u = out;
     for (u64 j = 0; j < shape.columns() >> KERNEL.base_log; j++, out += L) {
       F::store(out, quotients, F::scale(F::load(table.u[direction][0] + j * L), by, k));

@@ -203,12 +203,18 @@ u64 table_bytes(Backend backend) {
   return words_per_prime(backend) * sizeof(u64) * primes_of(backend).count;
 }
 
-Factor encode(Backend backend, const Field& field, u64 x) {
-  const BackendShape shape = shape_of(backend);
-  if (shape.quotients) return {x, field.quotient(x, shape.quotient_shift)};
+namespace {
+u64 stored(Backend backend, const Field& field, u64 x) {
+  if (shape_of(backend).quotients) return x;
   // Doubles are balanced: |x| <= p/2.
   const double balanced = x > field.p() / 2 ? -static_cast<double>(field.p() - x) : static_cast<double>(x);
-  return {std::bit_cast<u64>(balanced), 0};
+  return std::bit_cast<u64>(balanced);
+}
+} // namespace
+
+Factor encode(Backend backend, const Field& field, u64 x) {
+  const BackendShape shape = shape_of(backend);
+  return {stored(backend, field, x), shape.quotients ? field.quotient(x, shape.quotient_shift) : 0};
 }
 
 void row_constants(RowConstants& out, Backend backend, u32 prime, u32 direction, u32 tree, u64 row,
@@ -225,14 +231,13 @@ void row_constants(RowConstants& out, Backend backend, u32 prime, u32 direction,
   const u32 power = (tree << ((log_rows + log_columns) & 1)) % 3;
   for (u32 i = 0; i < power; i++) y = field.mul(y, table.omega[direction]);
 
-  u64 x = 1;
-  for (u32 b = 0; b < shape.lanes; b++, x = field.mul(x, y)) {
-    const Factor f = encode(backend, field, x);
-    out.block[b] = f.value;
-    out.block[BLOCK_QUOTIENTS + b] = f.quotient;
+  if (shape.u_log != 0) {
+    u64 x = 1;
+    for (u32 b = 0; b < shape.lanes; b++, x = field.mul(x, y))
+      out.value[RowConstants::BLOCK + b] = stored(backend, field, x);
   }
   for (u32 level = log_columns; level-- > 0; y = field.mul(y, y))
-    out.level[level] = encode(backend, field, y);
+    out.value[level] = stored(backend, field, y);
 }
 
 } // namespace kelvane::ntt

@@ -78,7 +78,7 @@ struct Factor {
 };
 
 inline constexpr u32 MAX_LIMBS = 4;
-inline constexpr u32 LANE_QUOTIENTS = 64, BLOCK_QUOTIENTS = 8; // distances from values to quotients
+inline constexpr u32 LANE_QUOTIENTS = 64; // distance from values to quotients
 
 // Everything about one prime. Index [0] is forward, [1] inverse.
 struct PrimeTable {
@@ -109,8 +109,8 @@ const Field& field_of(Backend backend, u32 i);
 
 // The constants that turn the stored lists into those of row r of tree t.
 struct RowConstants {
-  Factor level[MAX_COLUMNS_LOG];
-  alignas(64) u64 block[2 * BLOCK_QUOTIENTS]; // y^b, then the quotients
+  static constexpr u32 BLOCK = MAX_COLUMNS_LOG, COUNT = BLOCK + 8;
+  alignas(64) u64 value[COUNT] = {}; // of the levels; from BLOCK on y^b, for backends that have the list u
 };
 // For the row of 2^log_columns points at node `row` of level log_rows in tree t.
 void row_constants(RowConstants& out, Backend backend, u32 prime, u32 direction, u32 tree, u64 row,
