@@ -118,7 +118,7 @@ void forward_tile(const Shape& shape, u32 first, u32 last, const u64* A, u64 L, 
       }
       for (u32 third = 0; third < 3; third++) {
         const Tree tree = column_tree<F>(shape, c.table, 0, third);
-        forward<F>(tree, c, x + third * M, size_log, 0, 0, matrix);
+        forward<F>(tree, c, x + third * M, x + third * M, size_log, 0, 0, matrix);
       }
       continue;
     }
@@ -126,9 +126,9 @@ void forward_tile(const Shape& shape, u32 first, u32 last, const u64* A, u64 L, 
     if (half) {
       const u64 M = u64{1} << (size_log - 2);
       step4_forward_half<F>(c, x, M);
-      for (u64 t = 0; t < 4; t++) forward<F>(tree, c, x + t * M, size_log - 2, 2, t, matrix);
+      for (u64 t = 0; t < 4; t++) forward<F>(tree, c, x + t * M, x + t * M, size_log - 2, 2, t, matrix);
     } else {
-      forward<F>(tree, c, x, size_log, 0, 0, matrix);
+      forward<F>(tree, c, x, x, size_log, 0, 0, matrix);
     }
   }
   if (shape.stream) F::fence();

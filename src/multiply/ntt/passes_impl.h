@@ -416,9 +416,9 @@ constexpr u32 levels_of_step(u32 left) {
 template <class F> struct BaseBlocks {
   static constexpr u32 STOP_LOG = shape_of(F::BACKEND).base_log;
   static constexpr u32 stop_log() { return STOP_LOG; }
-  void forward(u32 steps, const Node<F>& node, const Constants<F>& c, u64* d) const {
+  void forward(u32 steps, const Node<F>& node, const Constants<F>& c, const u64* from, u64* d) const {
     constexpr u64 M = u64{1} << STOP_LOG;
-    step_forward<F>(steps, node, c.k, in_place(d, M), M);
+    step_forward<F>(steps, node, c.k, {from, M, d, M}, M);
     blocks<F, false>(node.tree, c, d, u64{1} << steps, node.level + steps, node.j << steps);
   }
   void inverse(u32 steps, const Node<F>& node, const Constants<F>& c, u64* d) const {
@@ -437,9 +437,9 @@ template <class F> struct MatrixRows {
   bool stream;
   u32 stop_log() const { return log_tile; }
   u64* row_of(const u64* d) const { return matrix + (static_cast<u64>(d - base) >> log_tile) * stride; }
-  void forward(u32 steps, const Node<F>& node, const Constants<F>& c, u64* d) const {
+  void forward(u32 steps, const Node<F>& node, const Constants<F>& c, const u64* from, u64* d) const {
     const u64 T = u64{1} << log_tile;
-    const Parts parts{d, T, row_of(d), stride};
+    const Parts parts{from, T, row_of(d), stride};
     if (stream)
       step_forward<F, true>(steps, node, c.k, parts, T);
     else
@@ -452,17 +452,18 @@ template <class F> struct MatrixRows {
   }
 };
 
-// A part of 2^size_log points at node (level, j), of more than one of what stands at the bottom.
+// A part of 2^size_log points at node (level, j), of more than one of what stands at the bottom. The first
+// step brings it from `from`, which may be d itself.
 template <class F, class Bottom>
-void forward(const Tree& tree, const Constants<F>& c, u64* d, u32 size_log, u32 level, u64 j,
+void forward(const Tree& tree, const Constants<F>& c, const u64* from, u64* d, u32 size_log, u32 level, u64 j,
              const Bottom& bottom) {
   const u32 steps = levels_of_step(size_log - bottom.stop_log()), part_log = size_log - steps;
   const u64 M = u64{1} << part_log;
   const Node<F> node{tree, level, j};
-  if (part_log == bottom.stop_log()) return bottom.forward(steps, node, c, d);
-  step_forward<F>(steps, node, c.k, in_place(d, M), M);
+  if (part_log == bottom.stop_log()) return bottom.forward(steps, node, c, from, d);
+  step_forward<F>(steps, node, c.k, {from, M, d, M}, M);
   for (u64 t = 0; t < u64{1} << steps; t++) {
-    forward<F>(tree, c, d + t * M, part_log, level + steps, (j << steps) + t, bottom);
+    forward<F>(tree, c, d + t * M, d + t * M, part_log, level + steps, (j << steps) + t, bottom);
   }
 }
 template <class F, class Bottom>

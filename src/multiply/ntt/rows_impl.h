@@ -76,8 +76,10 @@ Tree row_tree(const Shape& shape, u32 prime, u32 direction, u64 row, u64* memory
   return made_tree<F>(shape, prime, direction, third, node, memory + direction * shape.row_list_words(), k);
 }
 
-template <class F> void forward_points(const Shape& shape, const Tree& tree, const Constants<F>& c, u64* x) {
-  forward<F>(tree, c, x, shape.log_columns, 0, 0, BaseBlocks<F>());
+// to <- the transform of the row at `from`, which may be `to`.
+template <class F>
+void forward_points(const Shape& shape, const Tree& tree, const Constants<F>& c, const u64* from, u64* to) {
+  forward<F>(tree, c, from, to, shape.log_columns, 0, 0, BaseBlocks<F>());
 }
 
 // Fetch the row at x during the next transform of a row.
@@ -90,17 +92,16 @@ template <class F> void row_ahead(const Shape& shape, const Constants<F>& c, con
 template <class F> void forward_row(const Shape& shape, u32 prime, u64 row, u64* x, u64* area) {
   const Constants<F> c(prime_table(F::BACKEND, prime));
   const Tree tree = row_tree<F>(shape, prime, 0, row, area + 2 * shape.columns(), c.k);
-  forward_points<F>(shape, tree, c, x);
+  forward_points<F>(shape, tree, c, x, x);
 }
 
-// The operand's transformed row: the row itself, or a copy transformed in `copy`.
+// The operand's transformed row: the row itself, or its transform in `to`.
 template <class F>
 const u64* ready_row(const Shape& shape, const Tree& tree, const Constants<F>& c, const u64* x, bool raw,
-                     u64* copy) {
+                     u64* to) {
   if (!raw) return x;
-  for (u64 i = 0; i < shape.columns(); i += F::LANES) F::store(copy + i, F::load(x + i));
-  forward_points<F>(shape, tree, c, copy);
-  return copy;
+  forward_points<F>(shape, tree, c, x, to);
+  return to;
 }
 
 // out <- x y with its sign, the first of `count`, or out +- x y.
@@ -162,17 +163,13 @@ void product_row(const Shape& shape, u32 prime, u64 row, const RowPair* pairs, u
       x = ready_row<F>(shape, tree, c, pair.x, pair.x_raw, area);
     else if (pair.x_raw) {
       if (pair.y != pair.x) row_ahead<F>(shape, c, pair.y);
-      forward_points<F>(shape, tree, c, out);
+      forward_points<F>(shape, tree, c, out, out);
     }
     const u64* y = x;
     if (pair.y != pair.x) {
-      // A row that may be overwritten is transformed where it lies.
-      if (pair.y_raw && pair.y_free) {
-        forward_points<F>(shape, tree, c, const_cast<u64*>(pair.y));
-        y = pair.y;
-      } else {
-        y = ready_row<F>(shape, tree, c, pair.y, pair.y_raw, area + C);
-      }
+      // A row that may be overwritten is transformed where it lies: elsewhere takes 2 % longer.
+      u64* const to = pair.y_free ? const_cast<u64*>(pair.y) : area + C;
+      y = ready_row<F>(shape, tree, c, pair.y, pair.y_raw, to);
     }
     multiply_points<F>(shape, tree, c, out, x, y, n, count, pair.subtract);
   }
