@@ -59,17 +59,24 @@ public:
     const u64 half = field_.inverse(2);
     table_.minus_half = encode(backend_, field_, field_.p() - half);
     table_.one = encode(backend_, field_, 1);
+    u64 scale = 1; // of a residue on its way to the recombination
+    for (u32 i = index_; i-- > 0;) {
+      const u64 other = primes_of(backend_).prime(i) % field_.p();
+      if (!shape_.scaled_residues) {
+        table_.garner[i] = encode(backend_, field_, field_.inverse(other));
+        continue;
+      }
+      scale = field_.mul(scale, field_.inverse(other));
+      table_.garner[i] = encode(backend_, field_, field_.p() - scale);
+    }
     for (const u32 r : {1u, 3u}) {
       u64 x = field_.mul(field_.power(2, shape_.product_shift), field_.inverse(r));
+      x = field_.mul(x, scale);
       for (u32 m = 0; m <= ORDER_LOG; m++, x = field_.mul(x, half))
         table_.last[r == 3][m] = encode(backend_, field_, x);
     }
     const u64 limb = field_.power(2, shape_.limb_bits);
     for (u32 j = 0; j < MAX_LIMBS; j++) table_.limb[j] = encode(backend_, field_, field_.power(limb, j));
-    for (u32 i = 0; i < index_; i++) {
-      const u64 other = primes_of(backend_).prime(i) % field_.p();
-      table_.garner[i] = encode(backend_, field_, field_.inverse(other));
-    }
   }
 
 private:
