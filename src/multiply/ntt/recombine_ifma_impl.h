@@ -25,7 +25,7 @@ namespace {
 
 template <u32 W> class Recombiner<Ifma, W> {
   using V = __m512i;
-  static constexpr u32 I = 2; // coefficients at a time
+  static constexpr u32 I = 4; // coefficients at a time
   static constexpr u32 BLOCK_LIMBS = 16, BLOCK_WORDS = 13;
   // Whole blocks, and what the last coefficients reach.
   static constexpr u32 MAX_LIMBS_OF_RUN = (MAX_RUN_WORDS / BLOCK_WORDS + 2) * BLOCK_LIMBS;
