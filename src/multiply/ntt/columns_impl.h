@@ -185,24 +185,34 @@ void inverse_tile_of(const Shape& shape, const u64* data, u64 tile, const Output
   for (u64 row = 0; row < R; row += recombiner.RUNS) {
     const u64 first = (row * runs_of_row + tile) * run_words;
     if (first >= output.n) break;
-    alignas(64) u64 sum[recombiner.RUNS][MAX_RUN_WORDS];
+    // Runs that do not end within the output are completed aside.
+    alignas(64) u64 aside[recombiner.RUNS][MAX_RUN_WORDS];
+    RunsTo to;
+    to.overhang = output.overhang + (tile * R + row) * overhang;
+    for (u64 i = 0; i < recombiner.RUNS; i++) {
+      const u64 word = first + i * runs_of_row * run_words;
+      to.words[i] = word + run_words <= output.n ? output.words + word : aside[i];
+    }
     for (u64 i = 0; i < recombiner.RUNS; i++) { // the next group's words
       const u64 word = first + (recombiner.RUNS + i) * runs_of_row * run_words;
       if (word + run_words > output.n) break;
-      for (u64 j = 0; j < run_words + 7; j += 8) __builtin_prefetch(output.words + word + j, 1, 3);
+      const u64* const words = output.words + word;
+      if (recombiner.STREAMS && shape.stream) { // but for the lines that it shares with its neighbours
+        __builtin_prefetch(words, 1, 3);
+        __builtin_prefetch(words + run_words - 1, 1, 3);
+        continue;
+      }
+      for (u64 j = 0; j < run_words + 7; j += 8) __builtin_prefetch(words + j, 1, 3);
     }
-    recombiner.add_runs(sum, area + row * T, stride, output.top == nullptr ? nullptr : &top, next_tile,
+    recombiner.put_runs(to, area + row * T, stride, output.top == nullptr ? nullptr : &top, next_tile,
                         fetched * recombiner.RUNS);
     for (u64 i = 0; i < recombiner.RUNS; i++) {
       const u64 word = first + i * runs_of_row * run_words;
-      if (word < output.n) {
-        const u64 count = output.n - word < run_words ? output.n - word : run_words;
-        __builtin_memcpy(output.words + word, sum[i], 8 * count);
-      }
-      u64* const overhang_words = output.overhang + (tile * R + row + i) * overhang;
-      for (u64 j = 0; j < overhang; j++) overhang_words[j] = sum[i][run_words + j];
+      if (to.words[i] == aside[i] && word < output.n)
+        std::memcpy(output.words + word, aside[i], 8 * (output.n - word));
     }
   }
+  if (shape.stream) F::fence();
   if (output.top != nullptr) {
     u64 seen = output.top->load(std::memory_order_relaxed);
     while (seen < top && !output.top->compare_exchange_weak(seen, top, std::memory_order_relaxed)) {

@@ -60,10 +60,17 @@ public:
     table_.minus_half = encode(backend_, field_, field_.p() - half);
     table_.one = encode(backend_, field_, 1);
     limbs();
-    for (u32 i = 0; i < index_; i++) {
+    u64 scale = 1;
+    for (u32 i = index_; i-- > 0;) {
       const u64 other = primes_of(backend_).prime(i) % field_.p();
-      table_.garner[i] = encode(backend_, field_, field_.inverse(other));
+      if (!shape_.scaled_residues) {
+        table_.garner[i] = encode(backend_, field_, field_.inverse(other));
+        continue;
+      }
+      scale = field_.mul(scale, field_.inverse(other));
+      table_.garner[i] = encode(backend_, field_, field_.p() - scale);
     }
+    table_.scale = encode(backend_, field_, scale);
   }
 
 private:

@@ -51,20 +51,22 @@ struct BackendShape {
   u32 left_levels;   // levels left out: polynomials of 2^left_levels coefficients are multiplied
   u32 limb_bits;     // digits are reduced in limbs of this width
   u32 product_shift; // a pointwise product is x y / 2^product_shift
+  // Residues leave the rows over the product of the primes before theirs, as their recombination wants them.
+  bool scaled_residues;
 };
 
 constexpr BackendShape shape_of(Backend backend) {
   switch (backend) {
   case Backend::ifma:
-    return {8, 3, 6, true, 52, 13, 0, 3, 3, 52, 52};
+    return {8, 3, 6, true, 52, 13, 0, 3, 3, 52, 52, true};
   case Backend::double8:
-    return {8, 3, 6, false, 0, 13, 13, 3, 0, 48, 0};
+    return {8, 3, 6, false, 0, 13, 13, 3, 0, 48, 0, false};
   case Backend::double4:
-    return {4, 2, 4, false, 0, 13, 14, 2, 0, 48, 0};
+    return {4, 2, 4, false, 0, 13, 14, 2, 0, 48, 0, false};
   case Backend::integer1:
     break;
   }
-  return {1, 0, 4, true, 64, 15, 0, 4, 0, 64, 64};
+  return {1, 0, 4, true, 64, 15, 0, 4, 0, 64, 64, false};
 }
 
 // Longest transform in points: the columns' lists have 2^s_log factors.
@@ -89,7 +91,9 @@ struct PrimeTable {
   Factor turns[2][3];                               // e(1/4), e(1/8), e(3/8)
   Factor minus_half;                                // (w + w^2) / 2
   Factor third[2];                                  // (w - w^2) / 2
-  Factor garner[MAX_PRIMES];                        // 1 / p_i, for the primes before this one
+  // For the primes p_i before this one: 1 / p_i, and with scaled residues -1 / (all from p_i up to this one)
+  Factor garner[MAX_PRIMES];
+  Factor scale; // of scaled residues: 1 / (all primes before this one)
   Factor one;
   Factor limb[2][ORDER_LOG + 1][MAX_LIMBS]; // k 2^(limb_bits j), for 2^m and 3 2^m points
   u64 roots[2][ORDER_LOG + 1] = {};         // e(1 / 2^m)
