@@ -112,7 +112,6 @@ void multiply_points(const Shape& shape, const Tree& tree, const Constants<F>& c
   const auto& k = c.k;
   if constexpr (KERNEL.left_levels != 0) {
     const u64* s = tree.s[shape.log_columns - KERNEL.base_log + 2];
-    const typename F::Tw scale = F::broadcast(c.table.scale);
     for (u64 i = 0; i < shape.columns(); i += 64, s += 4) {
       typename F::V v[8];
       const auto moduli = F::moduli(s, tree.s_quotients, k);
@@ -128,7 +127,6 @@ void multiply_points(const Shape& shape, const Tree& tree, const Constants<F>& c
           v[t] = F::first_term(v[t], subtract, k);
         else if (subtract)
           v[t] = F::negative(v[t], k);
-        if (KERNEL.scaled_residues && n + 1 == count) v[t] = F::mul(v[t], scale, k);
         F::store(to, v[t]);
       }
     }
