@@ -38,28 +38,50 @@ template <class F> struct Reductions {
   }
 };
 
+// VECTORS vectors of digits of LIMBS limbs, from digit t behind `base` on, as residues of every prime: out +
+// i * stride.
+template <class F, u32 LIMBS, u32 VECTORS>
+void read_vectors(const typename F::DigitReader& reader, const Shape& shape, const Reductions<F>& primes,
+                  const u64* base, u64 t, u64* out, u64 stride) {
+  typename F::Limb limbs[VECTORS][LIMBS];
+#pragma GCC unroll 8
+  for (u32 v = 0; v < VECTORS; v++) {
+#pragma GCC unroll 8
+    for (u32 j = 0; j < LIMBS; j++) limbs[v][j] = reader.read(base, (t + v * F::LANES) * shape.b, j);
+  }
+  for (u32 i = 0; i < primes.count; i++) {
+    const Reduction<F>& prime = primes.of[i];
+#pragma GCC unroll 8
+    for (u32 v = 0; v < VECTORS; v++)
+      F::store(out + i * stride + t + v * F::LANES, F::digit(limbs[v], prime.power, prime.k));
+  }
+}
+
+template <class F, u32 LIMBS>
+void read_digits_of(const typename F::DigitReader& reader, const Shape& shape, const Reductions<F>& primes,
+                    const u64* base, u64* out, u64 stride) {
+  constexpr u32 GROUP = F::LANES == 1 ? 1 : 2; // vectors converted together: their constants are loaded once
+  const u64 T = shape.tile();
+  u64 t = 0;
+  for (; t + GROUP * F::LANES <= T; t += GROUP * F::LANES)
+    read_vectors<F, LIMBS, GROUP>(reader, shape, primes, base, t, out, stride);
+  for (; t < T; t += F::LANES) read_vectors<F, LIMBS, 1>(reader, shape, primes, base, t, out, stride);
+}
+
 // T digits from the beginning of `base` on, as residues of every prime: out + i * stride.
 template <class F>
 void read_digits(const typename F::DigitReader& reader, const Shape& shape, const Reductions<F>& primes,
                  const u64* base, u64* out, u64 stride) {
-  constexpr u32 GROUP = F::LANES == 1 ? 1 : 2; // vectors converted together: their constants are loaded once
-  const u64 T = shape.tile();
-  for (u64 t = 0; t < T; t += GROUP * F::LANES) {
-    typename F::Limb limbs[MAX_LIMBS][GROUP];
-    const u32 vectors = T - t < GROUP * F::LANES ? static_cast<u32>((T - t) / F::LANES) : GROUP;
-    for (u32 j = 0; j < reader.limbs; j++) {
-      for (u32 v = 0; v < vectors; v++) limbs[j][v] = reader.read(base, (t + v * F::LANES) * shape.b, j);
-    }
-    for (u32 i = 0; i < primes.count; i++) {
-      const Reduction<F>& prime = primes.of[i];
-      typename F::V sum[GROUP];
-      for (u32 v = 0; v < vectors; v++) sum[v] = F::first_limb(limbs[0][v], prime.power[0], prime.k);
-      for (u32 j = 1; j < reader.limbs; j++) {
-        for (u32 v = 0; v < vectors; v++) sum[v] = F::next_limb(sum[v], limbs[j][v], prime.power[j], prime.k);
-      }
-      for (u32 v = 0; v < vectors; v++)
-        F::store(out + i * stride + t + v * F::LANES, F::last_limb(sum[v], prime.k));
-    }
+  static_assert(MAX_LIMBS == 4);
+  switch (reader.limbs) {
+  case 1:
+    return read_digits_of<F, 1>(reader, shape, primes, base, out, stride);
+  case 2:
+    return read_digits_of<F, 2>(reader, shape, primes, base, out, stride);
+  case 3:
+    return read_digits_of<F, 3>(reader, shape, primes, base, out, stride);
+  default:
+    return read_digits_of<F, 4>(reader, shape, primes, base, out, stride);
   }
 }
 
