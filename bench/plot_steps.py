@@ -3,12 +3,13 @@
 
 Usage: bench/plot_steps.py FIRST LAST RUNS OUTPUT.svg
 
-Builds what it needs (preset "bench"), prints the table as Markdown and the largest step up between neighbouring
-sizes, and writes the plot: nanoseconds a word against log2 of the words.
+Builds what it needs (preset "bench"), prints the medians of RUNS sweeps as a Markdown table and the largest step
+up between neighbouring sizes, and writes the plot: nanoseconds a word against log2 of the words.
 """
 
 import math
 import os
+import statistics
 import subprocess
 import sys
 
@@ -22,8 +23,12 @@ def main():
     for command in (["cmake", "--preset", "bench"], ["cmake", "--build", "--preset", "bench", "-j2"]):
         subprocess.run(command, cwd=ROOT, check=True, stdout=subprocess.DEVNULL)
     program = os.path.join(ROOT, "build", "bench", "bench", "products")
-    out = subprocess.run([program, "steps", first, last, runs], capture_output=True, text=True, check=True).stdout
-    rows = [[float(x) for x in line.split()] for line in out.splitlines()[1:]]
+    # Whole sweeps in turn, so that a slow minute of the machine touches every length once and no median.
+    sweeps = []
+    for _ in range(int(runs)):
+        out = subprocess.run([program, "steps", first, last, "1"], capture_output=True, text=True, check=True).stdout
+        sweeps.append([[float(x) for x in line.split()] for line in out.splitlines()[1:]])
+    rows = [[statistics.median(column) for column in zip(*lines)] for lines in zip(*sweeps)]
     print("| words | GMP, ns a word | Kelvane, ns a word | times faster | factor of 2 threads |\n|---|---|---|---|---|")
     for words, gmp, ours, times, two in rows:
         print(f"| {words:.0f} | {gmp:.1f} | {ours:.1f} | {times:.2f} | {two:.2f} |")
