@@ -105,7 +105,7 @@ SimdSupport detect_simd_support(const CpuId& cpu) {
   s.avx512 = s.avx2 && zmm_saved;
   for (const int feature : {16, 17, 28, 30, 31})
     s.avx512 = s.avx512 && bit(l.leaf7.ebx, feature); // F DQ CD BW VL
-  s.avx512ifma = s.avx512 && bit(l.leaf7.ebx, 21);
+  s.avx512ifma = s.avx512 && bit(l.leaf7.ebx, 21) && bit(l.leaf7.ecx, 1); // VBMI: every such processor
   return s;
 }
 

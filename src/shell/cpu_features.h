@@ -45,7 +45,7 @@ struct CpuFeatures {
 struct SimdSupport {
   bool avx2 = false;       // AVX2, FMA, BMI1, BMI2
   bool avx512 = false;     // the above and AVX-512 F, DQ, VL, BW, CD
-  bool avx512ifma = false; // the above and AVX-512 IFMA
+  bool avx512ifma = false; // the above and AVX-512 IFMA, VBMI
   bool adx = false;        // BMI1, BMI2 and ADX (general registers only)
 };
 

@@ -77,7 +77,9 @@ u64 decode(Backend backend, u64 stored, u64 p) {
   return static_cast<u64>(x < 0 ? x + static_cast<s64>(p) : x);
 }
 
-// Forward: the values of the digits' polynomial at all N-th roots of unity, in whatever order.
+// Forward: the digits' polynomial, times the backend's factor, modulo x^M - c for all (N / M)-th roots of
+// unity c, in whatever order: values when M = 1. Blocks of 8 M points hold coefficient t of 8 parts side by
+// side.
 TEST(Ntt, TransformIsEvaluation) {
   std::mt19937_64 random(2);
   for (const simd::Isa isa : every_isa()) {
@@ -105,7 +107,11 @@ TEST(Ntt, TransformIsEvaluation) {
           kernels.forward_row(s, prime, row, data.words() + row * s.row_stride(), area.words());
         }
         const ntt::Field& field = ntt::field_of(backend, prime);
-        std::vector<u64> got, want, digits(N);
+        const ntt::BackendShape kernel = ntt::shape_of(backend);
+        const u64 M = u64{1} << kernel.left_levels;
+        using Part = std::vector<u64>;
+        std::vector<Part> got, want;
+        Part digits(N);
         mpz_t z, d;
         mpz_init(z);
         mpz_init(d);
@@ -118,17 +124,27 @@ TEST(Ntt, TransformIsEvaluation) {
         mpz_clear(z);
         mpz_clear(d);
         const u32 log = s.log_rows + s.log_columns;
-        u64 root = field.power(field.root_two(), u64{1} << (ntt::ORDER_LOG - log));
+        const u64 factor =
+            decode(backend, ntt::prime_table(backend, prime).limb[r == 3][log][0].value, field.p());
+        EXPECT_EQ(field.mul(field.mul(factor, factor), N / M % field.p()),
+                  field.power(2, kernel.product_shift));
+        u64 root = field.power(field.root_two(), M << (ntt::ORDER_LOG - log));
         if (r == 3) root = field.mul(root, field.root_three());
-        u64 x = 1;
-        for (u64 i = 0; i < N; i++, x = field.mul(x, root)) {
-          u64 value = 0;
-          for (u64 j = N; j-- > 0;) value = field.add(field.mul(value, x), digits[j]);
-          want.push_back(value);
-          const u64 stored = data.words()[(i >> s.log_columns) * s.row_stride() + (i & (s.columns() - 1))];
-          got.push_back(decode(backend, stored, field.p()));
+        u64 c = 1;
+        for (u64 i = 0; i < N / M; i++, c = field.mul(c, root)) {
+          Part residue(M), stored(M);
+          for (u64 t = 0; t < M; t++) {
+            u64 value = 0;
+            for (u64 j = N / M; j-- > 0;) value = field.add(field.mul(value, c), digits[j * M + t]);
+            residue[t] = field.mul(value, factor);
+            const u64 point = i / 8 * 8 * M + i % 8 + 8 * t; // M = 1: i
+            const u64 row = point >> s.log_columns, column = point & (s.columns() - 1);
+            stored[t] = decode(backend, data.words()[row * s.row_stride() + column], field.p());
+          }
+          want.push_back(residue);
+          got.push_back(stored);
         }
-        ASSERT_EQ(x, 1u);
+        ASSERT_EQ(c, 1u);
         std::sort(got.begin(), got.end());
         std::sort(want.begin(), want.end());
         ASSERT_EQ(got, want) << name(isa) << " r " << r << " direct " << direct;

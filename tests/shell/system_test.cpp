@@ -106,6 +106,8 @@ TEST(CpuFeatures, SystemSupport) {
   EXPECT_FALSE(s.avx512) << "the upper registers are not saved";
   s = with_xcr0(0xE7).second;
   EXPECT_TRUE(s.avx512 && s.avx512ifma);
+  leaves[7].ecx &= ~2u;
+  EXPECT_FALSE(detect_simd_support(FAKE).avx512ifma) << "its kernels permute bytes";
 
   // A processor without the system's consent: XGETBV must not even be run.
   describe("GenuineIntel", 7, 0x80000008);

@@ -187,6 +187,7 @@ template <class D> struct Double : D {
     return subtract ? sub(sum, x) : add(sum, x);
   }
   NTT_INLINE V negative(V x, const K&) { return sub(set(0.0), x); }
+  NTT_INLINE V settled(V sum, const K& k) { return red(sum, k); } // of at most four products, 2.2
 
   // Recombination: residues <= 2.8 plus a bias <= 0.5; minus a digit < p_i < 1.001 p: <= 4.4.
   NTT_INLINE V biased(V x, const Tw& bias) { return add(x, bias.w); }
@@ -194,9 +195,10 @@ template <class D> struct Double : D {
   NTT_INLINE V garner(V x, V d, const Tw& f, const K& k) { return mul(sub(x, d), f, k); }
   NTT_INLINE V next_digit(V x, const K& k) { return D::add_if_negative(x, k.p); } // from (-1, 1)
 
-  // Limbs of 48 bits: the first is at most 0.501, each further product 0.54; reduced at the end.
+  // Limbs of 48 bits: each product at most 0.54; reduced at the end.
   using Limb = V;
   struct DigitReader {
+    static constexpr u64 BEYOND = 4; // words behind the digits that may be read
     typename D::I offsets, last;
     u32 b, limbs;
     explicit DigitReader(u32 bits) : b(bits), limbs((bits + 47) / 48) {
@@ -208,7 +210,7 @@ template <class D> struct Double : D {
       return D::gather_bits(base, bit + 48 * j, b, offsets, mask);
     }
   };
-  NTT_INLINE V first_limb(Limb l, const K&) { return l; }
+  NTT_INLINE V first_limb(Limb l, const Tw& f, const K& k) { return mul(l, f, k); }
   NTT_INLINE V next_limb(V sum, Limb l, const Tw& f, const K& k) { return add(sum, mul(l, f, k)); }
   NTT_INLINE V last_limb(V sum, const K& k) { return red(sum, k); }
   NTT_INLINE V zero_digit(const K&) { return set(0.0); }

@@ -40,13 +40,14 @@ struct Ifma {
     V w, q;
   };
   struct K {
-    V minus_p, p, p2, p4, p6, montgomery;
+    V minus_p, p, p2, p4, p6, p8, montgomery;
     explicit K(u64 prime) {
       minus_p = set((u64{1} << 52) - prime);
       p = set(prime);
       p2 = set(2 * prime);
       p4 = set(4 * prime);
       p6 = set(6 * prime);
+      p8 = set(8 * prime);
       u64 inverse = prime; // 1 / p modulo 2^52: each step doubles the right bits, of which p itself has 3
       for (int i = 0; i < 5; i++) inverse *= 2 - prime * inverse;
       montgomery = set(inverse & MASK);
@@ -84,6 +85,12 @@ struct Ifma {
     x0 = add(a, b);
     x1 = sub(a, b);
   }
+  // The last step, before products. Returns [0, 3.1).
+  NTT_INLINE void forward2_last(V& x0, V& x1, const Tw& s, const K& k) {
+    const V a = red(x0, k), b = mul(x1, s, k);
+    x0 = add(a, b);
+    x1 = sub(add(a, k.p2), b);
+  }
   // Nodes s2 = s^2, then s and i s. From [2, 12): a in [6, 7.1), b, c in [0, 2); a + b < 9.1, a - b >= 4,
   // x1 + c < 14, x1 - c >= 0. Returns [2, 11.1).
   NTT_INLINE void forward4(V& x0, V& x1, V& x2, V& x3, const Tw& s2, const Tw& s, const Tw& is, const K& k) {
@@ -118,6 +125,12 @@ struct Ifma {
     x1 = mul(sub(add(x0, k.p2), x1), s, k);
     x0 = t;
   }
+  // The first step, after products, from [0, 8).
+  NTT_INLINE void inverse2_first(V& x0, V& x1, const Tw& s, const K& k) {
+    const V t = red(add(x0, x1), k);
+    x1 = mul(sub(add(x0, k.p8), x1), s, k);
+    x0 = t;
+  }
   // Sums < 4, differences + 2 < 4; of those < 8: all below 16. Returns [0, 2).
   NTT_INLINE void inverse4(V& x0, V& x1, V& x2, V& x3, const Tw& s2, const Tw& s, const Tw& is, const K& k) {
     const V y0 = add(x0, x1), y1 = mul(sub(add(x0, k.p2), x1), s, k);
@@ -134,48 +147,6 @@ struct Ifma {
     x0 = red(add(a, add(b, c)), k);
     x1 = red(add(m, n), k);
     x2 = red(sub(add(m, k.p2), n), k);
-  }
-
-  // Cyclic transform of length 8 over the vectors, x0 < 16, the others < 2. Sums and shifted differences of
-  // two values < 2 are < 4; z4..z7 < 6; z3 is < 8 before its product. Returns [0, 7.1).
-  NTT_INLINE void cyclic(V* x, const Tw* turns, const K& k) {
-    const V x0 = red(x[0], k);
-    const V y0 = add(x0, x[4]), y4 = sub(add(x0, k.p2), x[4]), y1 = add(x[1], x[5]),
-            y5 = sub(add(x[1], k.p2), x[5]);
-    const V y2 = add(x[2], x[6]), y6 = sub(add(x[2], k.p2), x[6]), y3 = add(x[3], x[7]);
-    const V y7 = sub(add(x[3], k.p2), x[7]), i6 = mul(y6, turns[0], k), i7 = mul(y7, turns[0], k);
-    const V z0 = red(add(y0, y2), k), z2 = red(sub(add(y0, k.p4), y2), k), z1 = red(add(y1, y3), k);
-    const V z3 = mul(sub(add(y1, k.p4), y3), turns[0], k);
-    const V z4 = add(y4, i6), z6 = sub(add(y4, k.p2), i6);
-    const V z5 = mul(add(y5, i7), turns[1], k), z7 = mul(sub(add(y5, k.p2), i7), turns[2], k);
-    x[0] = add(z0, z1);
-    x[1] = sub(add(z0, k.p2), z1);
-    x[2] = add(z2, z3);
-    x[3] = sub(add(z2, k.p2), z3);
-    x[4] = add(z4, z5);
-    x[5] = sub(add(z4, k.p2), z5);
-    x[6] = add(z6, z7);
-    x[7] = sub(add(z6, k.p2), z7);
-  }
-  // The inverse, from [0, 2): z < 4, z3, z5, z7 < 2; y1, y3 < 6, y2 < 8, y5 < 4. Returns x0 < 1.1 and the
-  // others < 10, which go through a product.
-  NTT_INLINE void cyclic_inverse(V* x, const Tw* turns, const K& k) {
-    const V z0 = add(x[0], x[1]), z1 = sub(add(x[0], k.p2), x[1]), z2 = add(x[2], x[3]), z4 = add(x[4], x[5]);
-    const V z3 = mul(sub(add(x[2], k.p2), x[3]), turns[0], k),
-            z5 = mul(sub(add(x[4], k.p2), x[5]), turns[1], k);
-    const V z6 = add(x[6], x[7]), z7 = mul(sub(add(x[6], k.p2), x[7]), turns[2], k);
-    const V y0 = red(add(z0, z2), k), y2 = sub(add(z0, k.p4), z2), y1 = add(z1, z3),
-            y3 = sub(add(z1, k.p2), z3);
-    const V y4 = red(add(z4, z6), k), y6 = mul(sub(add(z4, k.p4), z6), turns[0], k);
-    const V y5 = add(z5, z7), y7 = mul(sub(add(z5, k.p2), z7), turns[0], k);
-    x[0] = red(add(y0, y4), k);
-    x[4] = sub(add(y0, k.p2), y4);
-    x[2] = add(y2, y6);
-    x[6] = sub(add(y2, k.p2), y6);
-    x[1] = add(y1, y5);
-    x[5] = sub(add(y1, k.p4), y5);
-    x[3] = add(y3, y7);
-    x[7] = sub(add(y3, k.p2), y7);
   }
 
   NTT_INLINE void transpose(V* a) {
@@ -218,52 +189,153 @@ struct Ifma {
     store(a + quotients, f.q);
   }
 
-  // x y / 2^52 modulo p, x any, y < 16: h - floor(m p / 2^52) + p with equal low halves left out, h < 1.1.
-  // In (0, 2.1).
-  NTT_INLINE V product(V x, V y, const K& k) {
-    const V a = red(x, k);
-    const V h = high(zero(), a, y), l = low(zero(), a, y), m = low(zero(), l, k.montgomery);
-    return sub(add(h, k.p), high(zero(), m, k.p));
+  // Products of polynomials. Lane l of vector t is coefficient t of polynomial l, modulo z^8 - c_l; a block
+  // has eight of them, two for each factor s of the last step: c = s and c = -s. The quotient of p - s is
+  // 2^52 - 1 less that of s, whose division is never exact.
+  NTT_INLINE Tw moduli(const u64* s, u64 quotients, const K& k) {
+    const V twice = _mm512_setr_epi64(0, 0, 1, 1, 2, 2, 3, 3);
+    const auto pairs = [&](const u64* from) {
+      return _mm512_permutexvar_epi64(
+          twice, _mm512_castsi256_si512(_mm256_load_si256(reinterpret_cast<const __m256i*>(from))));
+    };
+    const V w = pairs(s), q = pairs(s + quotients);
+    return {_mm512_mask_sub_epi64(w, 0xaa, k.p, w), _mm512_mask_xor_epi64(q, 0xaa, q, set(MASK))};
   }
-  // Sums of MAX_SUM products stay below 4 * 3 = 12: a subtracted one adds 3 p.
+  // z <- x y / 2^52, Montgomery's reduction once per coefficient. From x, y in [0, 3.1): of a term's product
+  // the high half is below 3.1 * 3.1 / 16 = 0.601, with c y in [0, 2) below 0.39; eight of them < 4.81. The
+  // low halves add up to less than 2^55: what they carry is below 8. With m = low / p modulo 2^52 the low
+  // halves of the sum and of m p are equal; their high halves' difference lies above -1. Returns (0, 5.9).
+  NTT_INLINE void multiply_polynomials(V* z, const u64* x, const u64* y, const Tw& c, const K& k) {
+    V by[15], low_sum[8], high_sum[8]; // c y_1 .. c y_7, y_0 .. y_7
+    for (u32 t = 0; t < 8; t++) by[7 + t] = load(y + 8 * t);
+    for (u32 t = 1; t < 8; t++) by[t - 1] = mul(by[7 + t], c, k);
+    for (u32 t = 0; t < 8; t++) {
+      low_sum[t] = zero();
+      high_sum[t] = k.p;
+    }
+#pragma GCC unroll 8
+    for (u32 i = 0; i < 8; i++) {
+      const V a = load(x + 8 * i);
+#pragma GCC unroll 8
+      for (u32 t = 0; t < 8; t++) {
+        low_sum[t] = low(low_sum[t], a, by[7 + t - i]);
+        high_sum[t] = high(high_sum[t], a, by[7 + t - i]);
+      }
+    }
+    for (u32 t = 0; t < 8; t++) z[t] = montgomery(low_sum[t], high_sum[t], k);
+  }
+  // z <- x^2 / 2^52: terms with i < j once, with 2 x_i < 6.2.
+  NTT_INLINE void square_polynomials(V* z, const u64* x, const Tw& c, const K& k) {
+    V by[8], twice[8], wrapped[8], low_sum[8], high_sum[8];
+    for (u32 t = 0; t < 8; t++) {
+      by[t] = load(x + 8 * t);
+      twice[t] = add(by[t], by[t]);
+      wrapped[t] = t < 4 ? by[t] : mul(by[t], c, k);
+      low_sum[t] = zero();
+      high_sum[t] = k.p;
+    }
+#pragma GCC unroll 8
+    for (u32 i = 0; i < 8; i++) {
+#pragma GCC unroll 8
+      for (u32 j = i; j < 8; j++) {
+        const V a = i == j ? by[i] : twice[i], b = i + j < 8 ? by[j] : wrapped[j];
+        const u32 t = (i + j) % 8;
+        low_sum[t] = low(low_sum[t], a, b);
+        high_sum[t] = high(high_sum[t], a, b);
+      }
+    }
+    for (u32 t = 0; t < 8; t++) z[t] = montgomery(low_sum[t], high_sum[t], k);
+  }
+  // high starts with p.
+  NTT_INLINE V montgomery(V low_sum, V high_sum, const K& k) {
+    const V m = low(zero(), low_sum, k.montgomery);
+    return sub(add(high_sum, _mm512_srli_epi64(low_sum, 52)), high(zero(), m, k.p));
+  }
+  // Sums of up to MAX_SUM terms: each in [0, 2], below 8 together.
+  NTT_INLINE V first_term(V x, bool subtract, const K& k) {
+    return subtract ? sub(k.p2, red(x, k)) : red(x, k);
+  }
   NTT_INLINE V accumulate(V sum, V x, bool subtract, const K& k) {
-    return subtract ? sub(add(sum, add(k.p, k.p2)), x) : add(sum, x);
+    return add(sum, first_term(x, subtract, k));
   }
-  NTT_INLINE V negative(V x, const K& k) { return sub(add(k.p, k.p2), x); }
+  // One product with its sign: [0, 6).
+  NTT_INLINE V negative(V x, const K& k) {
+    return sub(k.p6, x);
+  }
 
   // Recombination: residues x in [0, 2) plus a bias below 1, (x - d) f in [0, 2) for a digit d < p_i < 2 p,
   // and the digit itself, an integer in [0, p).
-  NTT_INLINE V biased(V x, const Tw& bias) { return add(x, bias.w); }
-  NTT_INLINE V first_digit(V x, const K& k) { return reduce_once(red(x, k), k); }
-  NTT_INLINE V garner(V x, V d, const Tw& f, const K& k) { return mul(add(x, sub(k.p2, d)), f, k); }
-  NTT_INLINE V next_digit(V x, const K& k) { return reduce_once(x, k); }
+  NTT_INLINE V biased(V x, const Tw& bias) {
+    return add(x, bias.w);
+  }
+  NTT_INLINE V first_digit(V x, const K& k) {
+    return reduce_once(red(x, k), k);
+  }
+  NTT_INLINE V garner(V x, V d, const Tw& f, const K& k) {
+    return mul(add(x, sub(k.p2, d)), f, k);
+  }
+  NTT_INLINE V next_digit(V x, const K& k) {
+    return reduce_once(x, k);
+  }
 
-  // The digits' limbs of 52 bits, all but the last masked; residue in [2, 2 + 1.1 + 3 * 2).
+  // The digits' limbs of 52 bits, all but the last masked; residue in [2, 2 + 4 * 2).
+  //
+  // Eight digits fill b bytes, so a group's limbs lie at fixed places behind a whole byte. Limb j of the
+  // eight is brought together from windows of 64 bytes, each from the first byte that the one before does not
+  // hold: two of them, or three for the longest digits. Eight bytes hold a limb and the bits before it.
   using Limb = V;
   struct DigitReader {
-    V offsets;
+    static constexpr u64 BEYOND = 8; // words behind the digits that may be read
     u32 b, limbs;
-    V last;
+    u32 window[MAX_LIMBS][3]; // bytes
+    __mmask64 third[MAX_LIMBS];
+    V bytes[MAX_LIMBS], shift[MAX_LIMBS], last;
     explicit DigitReader(u32 bits) : b(bits), limbs((bits + 51) / 52) {
-      offsets = _mm512_mullo_epi64(_mm512_setr_epi64(0, 1, 2, 3, 4, 5, 6, 7), set(bits));
       last = set((u64{1} << (bits - 52 * (limbs - 1))) - 1);
+      for (u32 j = 0; j < limbs; j++) {
+        alignas(64) u8 from[64];
+        alignas(64) u64 by[8];
+        u32 windows = 0;
+        third[j] = 0;
+        for (u32 lane = 0; lane < 8; lane++) {
+          const u32 bit = lane * b + 52 * j, byte = bit / 8;
+          if (windows == 0 || byte + 8 > window[j][windows - 1] + 64) window[j][windows++] = byte;
+          if (windows == 3) third[j] |= u64{0xff} << (8 * lane);
+          const u32 at = byte - window[j][windows - 1] + (windows == 2 ? 64 : 0);
+          for (u32 i = 0; i < 8; i++) from[8 * lane + i] = static_cast<u8>(at + i);
+          by[lane] = bit % 8;
+        }
+        if (windows < 2) window[j][1] = window[j][0];
+        bytes[j] = _mm512_load_si512(from);
+        shift[j] = load(by);
+      }
     }
-    // Limb j of eight digits from bit `bit` of `base` on. A load at a byte brings at least 57 bits.
+    // Limb j of the eight digits from bit `bit` of `base` on, a multiple of 8.
     [[gnu::always_inline]] Limb read(const u64* base, u64 bit, u32 j) const {
-      const V at = add(set(bit + 52 * j), offsets);
-      V g = _mm512_i64gather_epi64(_mm512_srli_epi64(at, 3), base, 1);
-      g = _mm512_srlv_epi64(g, _mm512_and_si512(at, set(7)));
-      return _mm512_and_si512(g, j + 1 == limbs ? last : set(MASK));
+      const u8* const from = reinterpret_cast<const u8*>(base) + bit / 8;
+      V v = _mm512_permutex2var_epi8(_mm512_loadu_si512(from + window[j][0]), bytes[j],
+                                     _mm512_loadu_si512(from + window[j][1]));
+      if (third[j] != 0)
+        v = _mm512_mask_permutexvar_epi8(v, third[j], bytes[j], _mm512_loadu_si512(from + window[j][2]));
+      return _mm512_and_si512(_mm512_srlv_epi64(v, shift[j]), j + 1 == limbs ? last : set(MASK));
     }
   };
-  NTT_INLINE V first_limb(Limb l, const K& k) { return add(red(l, k), k.p2); }
+  NTT_INLINE V first_limb(Limb l, const Tw& f, const K& k) {
+    return next_limb(k.p2, l, f, k);
+  }
   NTT_INLINE V next_limb(V sum, Limb l, const Tw& f, const K& k) {
     const V q = high(zero(), l, f.q);
     return low(low(sum, l, f.w), q, k.minus_p);
   }
-  NTT_INLINE V last_limb(V sum, const K&) { return sum; }
-  NTT_INLINE V zero_digit(const K& k) { return k.p2; }
-  NTT_INLINE void fence() { _mm_sfence(); }
+  NTT_INLINE V last_limb(V sum, const K&) {
+    return sum;
+  }
+  NTT_INLINE V zero_digit(const K& k) {
+    return k.p2;
+  }
+  NTT_INLINE void fence() {
+    _mm_sfence();
+  }
 };
 
 } // namespace

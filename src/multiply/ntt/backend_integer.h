@@ -126,7 +126,8 @@ struct Integer {
   NTT_INLINE V accumulate(V sum, V x, bool subtract, const K& k) {
     return red(subtract ? sum + k.p2 - x : sum + x, k);
   }
-  NTT_INLINE V negative(V x, const K& k) { return k.p2 - x; }
+  NTT_INLINE V negative(V x, const K& k) { return red(k.p2 - x, k); }
+  NTT_INLINE V settled(V sum, const K&) { return sum; }
 
   NTT_INLINE V biased(V x, const Tw& bias) { return x + bias.w; } // < 3
   NTT_INLINE V first_digit(V x, const K& k) { return next_digit(red(x, k), k); }
@@ -137,6 +138,7 @@ struct Integer {
 
   using Limb = u64;
   struct DigitReader {
+    static constexpr u64 BEYOND = 1; // words behind the digits that may be read
     u32 b, limbs;
     u64 last;
     explicit DigitReader(u32 bits) : b(bits), limbs((bits + 63) / 64), last(~u64{0} >> (64 * limbs - bits)) {}
@@ -147,8 +149,8 @@ struct Integer {
       return j + 1 == limbs ? x & last : x;
     }
   };
-  // A limb is any 64-bit number: x - floor(x / p) p by a product with 1.
-  NTT_INLINE V first_limb(Limb l, const K& k) { return red(l >= k.p2 + k.p2 ? l - (k.p2 + k.p2) : l, k); }
+  // A limb is any 64-bit number.
+  NTT_INLINE V first_limb(Limb l, const Tw& f, const K& k) { return mul(l, f, k); }
   NTT_INLINE V next_limb(V sum, Limb l, const Tw& f, const K& k) { return red(sum + mul(l, f, k), k); }
   NTT_INLINE V last_limb(V sum, const K&) { return sum; }
   NTT_INLINE V zero_digit(const K&) { return 0; }

@@ -28,11 +28,12 @@ template <class F> struct Reduction {
 template <class F> struct Reductions {
   u32 count;
   Reduction<F> of[MAX_PRIMES];
-  Reductions(u32 first, u32 last) : count(last - first) {
+  Reductions(const Shape& shape, u32 first, u32 last) : count(last - first) {
     for (u32 i = 0; i < count; i++) {
       const PrimeTable& table = prime_table(F::BACKEND, first + i);
       of[i].k = typename F::K(table.p);
-      for (u32 j = 0; j < MAX_LIMBS; j++) of[i].power[j] = F::broadcast(table.limb[j]);
+      const Factor* const limbs = table.limb[shape.r == 3][shape.log_rows + shape.log_columns];
+      for (u32 j = 0; j < MAX_LIMBS; j++) of[i].power[j] = F::broadcast(limbs[j]);
     }
   }
 };
@@ -52,7 +53,7 @@ void read_digits(const typename F::DigitReader& reader, const Shape& shape, cons
     for (u32 i = 0; i < primes.count; i++) {
       const Reduction<F>& prime = primes.of[i];
       typename F::V sum[GROUP];
-      for (u32 v = 0; v < vectors; v++) sum[v] = F::first_limb(limbs[0][v], prime.k);
+      for (u32 v = 0; v < vectors; v++) sum[v] = F::first_limb(limbs[0][v], prime.power[0], prime.k);
       for (u32 j = 1; j < reader.limbs; j++) {
         for (u32 v = 0; v < vectors; v++) sum[v] = F::next_limb(sum[v], limbs[j][v], prime.power[j], prime.k);
       }
@@ -67,7 +68,7 @@ template <class F>
 void read_run(const typename F::DigitReader& reader, const Shape& shape, const Reductions<F>& primes,
               const u64* A, u64 L, u64 index, u64* out, u64 stride) {
   const u64 word = index / 64 * shape.b + index % 64 * shape.b / 64; // a run begins at a whole word
-  const u64 needed = shape.run_words() + 4;                          // what the loads may touch
+  const u64 needed = shape.run_words() + F::DigitReader::BEYOND;
   if (word + needed <= L) return read_digits<F>(reader, shape, primes, A + word, out, stride);
   if (word >= L) {
     for (u32 i = 0; i < primes.count; i++) {
@@ -76,7 +77,7 @@ void read_run(const typename F::DigitReader& reader, const Shape& shape, const R
     }
     return;
   }
-  u64 tail[MAX_RUN_WORDS] = {};
+  u64 tail[MAX_RUN_WORDS + F::DigitReader::BEYOND] = {};
   for (u64 i = 0; i < needed && word + i < L; i++) tail[i] = A[word + i];
   read_digits<F>(reader, shape, primes, tail, out, stride);
 }
@@ -86,7 +87,7 @@ void forward_tile(const Shape& shape, u32 first, u32 last, const u64* A, u64 L, 
                   u64* area) {
   const u64 T = shape.tile(), R = shape.rows(), stride = R * T, column = tile * T;
   const typename F::DigitReader reader(shape.b);
-  const Reductions<F> primes(first, last);
+  const Reductions<F> primes(shape, first, last);
   // Rows that hold digits. When they are at most half, the upper half of a first radix-4 step is zero.
   const u64 digits = L / shape.b * 64 + (L % shape.b * 64 + shape.b - 1) / shape.b;
   const u64 filled = (digits + shape.columns() - 1) >> shape.log_columns;
@@ -117,7 +118,7 @@ void forward_tile(const Shape& shape, u32 first, u32 last, const u64* A, u64 L, 
       }
       for (u32 third = 0; third < 3; third++) {
         const Tree tree = column_tree<F>(shape, c.table, 0, third);
-        forward<F>(tree, c, x + third * M, size_log, 0, 0, matrix);
+        forward<F>(tree, c, x + third * M, x + third * M, size_log, 0, 0, matrix);
       }
       continue;
     }
@@ -125,9 +126,9 @@ void forward_tile(const Shape& shape, u32 first, u32 last, const u64* A, u64 L, 
     if (half) {
       const u64 M = u64{1} << (size_log - 2);
       step4_forward_half<F>(c, x, M);
-      for (u64 t = 0; t < 4; t++) forward<F>(tree, c, x + t * M, size_log - 2, 2, t, matrix);
+      for (u64 t = 0; t < 4; t++) forward<F>(tree, c, x + t * M, x + t * M, size_log - 2, 2, t, matrix);
     } else {
-      forward<F>(tree, c, x, size_log, 0, 0, matrix);
+      forward<F>(tree, c, x, x, size_log, 0, 0, matrix);
     }
   }
   if (shape.stream) F::fence();

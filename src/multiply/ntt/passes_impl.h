@@ -67,6 +67,7 @@ struct Parts {
   u64* to;
   u64 to_stride;
 };
+// The steps copy their arguments: stores to the data cannot change a copy, so it stays in registers.
 inline Parts in_place(u64* d, u64 M) {
   return {d, M, d, M};
 }
@@ -78,7 +79,9 @@ template <class F, bool STREAM> [[gnu::always_inline]] inline void put(u64* to, 
 }
 
 template <class F, bool STREAM = false>
-void step2_forward(const Node<F>& n, const typename F::K& k, Parts d, u64 M) {
+void step2_forward(const Node<F>& n, const typename F::K& constants, const Parts& parts, u64 M) {
+  const typename F::K k = constants;
+  Parts d = parts;
   const auto s = n.at(0, 0);
   for (u64 i = 0; i < M; i += F::LANES, d.from += F::LANES, d.to += F::LANES) {
     auto x0 = F::load(d.from), x1 = F::load(d.from + d.from_stride);
@@ -87,7 +90,10 @@ void step2_forward(const Node<F>& n, const typename F::K& k, Parts d, u64 M) {
     put<F, STREAM>(d.to + d.to_stride, x1);
   }
 }
-template <class F> void step2_inverse(const Node<F>& n, const typename F::K& k, Parts d, u64 M) {
+template <class F>
+void step2_inverse(const Node<F>& n, const typename F::K& constants, const Parts& parts, u64 M) {
+  const typename F::K k = constants;
+  Parts d = parts;
   const auto s = n.at(0, 0);
   for (u64 i = 0; i < M; i += F::LANES, d.from += F::LANES, d.to += F::LANES) {
     auto x0 = F::load(d.from), x1 = F::load(d.from + d.from_stride);
@@ -98,7 +104,9 @@ template <class F> void step2_inverse(const Node<F>& n, const typename F::K& k, 
 }
 
 template <class F, bool STREAM = false>
-void step4_forward(const Node<F>& n, const typename F::K& k, Parts d, u64 M) {
+void step4_forward(const Node<F>& n, const typename F::K& constants, const Parts& parts, u64 M) {
+  const typename F::K k = constants;
+  Parts d = parts;
   const auto s2 = n.at(0, 0), s = n.at(1, 0), is = n.at(1, 1);
   for (u64 i = 0; i < M; i += F::LANES, d.from += F::LANES, d.to += F::LANES) {
     auto x0 = F::load(d.from), x1 = F::load(d.from + d.from_stride), x2 = F::load(d.from + 2 * d.from_stride),
@@ -123,7 +131,10 @@ template <class F> void step4_forward_half(const Constants<F>& c, u64* d, u64 M)
     F::store(e + 3 * M, x3);
   }
 }
-template <class F> void step4_inverse(const Node<F>& n, const typename F::K& k, Parts d, u64 M) {
+template <class F>
+void step4_inverse(const Node<F>& n, const typename F::K& constants, const Parts& parts, u64 M) {
+  const typename F::K k = constants;
+  Parts d = parts;
   const auto s2 = n.at(0, 0), s = n.at(1, 0), is = n.at(1, 1);
   for (u64 i = 0; i < M; i += F::LANES, d.from += F::LANES, d.to += F::LANES) {
     auto x0 = F::load(d.from), x1 = F::load(d.from + d.from_stride), x2 = F::load(d.from + 2 * d.from_stride),
@@ -136,27 +147,42 @@ template <class F> void step4_inverse(const Node<F>& n, const typename F::K& k, 
   }
 }
 
+// Eight parts at node (level, j), each with its neighbours' factors.
+template <class F>
+[[gnu::always_inline]] inline void split8(const Node<F>& n, typename F::V* x, const typename F::K& k) {
+  const auto s2 = n.at(0, 0), s = n.at(1, 0), is = n.at(1, 1);
+  F::forward4(x[0], x[2], x[4], x[6], s2, s, is, k);
+  F::forward4(x[1], x[3], x[5], x[7], s2, s, is, k);
+}
+template <class F>
+[[gnu::always_inline]] inline void join8(const Node<F>& n, typename F::V* x, const typename F::K& k) {
+  const auto s2 = n.at(0, 0), s = n.at(1, 0), is = n.at(1, 1);
+  F::inverse4(x[0], x[2], x[4], x[6], s2, s, is, k);
+  F::inverse4(x[1], x[3], x[5], x[7], s2, s, is, k);
+}
+
 // A radix-8 step: a radix-4 step over both halves of every quarter, then a radix-2 step in each quarter.
 template <class F, bool STREAM = false>
-void step8_forward(const Node<F>& n, const typename F::K& k, Parts d, u64 M) {
-  const auto s2 = n.at(0, 0), s = n.at(1, 0), is = n.at(1, 1);
+void step8_forward(const Node<F>& n, const typename F::K& constants, const Parts& parts, u64 M) {
+  const typename F::K k = constants;
+  Parts d = parts;
   for (u64 i = 0; i < M; i += F::LANES, d.from += F::LANES, d.to += F::LANES) {
     typename F::V x[8];
     for (u64 t = 0; t < 8; t++) x[t] = F::load(d.from + t * d.from_stride);
-    F::forward4(x[0], x[2], x[4], x[6], s2, s, is, k);
-    F::forward4(x[1], x[3], x[5], x[7], s2, s, is, k);
+    split8<F>(n, x, k);
     for (u64 t = 0; t < 4; t++) F::forward2(x[2 * t], x[2 * t + 1], n.at(2, t), k);
     for (u64 t = 0; t < 8; t++) put<F, STREAM>(d.to + t * d.to_stride, x[t]);
   }
 }
-template <class F> void step8_inverse(const Node<F>& n, const typename F::K& k, Parts d, u64 M) {
-  const auto s2 = n.at(0, 0), s = n.at(1, 0), is = n.at(1, 1);
+template <class F>
+void step8_inverse(const Node<F>& n, const typename F::K& constants, const Parts& parts, u64 M) {
+  const typename F::K k = constants;
+  Parts d = parts;
   for (u64 i = 0; i < M; i += F::LANES, d.from += F::LANES, d.to += F::LANES) {
     typename F::V x[8];
     for (u64 t = 0; t < 8; t++) x[t] = F::load(d.from + t * d.from_stride);
     for (u64 t = 0; t < 4; t++) F::inverse2(x[2 * t], x[2 * t + 1], n.at(2, t), k);
-    F::inverse4(x[0], x[2], x[4], x[6], s2, s, is, k);
-    F::inverse4(x[1], x[3], x[5], x[7], s2, s, is, k);
+    join8<F>(n, x, k);
     for (u64 t = 0; t < 8; t++) F::store(d.to + t * d.to_stride, x[t]);
   }
 }
@@ -180,7 +206,75 @@ void step_inverse(u32 steps, const Node<F>& node, const typename F::K& k, const 
     step2_inverse<F>(node, k, d, M);
 }
 
-// Base blocks j .. j + I - 1, interleaved so that their chains of dependent operations overlap.
+// Base blocks j .. j + I - 1, interleaved so that their chains of dependent operations overlap, with all
+// loops unrolled so that they stay in registers.
+//
+// Down to polynomials: eight of eight coefficients a block, coefficient t of all of them in vector t.
+template <class F, u32 I>
+[[gnu::always_inline]] inline void polynomials_forward(const Tree& tree, const Constants<F>& c, u64* d,
+                                                       u32 level, u64 j) {
+  const typename F::K k = c.k;
+  typename F::V x[I][8];
+#pragma GCC unroll 2
+  for (u32 n = 0; n < I; n++) {
+#pragma GCC unroll 8
+    for (u32 i = 0; i < 8; i++) x[n][i] = F::load(d + 8 * (8 * n + i));
+  }
+#pragma GCC unroll 2
+  for (u32 i = 0; i < 2; i++) {
+#pragma GCC unroll 2
+    for (u32 n = 0; n < I; n++) {
+      const Node<F> node{tree, level, j + n};
+      F::forward4(x[n][i], x[n][i + 2], x[n][i + 4], x[n][i + 6], node.at(0, 0), node.at(1, 0), node.at(1, 1),
+                  k);
+    }
+  }
+#pragma GCC unroll 4
+  for (u32 i = 0; i < 4; i++) {
+#pragma GCC unroll 2
+    for (u32 n = 0; n < I; n++)
+      F::forward2_last(x[n][2 * i], x[n][2 * i + 1], Node<F>{tree, level, j + n}.at(2, i), k);
+  }
+#pragma GCC unroll 2
+  for (u32 n = 0; n < I; n++) {
+    F::transpose(x[n]);
+#pragma GCC unroll 8
+    for (u32 i = 0; i < 8; i++) F::store(d + 8 * (8 * n + i), x[n][i]);
+  }
+}
+template <class F, u32 I>
+[[gnu::always_inline]] inline void polynomials_inverse(const Tree& tree, const Constants<F>& c, u64* d,
+                                                       u32 level, u64 j) {
+  const typename F::K k = c.k;
+  typename F::V x[I][8];
+#pragma GCC unroll 2
+  for (u32 n = 0; n < I; n++) {
+#pragma GCC unroll 8
+    for (u32 i = 0; i < 8; i++) x[n][i] = F::load(d + 8 * (8 * n + i));
+    F::transpose(x[n]);
+  }
+#pragma GCC unroll 4
+  for (u32 i = 0; i < 4; i++) {
+#pragma GCC unroll 2
+    for (u32 n = 0; n < I; n++)
+      F::inverse2_first(x[n][2 * i], x[n][2 * i + 1], Node<F>{tree, level, j + n}.at(2, i), k);
+  }
+#pragma GCC unroll 2
+  for (u32 i = 0; i < 2; i++) {
+#pragma GCC unroll 2
+    for (u32 n = 0; n < I; n++) {
+      const Node<F> node{tree, level, j + n};
+      F::inverse4(x[n][i], x[n][i + 2], x[n][i + 4], x[n][i + 6], node.at(0, 0), node.at(1, 0), node.at(1, 1),
+                  k);
+    }
+  }
+#pragma GCC unroll 2
+  for (u32 n = 0; n < I; n++) {
+#pragma GCC unroll 8
+    for (u32 i = 0; i < 8; i++) F::store(d + 8 * (8 * n + i), x[n][i]);
+  }
+}
+// Down to points, with a cyclic transform across the lanes.
 template <class F, u32 I>
 [[gnu::always_inline]] inline void blocks_forward(const Tree& tree, const Constants<F>& c, u64* d, u32 level,
                                                   u64 j) {
@@ -192,13 +286,11 @@ template <class F, u32 I>
   }
   for (u32 n = 0; n < I; n++) {
     const Node<F> node{tree, level, j + n};
-    const auto s2 = node.at(0, 0), s = node.at(1, 0), is = node.at(1, 1);
     if constexpr (L == 8) {
-      F::forward4(x[n][0], x[n][2], x[n][4], x[n][6], s2, s, is, k);
-      F::forward4(x[n][1], x[n][3], x[n][5], x[n][7], s2, s, is, k);
+      split8<F>(node, x[n], k);
       for (u32 i = 0; i < 4; i++) F::forward2(x[n][2 * i], x[n][2 * i + 1], node.at(2, i), k);
     } else {
-      F::forward4(x[n][0], x[n][1], x[n][2], x[n][3], s2, s, is, k);
+      F::forward4(x[n][0], x[n][1], x[n][2], x[n][3], node.at(0, 0), node.at(1, 0), node.at(1, 1), k);
     }
   }
   for (u32 n = 0; n < I; n++) F::transpose(x[n]);
@@ -238,13 +330,11 @@ template <class F, u32 I>
   for (u32 n = 0; n < I; n++) F::transpose(x[n]);
   for (u32 n = 0; n < I; n++) {
     const Node<F> node{tree, level, j + n};
-    const auto s2 = node.at(0, 0), s = node.at(1, 0), is = node.at(1, 1);
     if constexpr (L == 8) {
       for (u32 i = 0; i < 4; i++) F::inverse2(x[n][2 * i], x[n][2 * i + 1], node.at(2, i), k);
-      F::inverse4(x[n][0], x[n][2], x[n][4], x[n][6], s2, s, is, k);
-      F::inverse4(x[n][1], x[n][3], x[n][5], x[n][7], s2, s, is, k);
+      join8<F>(node, x[n], k);
     } else {
-      F::inverse4(x[n][0], x[n][1], x[n][2], x[n][3], s2, s, is, k);
+      F::inverse4(x[n][0], x[n][1], x[n][2], x[n][3], node.at(0, 0), node.at(1, 0), node.at(1, 1), k);
     }
   }
   for (u32 n = 0; n < I; n++) {
@@ -283,34 +373,38 @@ inline void small_inverse(const Tree& tree, const Constants<F>& c, u64* d, u32 l
   for (u32 i = 0; i < 16; i++) F::store(d + i, x[i]);
 }
 
-constexpr u32 INTERLEAVE = 2;
+template <class F, bool INVERSE, u32 I>
+[[gnu::always_inline]] inline void some_blocks(const Tree& tree, const Constants<F>& c, u64* d, u32 level,
+                                               u64 j) {
+  constexpr bool POLYNOMIALS = shape_of(F::BACKEND).left_levels != 0;
+  if constexpr (F::LANES == 1) {
+    if constexpr (INVERSE)
+      small_inverse<F>(tree, c, d, level, j);
+    else
+      small_forward<F>(tree, c, d, level, j);
+  } else if constexpr (POLYNOMIALS) {
+    if constexpr (INVERSE)
+      polynomials_inverse<F, I>(tree, c, d, level, j);
+    else
+      polynomials_forward<F, I>(tree, c, d, level, j);
+  } else {
+    if constexpr (INVERSE)
+      blocks_inverse<F, I>(tree, c, d, level, j);
+    else
+      blocks_forward<F, I>(tree, c, d, level, j);
+  }
+}
 
 template <class F, bool INVERSE>
 void blocks(const Tree& tree, const Constants<F>& c, u64* d, u64 count, u32 level, u64 j) {
-  constexpr u64 POINTS = u64{1} << shape_of(F::BACKEND).base_log;
+  constexpr BackendShape KERNEL = shape_of(F::BACKEND);
+  constexpr u64 POINTS = u64{1} << KERNEL.base_log;
   c.ahead.advance(count);
+  constexpr u32 INTERLEAVE = F::LANES == 1 ? 1 : 2;
   u64 i = 0;
-  if constexpr (F::LANES == 1) {
-    for (; i < count; i++) {
-      if constexpr (INVERSE)
-        small_inverse<F>(tree, c, d + i * POINTS, level, j + i);
-      else
-        small_forward<F>(tree, c, d + i * POINTS, level, j + i);
-    }
-  } else {
-    for (; i + INTERLEAVE <= count; i += INTERLEAVE) {
-      if constexpr (INVERSE)
-        blocks_inverse<F, INTERLEAVE>(tree, c, d + i * POINTS, level, j + i);
-      else
-        blocks_forward<F, INTERLEAVE>(tree, c, d + i * POINTS, level, j + i);
-    }
-    for (; i < count; i++) {
-      if constexpr (INVERSE)
-        blocks_inverse<F, 1>(tree, c, d + i * POINTS, level, j + i);
-      else
-        blocks_forward<F, 1>(tree, c, d + i * POINTS, level, j + i);
-    }
-  }
+  for (; i + INTERLEAVE <= count; i += INTERLEAVE)
+    some_blocks<F, INVERSE, INTERLEAVE>(tree, c, d + i * POINTS, level, j + i);
+  for (; i < count; i++) some_blocks<F, INVERSE, 1>(tree, c, d + i * POINTS, level, j + i);
 }
 
 // Levels taken by the next step of a part with `left` levels to go: an odd one is taken with the first step.
@@ -322,9 +416,9 @@ constexpr u32 levels_of_step(u32 left) {
 template <class F> struct BaseBlocks {
   static constexpr u32 STOP_LOG = shape_of(F::BACKEND).base_log;
   static constexpr u32 stop_log() { return STOP_LOG; }
-  void forward(u32 steps, const Node<F>& node, const Constants<F>& c, u64* d) const {
+  void forward(u32 steps, const Node<F>& node, const Constants<F>& c, const u64* from, u64* d) const {
     constexpr u64 M = u64{1} << STOP_LOG;
-    step_forward<F>(steps, node, c.k, in_place(d, M), M);
+    step_forward<F>(steps, node, c.k, {from, M, d, M}, M);
     blocks<F, false>(node.tree, c, d, u64{1} << steps, node.level + steps, node.j << steps);
   }
   void inverse(u32 steps, const Node<F>& node, const Constants<F>& c, u64* d) const {
@@ -343,9 +437,9 @@ template <class F> struct MatrixRows {
   bool stream;
   u32 stop_log() const { return log_tile; }
   u64* row_of(const u64* d) const { return matrix + (static_cast<u64>(d - base) >> log_tile) * stride; }
-  void forward(u32 steps, const Node<F>& node, const Constants<F>& c, u64* d) const {
+  void forward(u32 steps, const Node<F>& node, const Constants<F>& c, const u64* from, u64* d) const {
     const u64 T = u64{1} << log_tile;
-    const Parts parts{d, T, row_of(d), stride};
+    const Parts parts{from, T, row_of(d), stride};
     if (stream)
       step_forward<F, true>(steps, node, c.k, parts, T);
     else
@@ -358,17 +452,18 @@ template <class F> struct MatrixRows {
   }
 };
 
-// A part of 2^size_log points at node (level, j), of more than one of what stands at the bottom.
+// A part of 2^size_log points at node (level, j), of more than one of what stands at the bottom. The first
+// step brings it from `from`, which may be d itself.
 template <class F, class Bottom>
-void forward(const Tree& tree, const Constants<F>& c, u64* d, u32 size_log, u32 level, u64 j,
+void forward(const Tree& tree, const Constants<F>& c, const u64* from, u64* d, u32 size_log, u32 level, u64 j,
              const Bottom& bottom) {
   const u32 steps = levels_of_step(size_log - bottom.stop_log()), part_log = size_log - steps;
   const u64 M = u64{1} << part_log;
   const Node<F> node{tree, level, j};
-  if (part_log == bottom.stop_log()) return bottom.forward(steps, node, c, d);
-  step_forward<F>(steps, node, c.k, in_place(d, M), M);
+  if (part_log == bottom.stop_log()) return bottom.forward(steps, node, c, from, d);
+  step_forward<F>(steps, node, c.k, {from, M, d, M}, M);
   for (u64 t = 0; t < u64{1} << steps; t++) {
-    forward<F>(tree, c, d + t * M, part_log, level + steps, (j << steps) + t, bottom);
+    forward<F>(tree, c, d + t * M, d + t * M, part_log, level + steps, (j << steps) + t, bottom);
   }
 }
 template <class F, class Bottom>

@@ -40,6 +40,11 @@ Tree made_tree(const Shape& shape, u32 prime, u32 direction, u32 third, u64 row,
   RowConstants constants;
   row_constants(constants, F::BACKEND, prime, direction, third, row, shape.log_rows, shape.log_columns);
   const auto reciprocal = F::reciprocal(table.p);
+  // Their quotients, without a division.
+  alignas(64) u64 factors[2 * RowConstants::COUNT];
+  const typename F::Scale one{F::broadcast(table.one), reciprocal};
+  for (u32 i = 0; i < RowConstants::COUNT; i += L)
+    F::store(factors + i, RowConstants::COUNT, F::scale(F::load(constants.value + i), one, k));
 
   Tree tree{};
   const u64 quotients = shape.row_list_words() / 2; // used by backends that have them
@@ -47,14 +52,14 @@ Tree made_tree(const Shape& shape, u32 prime, u32 direction, u32 third, u64 row,
   u64* out = memory;
   const u32 levels = shape.log_columns - KERNEL.base_log + KERNEL.node_levels;
   for (u32 level = 0; level < levels; level++) {
-    const typename F::Scale by{F::broadcast(constants.level[level]), reciprocal};
+    const typename F::Scale by{F::broadcast(factors + level, RowConstants::COUNT), reciprocal};
     tree.s[level] = out;
     for (u64 j = 0; j < u64{1} << level; j += L, out += L) {
       F::store(out, quotients, F::scale(F::load(table.s[direction][0] + j), by, k));
     }
   }
   if constexpr (KERNEL.u_log != 0) {
-    const typename F::Scale by{F::lanes(constants.block, BLOCK_QUOTIENTS), reciprocal};
+    const typename F::Scale by{F::lanes(factors + RowConstants::BLOCK, RowConstants::COUNT), reciprocal};
     tree.u = out;
     for (u64 j = 0; j < shape.columns() >> KERNEL.base_log; j++, out += L) {
       F::store(out, quotients, F::scale(F::load(table.u[direction][0] + j * L), by, k));
@@ -71,8 +76,10 @@ Tree row_tree(const Shape& shape, u32 prime, u32 direction, u64 row, u64* memory
   return made_tree<F>(shape, prime, direction, third, node, memory + direction * shape.row_list_words(), k);
 }
 
-template <class F> void forward_points(const Shape& shape, const Tree& tree, const Constants<F>& c, u64* x) {
-  forward<F>(tree, c, x, shape.log_columns, 0, 0, BaseBlocks<F>());
+// to <- the transform of the row at `from`, which may be `to`.
+template <class F>
+void forward_points(const Shape& shape, const Tree& tree, const Constants<F>& c, const u64* from, u64* to) {
+  forward<F>(tree, c, from, to, shape.log_columns, 0, 0, BaseBlocks<F>());
 }
 
 // Fetch the row at x during the next transform of a row.
@@ -85,17 +92,55 @@ template <class F> void row_ahead(const Shape& shape, const Constants<F>& c, con
 template <class F> void forward_row(const Shape& shape, u32 prime, u64 row, u64* x, u64* area) {
   const Constants<F> c(prime_table(F::BACKEND, prime));
   const Tree tree = row_tree<F>(shape, prime, 0, row, area + 2 * shape.columns(), c.k);
-  forward_points<F>(shape, tree, c, x);
+  forward_points<F>(shape, tree, c, x, x);
 }
 
-// The operand's transformed row: the row itself, or a copy transformed in `copy`.
+// The operand's transformed row: the row itself, or its transform in `to`.
 template <class F>
 const u64* ready_row(const Shape& shape, const Tree& tree, const Constants<F>& c, const u64* x, bool raw,
-                     u64* copy) {
+                     u64* to) {
   if (!raw) return x;
-  for (u64 i = 0; i < shape.columns(); i += F::LANES) F::store(copy + i, F::load(x + i));
-  forward_points<F>(shape, tree, c, copy);
-  return copy;
+  forward_points<F>(shape, tree, c, x, to);
+  return to;
+}
+
+// out <- x y with its sign, the first of `count`, or out +- x y.
+template <class F>
+void multiply_points(const Shape& shape, const Tree& tree, const Constants<F>& c, u64* out, const u64* x,
+                     const u64* y, u32 n, u32 count, bool subtract) {
+  constexpr BackendShape KERNEL = shape_of(F::BACKEND);
+  const auto& k = c.k;
+  if constexpr (KERNEL.left_levels != 0) {
+    const u64* s = tree.s[shape.log_columns - KERNEL.base_log + 2];
+    for (u64 i = 0; i < shape.columns(); i += 64, s += 4) {
+      typename F::V v[8];
+      const auto moduli = F::moduli(s, tree.s_quotients, k);
+      if (x == y)
+        F::square_polynomials(v, x + i, moduli, k);
+      else
+        F::multiply_polynomials(v, x + i, y + i, moduli, k);
+      for (u32 t = 0; t < 8; t++) {
+        u64* const to = out + i + 8 * t;
+        if (n != 0)
+          v[t] = F::accumulate(F::load(to), v[t], subtract, k);
+        else if (count != 1)
+          v[t] = F::first_term(v[t], subtract, k);
+        else if (subtract)
+          v[t] = F::negative(v[t], k);
+        F::store(to, v[t]);
+      }
+    }
+  } else {
+    for (u64 i = 0; i < shape.columns(); i += F::LANES) {
+      auto v = F::product(F::load(x + i), F::load(y + i), k);
+      if (n != 0)
+        v = F::accumulate(F::load(out + i), v, subtract, k);
+      else if (subtract)
+        v = F::negative(v, k);
+      if (n != 0 && n + 1 == count) v = F::settled(v, k);
+      F::store(out + i, v);
+    }
+  }
 }
 
 template <class F>
@@ -104,14 +149,13 @@ void product_row(const Shape& shape, u32 prime, u64 row, const RowPair* pairs, u
   const auto& k = c.k;
   const u64 C = shape.columns();
   u64* const lists = area + 2 * C;
+  // The products of polynomials ask for their moduli.
   Tree tree{};
-  bool raw = false;
-  for (u32 i = 0; i < count; i++) raw = raw || pairs[i].x_raw || pairs[i].y_raw;
-  if (raw) tree = row_tree<F>(shape, prime, 0, row, lists, k);
+  bool factors = shape_of(F::BACKEND).left_levels != 0;
+  for (u32 i = 0; i < count; i++) factors = factors || pairs[i].x_raw || pairs[i].y_raw;
+  if (factors) tree = row_tree<F>(shape, prime, 0, row, lists, k);
 
   u64* const out = pairs[0].x;
-  // Undoes what the transforms and the pointwise product multiply by.
-  const typename F::Tw last = F::broadcast(c.table.last[shape.r == 3][shape.log_rows + shape.log_columns]);
   for (u32 n = 0; n < count; n++) {
     const RowPair& pair = pairs[n];
     const u64* x = out;
@@ -119,28 +163,15 @@ void product_row(const Shape& shape, u32 prime, u64 row, const RowPair* pairs, u
       x = ready_row<F>(shape, tree, c, pair.x, pair.x_raw, area);
     else if (pair.x_raw) {
       if (pair.y != pair.x) row_ahead<F>(shape, c, pair.y);
-      forward_points<F>(shape, tree, c, out);
+      forward_points<F>(shape, tree, c, out, out);
     }
     const u64* y = x;
     if (pair.y != pair.x) {
-      // A row that may be overwritten is transformed where it lies.
-      if (pair.y_raw && pair.y_free) {
-        forward_points<F>(shape, tree, c, const_cast<u64*>(pair.y));
-        y = pair.y;
-      } else {
-        y = ready_row<F>(shape, tree, c, pair.y, pair.y_raw, area + C);
-      }
+      // A row that may be overwritten is transformed where it lies: elsewhere takes 2 % longer.
+      u64* const to = pair.y_free ? const_cast<u64*>(pair.y) : area + C;
+      y = ready_row<F>(shape, tree, c, pair.y, pair.y_raw, to);
     }
-    const bool done = n + 1 == count;
-    for (u64 i = 0; i < C; i += F::LANES) {
-      auto v = F::product(F::load(x + i), F::load(y + i), k);
-      if (n != 0)
-        v = F::accumulate(F::load(out + i), v, pair.subtract, k);
-      else if (pair.subtract)
-        v = F::negative(v, k);
-      if (done) v = F::mul(v, last, k);
-      F::store(out + i, v);
-    }
+    multiply_points<F>(shape, tree, c, out, x, y, n, count, pair.subtract);
   }
   const Tree back = row_tree<F>(shape, prime, 1, row, lists, k);
   if (row + 1 < shape.rows()) row_ahead<F>(shape, c, out + shape.row_stride());

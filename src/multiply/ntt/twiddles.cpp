@@ -59,13 +59,7 @@ public:
     const u64 half = field_.inverse(2);
     table_.minus_half = encode(backend_, field_, field_.p() - half);
     table_.one = encode(backend_, field_, 1);
-    for (const u32 r : {1u, 3u}) {
-      u64 x = field_.mul(field_.power(2, shape_.product_shift), field_.inverse(r));
-      for (u32 m = 0; m <= ORDER_LOG; m++, x = field_.mul(x, half))
-        table_.last[r == 3][m] = encode(backend_, field_, x);
-    }
-    const u64 limb = field_.power(2, shape_.limb_bits);
-    for (u32 j = 0; j < MAX_LIMBS; j++) table_.limb[j] = encode(backend_, field_, field_.power(limb, j));
+    limbs();
     for (u32 i = 0; i < index_; i++) {
       const u64 other = primes_of(backend_).prime(i) % field_.p();
       table_.garner[i] = encode(backend_, field_, field_.inverse(other));
@@ -114,10 +108,25 @@ private:
     }
     return list;
   }
+  // k^2 = 2^product_shift / (r 2^(m - left_levels)).
+  void limbs() {
+    const u64 i = table_.roots[0][2], sum = field_.add(table_.roots[0][3], table_.roots[1][3]);
+    const u64 root_of_3 = field_.mul(i, field_.add(field_.add(table_.omega[0], table_.omega[0]), 1));
+    const u64 limb = field_.power(2, shape_.limb_bits);
+    for (u32 third = 0; third < 2; third++) {
+      u64 k = field_.power(sum, shape_.product_shift + shape_.left_levels);
+      if (third != 0) k = field_.mul(k, field_.inverse(root_of_3));
+      for (u32 m = 0; m <= ORDER_LOG; m++, k = field_.mul(k, field_.inverse(sum))) {
+        u64 x = k;
+        for (u32 j = 0; j < MAX_LIMBS; j++, x = field_.mul(x, limb))
+          table_.limb[third][m][j] = encode(backend_, field_, x);
+      }
+    }
+  }
   // Z_k = e(2 a_k / L), a_k of log2 L bits: reversed k over L^2.
   void lanes(u32 d) {
     const u32 n = shape_.log_lanes;
-    if (n == 0) return;
+    if (shape_.u_log == 0) return;
     for (u64 k = 0; k < shape_.lanes; k++) {
       u64 reversed = 0;
       for (u32 i = 0; i < n; i++) reversed |= (k >> i & 1) << (n - 1 - i);
@@ -194,12 +203,18 @@ u64 table_bytes(Backend backend) {
   return words_per_prime(backend) * sizeof(u64) * primes_of(backend).count;
 }
 
-Factor encode(Backend backend, const Field& field, u64 x) {
-  const BackendShape shape = shape_of(backend);
-  if (shape.quotients) return {x, field.quotient(x, shape.quotient_shift)};
+namespace {
+u64 stored(Backend backend, const Field& field, u64 x) {
+  if (shape_of(backend).quotients) return x;
   // Doubles are balanced: |x| <= p/2.
   const double balanced = x > field.p() / 2 ? -static_cast<double>(field.p() - x) : static_cast<double>(x);
-  return {std::bit_cast<u64>(balanced), 0};
+  return std::bit_cast<u64>(balanced);
+}
+} // namespace
+
+Factor encode(Backend backend, const Field& field, u64 x) {
+  const BackendShape shape = shape_of(backend);
+  return {stored(backend, field, x), shape.quotients ? field.quotient(x, shape.quotient_shift) : 0};
 }
 
 void row_constants(RowConstants& out, Backend backend, u32 prime, u32 direction, u32 tree, u64 row,
@@ -216,14 +231,13 @@ void row_constants(RowConstants& out, Backend backend, u32 prime, u32 direction,
   const u32 power = (tree << ((log_rows + log_columns) & 1)) % 3;
   for (u32 i = 0; i < power; i++) y = field.mul(y, table.omega[direction]);
 
-  u64 x = 1;
-  for (u32 b = 0; b < shape.lanes; b++, x = field.mul(x, y)) {
-    const Factor f = encode(backend, field, x);
-    out.block[b] = f.value;
-    out.block[BLOCK_QUOTIENTS + b] = f.quotient;
+  if (shape.u_log != 0) {
+    u64 x = 1;
+    for (u32 b = 0; b < shape.lanes; b++, x = field.mul(x, y))
+      out.value[RowConstants::BLOCK + b] = stored(backend, field, x);
   }
   for (u32 level = log_columns; level-- > 0; y = field.mul(y, y))
-    out.level[level] = encode(backend, field, y);
+    out.value[level] = stored(backend, field, y);
 }
 
 } // namespace kelvane::ntt

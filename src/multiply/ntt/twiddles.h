@@ -11,16 +11,23 @@
 // inverse modulo 3, the square roots inside tree t are those of tree 0 times w or w^2, by turns:
 //     s(level d, j) = s_j w^(t 2^(d+1)).
 //
-// Base blocks. A block x^(L^2) - z of a backend with L lanes is split by lanes into x^L - c_k, and scaled so
-// that one cyclic transform of length L serves all: element b of part k is multiplied by u^b Z_k^b, with
-// u^(L^2) = z and Z_k a constant. For node j above a block, u = e(2 a_j / L^2), times w^(t 2^d) in tree t.
+// Base blocks. A block x^(L^2) - z of a backend with L lanes is split by lanes into x^L - c_k. Backends in
+// doubles go down to points: scaled so that one cyclic transform of length L serves all, element b of part k
+// is multiplied by u^b Z_k^b, with u^(L^2) = z and Z_k a constant. For node j above a block, u = e(2 a_j /
+// L^2), times w^(t 2^d) in tree t. With 52-bit integers the parts themselves are multiplied: modulo x^8 - c a
+// product is 128 multiplications for 8 points and one reduction each, three levels in three transforms are
+// more.
+//
+// Scale. A forward transform carries the factor k = (2^product_shift / n)^(1/2) modulo p, n the length that
+// the inverse multiplies by, so that the inverse of a product of two needs none. It comes with the reduction
+// of the digits for nothing. The root exists: 2 = (e(1/8) + e(-1/8))^2 and 3 = (i (2 w + 1))^2.
 //
 // Rows. Row r of a long transform is a modulus x^C - z too. All factors of its tree are those of tree 0 times
 // one constant per level: with y^C = z, the constant of level d is y^(C / 2^(d+1)), and that of the blocks is
 // y. A row's lists are made from these when they do not lie in the stored ones (see rows_impl.h).
 //
 // Stored per prime: s and u, their inverses, each times 1, w, w^2, with quotients where the backend wants
-// them: 1.6 MB (ifma), 0.8 MB (double8), 1.2 MB (double4), 3.1 MB (integer1). Built on first use, 2 to 5 ms a
+// them: 0.8 MB (ifma), 0.8 MB (double8), 1.2 MB (double4), 3.1 MB (integer1). Built on first use, 2 to 5 ms a
 // prime.
 #pragma once
 
@@ -39,8 +46,9 @@ struct BackendShape {
   bool quotients; // factors carry floor(f 2^quotient_shift / p)
   u32 quotient_shift;
   u32 s_log;         // entries of the list s
-  u32 u_log;         // entries of the list u: L per block
+  u32 u_log;         // entries of the list u: L per block; 0: none
   u32 node_levels;   // levels of factors inside a base block
+  u32 left_levels;   // levels left out: polynomials of 2^left_levels coefficients are multiplied
   u32 limb_bits;     // digits are reduced in limbs of this width
   u32 product_shift; // a pointwise product is x y / 2^product_shift
 };
@@ -48,15 +56,15 @@ struct BackendShape {
 constexpr BackendShape shape_of(Backend backend) {
   switch (backend) {
   case Backend::ifma:
-    return {8, 3, 6, true, 52, 13, 13, 3, 52, 52};
+    return {8, 3, 6, true, 52, 13, 0, 3, 3, 52, 52};
   case Backend::double8:
-    return {8, 3, 6, false, 0, 13, 13, 3, 48, 0};
+    return {8, 3, 6, false, 0, 13, 13, 3, 0, 48, 0};
   case Backend::double4:
-    return {4, 2, 4, false, 0, 13, 14, 2, 48, 0};
+    return {4, 2, 4, false, 0, 13, 14, 2, 0, 48, 0};
   case Backend::integer1:
     break;
   }
-  return {1, 0, 4, true, 64, 15, 0, 4, 64, 64};
+  return {1, 0, 4, true, 64, 15, 0, 4, 0, 64, 64};
 }
 
 // Longest transform in points: the columns' lists have 2^s_log factors.
@@ -70,7 +78,7 @@ struct Factor {
 };
 
 inline constexpr u32 MAX_LIMBS = 4;
-inline constexpr u32 LANE_QUOTIENTS = 64, BLOCK_QUOTIENTS = 8; // distances from values to quotients
+inline constexpr u32 LANE_QUOTIENTS = 64; // distance from values to quotients
 
 // Everything about one prime. Index [0] is forward, [1] inverse.
 struct PrimeTable {
@@ -81,11 +89,10 @@ struct PrimeTable {
   Factor turns[2][3];                               // e(1/4), e(1/8), e(3/8)
   Factor minus_half;                                // (w + w^2) / 2
   Factor third[2];                                  // (w - w^2) / 2
-  Factor limb[MAX_LIMBS];                           // 2^(limb_bits j)
   Factor garner[MAX_PRIMES];                        // 1 / p_i, for the primes before this one
   Factor one;
-  Factor last[2][ORDER_LOG + 1];    // 2^product_shift / 2^m, and the same over 3
-  u64 roots[2][ORDER_LOG + 1] = {}; // e(1 / 2^m)
+  Factor limb[2][ORDER_LOG + 1][MAX_LIMBS]; // k 2^(limb_bits j), for 2^m and 3 2^m points
+  u64 roots[2][ORDER_LOG + 1] = {};         // e(1 / 2^m)
   u64 omega[2] = {};
 };
 
@@ -102,8 +109,8 @@ const Field& field_of(Backend backend, u32 i);
 
 // The constants that turn the stored lists into those of row r of tree t.
 struct RowConstants {
-  Factor level[MAX_COLUMNS_LOG];
-  alignas(64) u64 block[2 * BLOCK_QUOTIENTS]; // y^b, then the quotients
+  static constexpr u32 BLOCK = MAX_COLUMNS_LOG, COUNT = BLOCK + 8;
+  alignas(64) u64 value[COUNT] = {}; // of the levels; from BLOCK on y^b, for backends that have the list u
 };
 // For the row of 2^log_columns points at node `row` of level log_rows in tree t.
 void row_constants(RowConstants& out, Backend backend, u32 prime, u32 direction, u32 tree, u64 row,

@@ -10,7 +10,7 @@ enum class Isa {
   sse3,       // 2 doubles, the baseline
   avx2,       // 4 doubles, fused multiply-add
   avx512,     // 8 doubles: AVX-512 F, DQ, VL, BW, CD
-  avx512ifma, // the same and 52-bit integer multiplication
+  avx512ifma, // the same, 52-bit integer multiplication, permutation of bytes (IFMA, VBMI)
 };
 
 // The set in force: the best one of the processor, lowered by the environment variable KELVANE_ISA (sse3,
