@@ -1,8 +1,9 @@
 // Fork-join threads: one half of a split runs on a new POSIX thread, the other
 // on the calling thread. There is no pool; a thread lives for one task.
 //
-// Cost, measured on two virtual processors: 20 us on the caller to start one, 40 to 60 us until it runs when
-// its processor was idle, 5 us from its end to the return of a join that is already waiting.
+// Cost, measured on two virtual processors: 20 us on the caller to start one, 50 to 80 when its caches are
+// full of other things, and as long again as 20 us until it runs; 5 to 10 us from its end to the return of a
+// join that is already waiting.
 //
 // A km_exception never crosses a thread boundary: the task prints it and its
 // code becomes `result`. Any other exception in a task is fatal.
