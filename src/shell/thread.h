@@ -1,9 +1,9 @@
 // Fork-join threads: one half of a split runs on a new POSIX thread, the other
 // on the calling thread. There is no pool; a thread lives for one task.
 //
-// Cost, measured on two virtual processors: 20 us on the caller to start one, 50 to 80 when its caches are
-// full of other things, and as long again as 20 us until it runs; 5 to 10 us from its end to the return of a
-// join that is already waiting.
+// Cost on two virtual processors: 40 to 80 us on the caller to start one, most of it the interrupt that wakes
+// a halted processor; 20 us more until it runs; 5 to 10 us from its end to the return of a join that is
+// looking for it, 40 when the join has gone to sleep.
 //
 // A km_exception never crosses a thread boundary: the task prints it and its
 // code becomes `result`. Any other exception in a task is fatal.
