@@ -1,6 +1,10 @@
 // Fork-join threads: one half of a split runs on a new POSIX thread, the other
 // on the calling thread. There is no pool; a thread lives for one task.
 //
+// Cost on two virtual processors: 40 to 80 us on the caller to start one, most of it the interrupt that wakes
+// a halted processor; 20 us more until it runs; 5 to 10 us from its end to the return of a join that is
+// looking for it, 40 when the join has gone to sleep.
+//
 // A km_exception never crosses a thread boundary: the task prints it and its
 // code becomes `result`. Any other exception in a task is fatal.
 #pragma once
@@ -14,8 +18,10 @@ namespace kelvane {
 struct Thread {
   pthread_t handle{};
   void* argument = nullptr;
-  s32 result = 0;     // 0, or the code of a km_exception caught inside the task
-  s32 ran_inline = 0; // set when the thread could not be created and the task ran on the caller
+  s32 result = 0;        // 0, or the code of a km_exception caught inside the task
+  s32 ran_inline = 0;    // set when the thread could not be created and the task ran on the caller
+  void* stack = nullptr; // null: the C library's
+  u64 stack_bytes = 0;
 
   // A task function receives the Thread record (its argument is record->argument).
   using Task = void* (*)(void* record);

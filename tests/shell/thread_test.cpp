@@ -44,6 +44,31 @@ TEST(Thread, ForkJoinTree) {
   }
 }
 
+// A thread takes over the stack of one that has ended: it must be whole, and no two threads may share one.
+TEST(Thread, StacksAreReusedButNotShared) {
+  constexpr u64 WORDS = 4096; // 32 KiB of the stack
+  struct Half {
+    u64 mark, depth;
+    bool intact = false;
+  };
+  const auto run = [](auto& self, Half& half) -> void {
+    volatile u64 own[WORDS];
+    for (u64 i = 0; i < WORDS; i++) own[i] = half.mark + i;
+    bool intact = true;
+    if (half.depth > 0) {
+      Half low{2 * half.mark, half.depth - 1}, high{2 * half.mark + 1, half.depth - 1};
+      intact = fork_join(low, high, [&](Half& h) { self(self, h); }) == 0 && low.intact && high.intact;
+    }
+    for (u64 i = 0; i < WORDS; i++) intact = intact && own[i] == half.mark + i;
+    half.intact = intact;
+  };
+  for (u64 round = 0; round < 20; round++) {
+    Half root{1 + (round << 40), round % 6};
+    run(run, root);
+    EXPECT_TRUE(root.intact) << "round " << round;
+  }
+}
+
 TEST(Thread, ExceptionBecomesTheResult) {
   struct Half {
     s32 code;

@@ -17,10 +17,7 @@ namespace {
 // Points, of all primes, that are worth a thread.
 constexpr u64 POINTS_PER_THREAD = u64{1} << 15;
 // Points of one task over rows: short rows are drawn in groups.
-constexpr u64 POINTS_PER_TASK = u64{1} << 13;
-// Neighbours are drawn together, since each fetches the data of the next one ahead; but so few that the
-// threads finish together.
-constexpr u64 MOST_NEIGHBOURS = 8, TASKS_PER_THREAD = 16;
+constexpr u64 POINTS_PER_TASK = u64{1} << 12;
 
 // words[0, n) += 1 at position `at` and on; whether a carry left the top.
 bool carry_into(u64* words, u64 n, u64 at) {
@@ -77,19 +74,8 @@ void Engine::tick(Worker worker) const {
   if (worker.driver && progress_ != nullptr) progress_->tick();
 }
 
-u64 Engine::neighbours(u64 items) const {
-  return std::clamp<u64>(items / (workers_ * TASKS_PER_THREAD), 1, MOST_NEIGHBOURS);
-}
 u64 Engine::row_group() const {
-  const u64 group = std::max(POINTS_PER_TASK >> shape_.log_columns, neighbours(shape_.rows() * shape_.w));
-  return std::max<u64>(1, std::min(shape_.rows(), group));
-}
-u64 Engine::tile_tasks() const {
-  return (shape_.tiles() + neighbours(shape_.tiles()) - 1) / neighbours(shape_.tiles());
-}
-template <class F> void Engine::for_tiles(u64 task, const F& f) const {
-  const u64 group = neighbours(shape_.tiles()), last = std::min(shape_.tiles(), (task + 1) * group);
-  for (u64 tile = task * group; tile < last; tile++) f(tile);
+  return std::clamp<u64>(POINTS_PER_TASK >> shape_.log_columns, 1, shape_.rows());
 }
 u64 Engine::row_tasks(u64 primes) const {
   return primes * ((shape_.rows() + row_group() - 1) / row_group());
@@ -101,13 +87,11 @@ template <class F> void Engine::for_rows(u64 task, const F& f) const {
 }
 
 auto Engine::columns_phase(const Scratch& s, u32 first, u32 last, Operand A, Operand B) const {
-  const u64 tiles = tile_tasks();
+  const u64 tiles = shape_.tiles();
   return Phase{B.to == nullptr ? tiles : 2 * tiles, [=, this, &s](u64 task, Worker worker) {
                  const Operand& operand = task < tiles ? A : B;
-                 for_tiles(task % tiles, [&](u64 tile) {
-                   kernels_->forward_tile(shape_, first, last, operand.words, operand.count, tile, operand.to,
-                                          s.area(worker));
-                 });
+                 kernels_->forward_tile(shape_, first, last, operand.words, operand.count, task % tiles,
+                                        operand.to, s.area(worker));
                  tick(worker);
                }};
 }
@@ -173,11 +157,9 @@ void Engine::run_and_finish(u64* out, u64 n, const u64* T, bool biased, bool wra
   }
   const u64 chunks = std::max<u64>(1, std::min({MAX_CHUNKS, shape_.runs() / 256, 4 * workers_}));
   run_phases(workers_, before...,
-             Phase{tile_tasks(),
-                   [&](u64 task, Worker worker) {
-                     for_tiles(task, [&](u64 tile) {
-                       kernels_->inverse_tile(shape_, T, tile, output, s.area(worker));
-                     });
+             Phase{shape_.tiles(),
+                   [&](u64 tile, Worker worker) {
+                     kernels_->inverse_tile(shape_, T, tile, output, s.area(worker));
                      tick(worker);
                    }},
              Phase{chunks, [&](u64 chunk, Worker) { add_overhangs(out, n, chunk, chunks, s); }});

@@ -1,6 +1,6 @@
 // Products by number-theoretic transforms, on any number of threads, in memory that the caller provides.
 //
-// Steps, each a list of independent tasks that the threads draw from one counter:
+// Steps, each a list of independent tasks, neighbouring ones on one thread:
 //   1. tiles of columns: words -> digits -> residues -> columns            (per operand)
 //   2. rows: forward, pointwise products, inverse, one row after another in cache
 //   3. tiles of columns: columns back -> coefficients -> words
@@ -59,12 +59,7 @@ private:
   }
 
   void tick(km_MULv3::Worker worker) const;
-  // Of `items` neighbouring tiles or rows, how many make one task.
-  u64 neighbours(u64 items) const;
-  u64 tile_tasks() const;
-  // f(tile) for the tiles of task `task`.
-  template <class F> void for_tiles(u64 task, const F& f) const;
-  u64 row_group() const;
+  u64 row_group() const; // neighbouring rows of one task
   u64 row_tasks(u64 primes) const;
   // f(prime, row) for the rows of task `task`.
   template <class F> void for_rows(u64 task, const F& f) const;

@@ -1,8 +1,8 @@
 // Independent tasks of one product on several threads.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
-#include <thread>
 
 #include "shell/thread.h"
 #include "shell/types.h"
@@ -37,7 +37,7 @@ template <class F> Phase(u64, F) -> Phase<F>;
 // phase mostly do, so while every thread can have a processor of its own it looks again for a while before it
 // sleeps.
 inline void await(std::atomic<u64>& done, u64 tasks, u64 threads) {
-  static const u64 processors = std::thread::hardware_concurrency();
+  static const u64 processors = logical_processors();
   for (u32 looks = threads <= processors ? 4000 : 0; looks > 0; looks--) {
     if (done.load(std::memory_order_acquire) >= tasks) return;
     __builtin_ia32_pause();
@@ -46,11 +46,40 @@ inline void await(std::atomic<u64>& done, u64 tasks, u64 threads) {
     done.wait(now, std::memory_order_acquire);
 }
 
-// Runs phases one after another with one fork and join: the workers draw a phase's tasks from its counter,
-// and begin a phase when all tasks of the one before are done. Which worker runs a task must make no
-// difference to its result. A worker waits only for tasks that others are at work on, so the phases also end
-// when some of the threads could not be created.
+// The tasks of one phase that are left of a worker's share. The worker takes the first of them, so that what
+// a task fetches ahead is the next one's; a worker with nothing left of its own takes the last.
+class Share {
+public:
+  // The tasks [first, end), both below 2^32.
+  void set(u64 first, u64 end) { span_.store(end << 32 | first, std::memory_order_relaxed); }
+  enum class Side { first, last };
+  // Whether there was one.
+  bool take(Side side, u64& task) {
+    u64 span = span_.load(std::memory_order_relaxed), rest;
+    do {
+      const u64 first = span & 0xffffffff, end = span >> 32;
+      if (first == end) return false;
+      task = side == Side::first ? first : end - 1;
+      rest = side == Side::first ? span + 1 : span - (u64{1} << 32);
+    } while (!span_.compare_exchange_weak(span, rest, std::memory_order_relaxed));
+    return true;
+  }
+
+private:
+  std::atomic<u64> span_{0}; // end, first: halves of one word, which are read and changed together
+};
+
+// Runs phases one after another with one fork and join. Each worker has an equal share of neighbouring tasks
+// in every phase, then helps the others, and begins a phase when all tasks of the one before are done. Which
+// worker runs a task must make no difference to its result. A worker waits only for tasks that others are at
+// work on, so the phases also end when some of the threads could not be created.
+//
+// Neighbours on one worker are worth 5 to 10 % of a product on two threads against tasks drawn from one
+// counter: processors may have no cache in common, and then a line that both write, or that one fetched ahead
+// for a task of the other, costs more than one from memory.
 template <class... F> void run_phases(u64 threads, const Phase<F>&... phases) {
+  constexpr u64 MAX_WORKERS = 256, PHASES = sizeof...(F);
+  threads = std::min(threads, MAX_WORKERS);
   if (threads <= 1) {
     const auto run = [](const auto& phase) {
       for (u64 task = 0; task < phase.tasks; task++) phase.f(task, Worker{0, true});
@@ -58,20 +87,28 @@ template <class... F> void run_phases(u64 threads, const Phase<F>&... phases) {
     (run(phases), ...);
     return;
   }
-  struct Counters {
-    std::atomic<u64> next{0}, done{0};
-  } counters[sizeof...(F)];
+  struct alignas(64) Shares {
+    Share of[PHASES];
+  } shares[MAX_WORKERS];
+  const u64 tasks[PHASES] = {phases.tasks...};
+  for (u64 i = 0; i < threads; i++) {
+    for (u64 p = 0; p < PHASES; p++)
+      shares[i].of[p].set(tasks[p] * i / threads, tasks[p] * (i + 1) / threads);
+  }
+  std::atomic<u64> done[PHASES]{};
   on_threads({0, threads}, [&](u64 index) {
     const Worker worker{index, index == threads - 1};
-    Counters* counter = counters;
+    u64 p = 0;
     const auto run = [&](const auto& phase) {
-      for (u64 task; (task = counter->next.fetch_add(1, std::memory_order_relaxed)) < phase.tasks;) {
-        phase.f(task, worker);
-        if (counter->done.fetch_add(1, std::memory_order_acq_rel) + 1 == phase.tasks)
-          counter->done.notify_all();
+      u64 mine = 0, task;
+      for (; shares[index].of[p].take(Share::Side::first, task); mine++) phase.f(task, worker);
+      for (u64 i = 1; i < threads; i++) {
+        Share& other = shares[(index + i) % threads].of[p];
+        for (; other.take(Share::Side::last, task); mine++) phase.f(task, worker);
       }
-      await(counter->done, phase.tasks, threads);
-      counter++;
+      if (done[p].fetch_add(mine, std::memory_order_acq_rel) + mine == phase.tasks) done[p].notify_all();
+      await(done[p], phase.tasks, threads);
+      p++;
     };
     (run(phases), ...);
   });
