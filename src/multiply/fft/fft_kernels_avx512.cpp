@@ -19,6 +19,39 @@ KELVANE_INLINE void load_octet(Vec8* out, const DigitSource& s, const u8* p) {
   out[0] = {_mm512_cvtepi32_pd(_mm256_srai_epi32(_mm256_add_epi32(d, _mm256_set1_epi32(1)), 1))};
 }
 
+// Words of eight runs, transposed: 16 or 32 bytes of a run at once.
+template <u32 WORDS>
+requires(WORDS >= 2) KELVANE_INLINE void store_runs(u8* out, u64 stride, const simd::Int8* w) {
+  const __m512i even = _mm512_unpacklo_epi64(w[0].v, w[1].v), odd = _mm512_unpackhi_epi64(w[0].v, w[1].v);
+  if constexpr (WORDS == 2) {
+    const auto store = [&](u32 h, __m128i x) {
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(out + h * stride), x);
+    };
+    store(0, _mm512_castsi512_si128(even));
+    store(1, _mm512_castsi512_si128(odd));
+    store(2, _mm512_extracti64x2_epi64(even, 1));
+    store(3, _mm512_extracti64x2_epi64(odd, 1));
+    store(4, _mm512_extracti64x2_epi64(even, 2));
+    store(5, _mm512_extracti64x2_epi64(odd, 2));
+    store(6, _mm512_extracti64x2_epi64(even, 3));
+    store(7, _mm512_extracti64x2_epi64(odd, 3));
+  } else {
+    const __m512i zero = _mm512_setzero_si512();
+    const __m512i even2 = _mm512_unpacklo_epi64(w[2].v, zero), odd2 = _mm512_unpackhi_epi64(w[2].v, zero);
+    const __m512i low = _mm512_setr_epi64(0, 1, 8, 9, 2, 3, 10, 11);
+    const __m512i high = _mm512_setr_epi64(4, 5, 12, 13, 6, 7, 14, 15);
+    const auto store = [&](u32 h, __m512i x) { // runs h and h + 2
+      _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + h * stride), _mm512_castsi512_si256(x));
+      _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + (h + 2) * stride),
+                          _mm512_extracti64x4_epi64(x, 1));
+    };
+    store(0, _mm512_permutex2var_epi64(even, low, even2));
+    store(1, _mm512_permutex2var_epi64(odd, low, odd2));
+    store(4, _mm512_permutex2var_epi64(even, high, even2));
+    store(5, _mm512_permutex2var_epi64(odd, high, odd2));
+  }
+}
+
 } // namespace
 } // namespace kelvane::km_FFTv2
 
