@@ -79,6 +79,33 @@ TEST(HntProducts, LongRows) {
   }
 }
 
+// Wherever a result begins within a cache line, and wherever it cuts a run, nothing beside it is touched.
+TEST(HntProducts, ResultsAnywhere) {
+  std::mt19937_64 random(9);
+  for (const u64 n : {u64{18000}, u64{150000}}) {
+    if (short_run() && n > 100000) continue;
+    for (u64 offset = 0; offset < 8; offset++) {
+      const u64 words = n - random() % 600;
+      const Words a = operand(words / 2, static_cast<Pattern>(offset % 3), random);
+      const Words b = operand(words - words / 2, Pattern::random, random);
+      const Words want = expected_product(a, b);
+      for (const simd::Isa isa : every_isa()) {
+        const Forced forced(isa);
+        const Record record(n, 1);
+        const Buffer out(8 * (offset + words + 8)), TA(record->transform_bytes()), TB(record->second_bytes());
+        std::fill_n(out.words(), offset + words + 8, 0x5555);
+        record->product(out.words() + offset, a.data(), a.size(), b.data(), b.size(), TA.data(), TB.data(),
+                        record.scratch());
+        const Words got(out.words(), out.words() + offset + words + 8);
+        Words all(offset, 0x5555);
+        all.insert(all.end(), want.begin(), want.end());
+        all.resize(all.size() + 8, 0x5555);
+        ASSERT_EQ(difference(got, all), "") << words << " words at " << offset << ' ' << name(isa);
+      }
+    }
+  }
+}
+
 TEST(HntProducts, ThreadsAndReducedMemoryMakeNoDifference) {
   std::mt19937_64 random(4);
   const u64 n = short_run() ? 20000 : 150001;

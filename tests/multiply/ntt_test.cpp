@@ -32,6 +32,9 @@ TEST(Ntt, PrimesAndFields) {
         ASSERT_EQ(field.mul(a, b), static_cast<u64>(static_cast<u128>(a) * b % p))
             << a << " * " << b << " mod " << p;
       }
+      u64 scale = field.mul(set.root[i], set.root[i]);
+      for (u32 j = 0; j < i; j++) scale = field.mul(scale, set.prime(j) % p);
+      EXPECT_EQ(scale, set.root[0] == 0 ? 0u : 1u) << p;
       const u64 root = field.root_two(), third = field.root_three();
       EXPECT_EQ(field.power(root, u64{1} << (ntt::ORDER_LOG - 1)), p - 1);
       EXPECT_TRUE(third != 1 && field.power(third, 3) == 1);
@@ -89,7 +92,7 @@ TEST(Ntt, TransformIsEvaluation) {
       for (const bool direct : {true, false}) {
         ntt::Shape s;
         s.backend = backend;
-        s.w = 3;
+        s.w = 4;
         s.r = r;
         s.b = 62;
         s.log_rows = direct ? 2 : 3;
@@ -99,7 +102,7 @@ TEST(Ntt, TransformIsEvaluation) {
         const u64 N = s.N(), L = N / 2 * s.b / 64; // the upper half is zero
         const Words a = operand(L, Pattern::random, random);
         const Buffer area(8 * s.area_words()), data(8 * s.prime_stride());
-        const u32 prime = 1;
+        const u32 prime = 2;
         for (u64 tile = 0; tile < s.tiles(); tile++) {
           kernels.forward_tile(s, prime, prime + 1, a.data(), L, tile, data.words(), area.words());
         }
@@ -126,8 +129,11 @@ TEST(Ntt, TransformIsEvaluation) {
         const u32 log = s.log_rows + s.log_columns;
         const u64 factor =
             decode(backend, ntt::prime_table(backend, prime).limb[r == 3][log][0].value, field.p());
-        EXPECT_EQ(field.mul(field.mul(factor, factor), N / M % field.p()),
-                  field.power(2, kernel.product_shift));
+        u64 square = field.mul(field.mul(factor, factor), N / M % field.p());
+        const ntt::PrimeSet& set = ntt::primes_of(backend);
+        for (u32 j = 0; j < prime && set.root[prime] != 0; j++)
+          square = field.mul(square, set.prime(j) % field.p());
+        EXPECT_EQ(square, field.power(2, kernel.product_shift));
         u64 root = field.power(field.root_two(), M << (ntt::ORDER_LOG - log));
         if (r == 3) root = field.mul(root, field.root_three());
         u64 c = 1;

@@ -210,9 +210,11 @@ template <class D> struct Double : D {
       return D::gather_bits(base, bit + 48 * j, b, offsets, mask);
     }
   };
-  NTT_INLINE V first_limb(Limb l, const Tw& f, const K& k) { return mul(l, f, k); }
-  NTT_INLINE V next_limb(V sum, Limb l, const Tw& f, const K& k) { return add(sum, mul(l, f, k)); }
-  NTT_INLINE V last_limb(V sum, const K& k) { return red(sum, k); }
+  template <u32 N> NTT_INLINE V digit(const Limb (&l)[N], const Tw* f, const K& k) {
+    V sum = mul(l[0], f[0], k);
+    for (u32 j = 1; j < N; j++) sum = add(sum, mul(l[j], f[j], k));
+    return red(sum, k);
+  }
   NTT_INLINE V zero_digit(const K&) { return set(0.0); }
 };
 

@@ -320,15 +320,13 @@ struct Ifma {
       return _mm512_and_si512(_mm512_srlv_epi64(v, shift[j]), j + 1 == limbs ? last : set(MASK));
     }
   };
-  NTT_INLINE V first_limb(Limb l, const Tw& f, const K& k) {
-    return next_limb(k.p2, l, f, k);
-  }
-  NTT_INLINE V next_limb(V sum, Limb l, const Tw& f, const K& k) {
-    const V q = high(zero(), l, f.q);
-    return low(low(sum, l, f.w), q, k.minus_p);
-  }
-  NTT_INLINE V last_limb(V sum, const K&) {
-    return sum;
+  template <u32 N> NTT_INLINE V digit(const Limb (&l)[N], const Tw* f, const K& k) {
+    V sum = k.p2, q = zero();
+    for (u32 j = 0; j < N; j++) {
+      q = high(q, l[j], f[j].q);
+      sum = low(sum, l[j], f[j].w);
+    }
+    return low(sum, q, k.minus_p);
   }
   NTT_INLINE V zero_digit(const K& k) {
     return k.p2;

@@ -150,9 +150,11 @@ struct Integer {
     }
   };
   // A limb is any 64-bit number.
-  NTT_INLINE V first_limb(Limb l, const Tw& f, const K& k) { return mul(l, f, k); }
-  NTT_INLINE V next_limb(V sum, Limb l, const Tw& f, const K& k) { return red(sum + mul(l, f, k), k); }
-  NTT_INLINE V last_limb(V sum, const K&) { return sum; }
+  template <u32 N> NTT_INLINE V digit(const Limb (&l)[N], const Tw* f, const K& k) {
+    V sum = mul(l[0], f[0], k);
+    for (u32 j = 1; j < N; j++) sum = red(sum + mul(l[j], f[j], k), k);
+    return sum;
+  }
   NTT_INLINE V zero_digit(const K&) { return 0; }
 };
 

@@ -38,28 +38,50 @@ template <class F> struct Reductions {
   }
 };
 
+// VECTORS vectors of digits of LIMBS limbs, from digit t behind `base` on, as residues of every prime: out +
+// i * stride.
+template <class F, u32 LIMBS, u32 VECTORS>
+void read_vectors(const typename F::DigitReader& reader, const Shape& shape, const Reductions<F>& primes,
+                  const u64* base, u64 t, u64* out, u64 stride) {
+  typename F::Limb limbs[VECTORS][LIMBS];
+#pragma GCC unroll 8
+  for (u32 v = 0; v < VECTORS; v++) {
+#pragma GCC unroll 8
+    for (u32 j = 0; j < LIMBS; j++) limbs[v][j] = reader.read(base, (t + v * F::LANES) * shape.b, j);
+  }
+  for (u32 i = 0; i < primes.count; i++) {
+    const Reduction<F>& prime = primes.of[i];
+#pragma GCC unroll 8
+    for (u32 v = 0; v < VECTORS; v++)
+      F::store(out + i * stride + t + v * F::LANES, F::digit(limbs[v], prime.power, prime.k));
+  }
+}
+
+template <class F, u32 LIMBS>
+void read_digits_of(const typename F::DigitReader& reader, const Shape& shape, const Reductions<F>& primes,
+                    const u64* base, u64* out, u64 stride) {
+  constexpr u32 GROUP = F::LANES == 1 ? 1 : 2; // vectors converted together: their constants are loaded once
+  const u64 T = shape.tile();
+  u64 t = 0;
+  for (; t + GROUP * F::LANES <= T; t += GROUP * F::LANES)
+    read_vectors<F, LIMBS, GROUP>(reader, shape, primes, base, t, out, stride);
+  for (; t < T; t += F::LANES) read_vectors<F, LIMBS, 1>(reader, shape, primes, base, t, out, stride);
+}
+
 // T digits from the beginning of `base` on, as residues of every prime: out + i * stride.
 template <class F>
 void read_digits(const typename F::DigitReader& reader, const Shape& shape, const Reductions<F>& primes,
                  const u64* base, u64* out, u64 stride) {
-  constexpr u32 GROUP = F::LANES == 1 ? 1 : 2; // vectors converted together: their constants are loaded once
-  const u64 T = shape.tile();
-  for (u64 t = 0; t < T; t += GROUP * F::LANES) {
-    typename F::Limb limbs[MAX_LIMBS][GROUP];
-    const u32 vectors = T - t < GROUP * F::LANES ? static_cast<u32>((T - t) / F::LANES) : GROUP;
-    for (u32 j = 0; j < reader.limbs; j++) {
-      for (u32 v = 0; v < vectors; v++) limbs[j][v] = reader.read(base, (t + v * F::LANES) * shape.b, j);
-    }
-    for (u32 i = 0; i < primes.count; i++) {
-      const Reduction<F>& prime = primes.of[i];
-      typename F::V sum[GROUP];
-      for (u32 v = 0; v < vectors; v++) sum[v] = F::first_limb(limbs[0][v], prime.power[0], prime.k);
-      for (u32 j = 1; j < reader.limbs; j++) {
-        for (u32 v = 0; v < vectors; v++) sum[v] = F::next_limb(sum[v], limbs[j][v], prime.power[j], prime.k);
-      }
-      for (u32 v = 0; v < vectors; v++)
-        F::store(out + i * stride + t + v * F::LANES, F::last_limb(sum[v], prime.k));
-    }
+  static_assert(MAX_LIMBS == 4);
+  switch (reader.limbs) {
+  case 1:
+    return read_digits_of<F, 1>(reader, shape, primes, base, out, stride);
+  case 2:
+    return read_digits_of<F, 2>(reader, shape, primes, base, out, stride);
+  case 3:
+    return read_digits_of<F, 3>(reader, shape, primes, base, out, stride);
+  default:
+    return read_digits_of<F, 4>(reader, shape, primes, base, out, stride);
   }
 }
 
@@ -185,24 +207,34 @@ void inverse_tile_of(const Shape& shape, const u64* data, u64 tile, const Output
   for (u64 row = 0; row < R; row += recombiner.RUNS) {
     const u64 first = (row * runs_of_row + tile) * run_words;
     if (first >= output.n) break;
-    alignas(64) u64 sum[recombiner.RUNS][MAX_RUN_WORDS];
+    // Runs that do not end within the output are completed aside.
+    alignas(64) u64 aside[recombiner.RUNS][MAX_RUN_WORDS];
+    RunsTo to;
+    to.overhang = output.overhang + (tile * R + row) * overhang;
+    for (u64 i = 0; i < recombiner.RUNS; i++) {
+      const u64 word = first + i * runs_of_row * run_words;
+      to.words[i] = word + run_words <= output.n ? output.words + word : aside[i];
+    }
     for (u64 i = 0; i < recombiner.RUNS; i++) { // the next group's words
       const u64 word = first + (recombiner.RUNS + i) * runs_of_row * run_words;
       if (word + run_words > output.n) break;
-      for (u64 j = 0; j < run_words + 7; j += 8) __builtin_prefetch(output.words + word + j, 1, 3);
+      const u64* const words = output.words + word;
+      if (recombiner.STREAMS && shape.stream) { // but for the lines that it shares with its neighbours
+        __builtin_prefetch(words, 1, 3);
+        __builtin_prefetch(words + run_words - 1, 1, 3);
+        continue;
+      }
+      for (u64 j = 0; j < run_words + 7; j += 8) __builtin_prefetch(words + j, 1, 3);
     }
-    recombiner.add_runs(sum, area + row * T, stride, output.top == nullptr ? nullptr : &top, next_tile,
+    recombiner.put_runs(to, area + row * T, stride, output.top == nullptr ? nullptr : &top, next_tile,
                         fetched * recombiner.RUNS);
     for (u64 i = 0; i < recombiner.RUNS; i++) {
       const u64 word = first + i * runs_of_row * run_words;
-      if (word < output.n) {
-        const u64 count = output.n - word < run_words ? output.n - word : run_words;
-        __builtin_memcpy(output.words + word, sum[i], 8 * count);
-      }
-      u64* const overhang_words = output.overhang + (tile * R + row + i) * overhang;
-      for (u64 j = 0; j < overhang; j++) overhang_words[j] = sum[i][run_words + j];
+      if (to.words[i] == aside[i] && word < output.n)
+        std::memcpy(output.words + word, aside[i], 8 * (output.n - word));
     }
   }
+  if (shape.stream) F::fence();
   if (output.top != nullptr) {
     u64 seen = output.top->load(std::memory_order_relaxed);
     while (seen < top && !output.top->compare_exchange_weak(seen, top, std::memory_order_relaxed)) {

@@ -1,8 +1,9 @@
 // The prime fields of the transforms.
 //
 // A prime p = 3 k 2^32 + 1 has roots of unity of order 2^32 and 3: transforms of N = 2^j and 3 2^j points,
-// j <= 32. Each set is the largest such primes below 2^48, 2^49, 2^62, in descending order; the width is
-// what the lazy arithmetic of the set's backend can carry (see backend_*.h).
+// j <= 32. Each set is of the largest such primes below 2^48, 2^49, 2^62; the width is what the lazy
+// arithmetic of the set's backend can carry (see backend_*.h). The 48-bit primes are chosen and ordered so
+// that the product of those before it is a square modulo each.
 #pragma once
 
 #include "shell/types.h"
@@ -24,13 +25,18 @@ struct PrimeSet {
   u32 bits; // every prime lies just below 2^bits
   u32 count;
   u64 k[MAX_PRIMES];
+  u64 root[MAX_PRIMES]; // root[i]^2 p_0 .. p_(i-1) = 1 modulo p_i; 0: not used
   constexpr u64 prime(u32 i) const { return 3 * k[i] * (u64{1} << ORDER_LOG) + 1; }
 };
 
-inline constexpr PrimeSet PRIMES_48{48, 8, {21825, 21821, 21819, 21810, 21786, 21784, 21777, 21750}};
-inline constexpr PrimeSet PRIMES_49{49, 8, {43690, 43654, 43652, 43645, 43641, 43634, 43632, 43624}};
+inline constexpr PrimeSet PRIMES_48{48,
+                                    8,
+                                    {21825, 21821, 21810, 21786, 21784, 21819, 21777, 21741},
+                                    {1, 8233876229344, 94701955300096, 126209768219612, 25818066838610,
+                                     103345678010312, 81603369778888, 88199182289120}};
+inline constexpr PrimeSet PRIMES_49{49, 8, {43690, 43654, 43652, 43645, 43641, 43634, 43632, 43624}, {}};
 inline constexpr PrimeSet PRIMES_62{
-    62, 7, {357913916, 357913887, 357913872, 357913864, 357913842, 357913837, 357913832}};
+    62, 7, {357913916, 357913887, 357913872, 357913864, 357913842, 357913837, 357913832}, {}};
 
 constexpr const PrimeSet& primes_of(Backend backend) {
   return backend == Backend::ifma ? PRIMES_48 : backend == Backend::integer1 ? PRIMES_62 : PRIMES_49;

@@ -5,6 +5,8 @@
 // Coefficient i of a run is then shifted by i b bits and added to the run's words.
 #pragma once
 
+#include <cstring>
+
 #include "multiply/ntt/passes_impl.h"
 
 namespace kelvane::ntt {
@@ -12,6 +14,13 @@ namespace {
 
 // b <= 208, T <= 64: 208 words, and the coefficient that begins in the last of them.
 constexpr u32 MAX_RUN_WORDS = 224;
+
+// Where the words of a group of runs go: of each its own, and what hangs over, run by run.
+constexpr u32 MAX_RUNS = 8;
+struct RunsTo {
+  u64* words[MAX_RUNS];
+  u64* overhang;
+};
 
 // sum[0, N] += t[0, N]; the last carry is 0.
 template <u32 N> inline void add_words(u64* sum, const u64* t) {
@@ -40,9 +49,11 @@ template <u32 N> inline void add_words(u64* sum, const u64* t) {
 #undef KELVANE_ADD_FIRST
 }
 
-template <class F, u32 W> class RecombinerBase {
-protected:
-  RecombinerBase(const Shape& shape, const Factor* bias) : b_(shape.b) {
+// Digits from the vector unit, the rest in general registers: Horner's rule over the digits.
+template <class F, u32 W> class Recombiner {
+public:
+  Recombiner(const Shape& shape, const Factor* bias)
+      : b_(shape.b), T_(shape.tile()), run_words_(shape.run_words()), overhang_(shape.overhang_words()) {
     for (u32 i = 0; i < W; i++) {
       const PrimeTable& table = prime_table(F::BACKEND, i);
       p_[i] = table.p;
@@ -50,48 +61,21 @@ protected:
       for (u32 j = 0; j < i; j++) inverse_[i][j] = F::broadcast(table.garner[j]);
     }
   }
-  static constexpr u32 WORDS = (primes_of(F::BACKEND).bits * W + 63) / 64; // of a coefficient
-
-  // Digit i of I vectors of coefficients, from the digits before it.
-  template <u32 I>
-  [[gnu::always_inline]] void digit(u32 i, typename F::V (&d)[W][I], const u64* x, u64 stride) const {
-    const typename F::K k(p_[i]);
-    typename F::V t[I];
-    for (u32 n = 0; n < I; n++) t[n] = F::biased(F::load(x + i * stride + n * F::LANES), bias_[i]);
-#pragma GCC unroll 8
-    for (u32 j = 0; j < i; j++) {
-      for (u32 n = 0; n < I; n++) t[n] = F::garner(t[n], d[j][n], inverse_[i][j], k);
-    }
-    for (u32 n = 0; n < I; n++) d[i][n] = i == 0 ? F::first_digit(t[n], k) : F::next_digit(t[n], k);
-  }
-
-  u32 b_;
-  u64 p_[W];
-  typename F::Tw bias_[W], inverse_[W][W];
-};
-
-// Digits from the vector unit, the rest in general registers: Horner's rule over the digits.
-template <class F, u32 W> class Recombiner : RecombinerBase<F, W> {
-  using Base = RecombinerBase<F, W>;
-
-public:
-  Recombiner(const Shape& shape, const Factor* bias)
-      : Base(shape, bias), T_(shape.tile()), words_(shape.run_words() + shape.overhang_words()) {}
 
   static constexpr u32 RUNS = 1;
+  static constexpr bool STREAMS = false;
 
-  // sum[0] <- the words of a run; *top, unless null, is raised to its largest d_(W-1). Meanwhile `ahead`
-  // advances by `parts`.
-  void add_runs(u64 (*sum)[MAX_RUN_WORDS], const u64* x, u64 stride, u64* top, Ahead& ahead,
-                u64 parts) const {
-    constexpr u32 I = F::LANES == 1 ? 1 : 2;
+  // The words of the run with residues at x and on, prime i at i stride, go to `to`. *top, unless null, is
+  // raised to its largest d_(W-1). Meanwhile `ahead` advances by `parts`.
+  void put_runs(const RunsTo& to, const u64* x, u64 stride, u64* top, Ahead& ahead, u64 parts) const {
     ahead.advance(parts);
-    for (u64 i = 0; i < words_ + 8; i++) sum[0][i] = 0;
+    u64 sum[MAX_RUN_WORDS];
+    for (u64 i = 0; i < run_words_ + overhang_ + 8; i++) sum[i] = 0;
     u64 bit = 0;
     for (u64 t = 0; t < T_; t += I * F::LANES) {
       typename F::V d[W][I];
 #pragma GCC unroll 8
-      for (u32 i = 0; i < W; i++) this->template digit<I>(i, d, x + t, stride);
+      for (u32 i = 0; i < W; i++) digit(i, d, x + i * stride + t);
       alignas(64) u64 digit[W][I * F::LANES];
       for (u32 i = 0; i < W; i++) {
         for (u32 n = 0; n < I; n++) F::store_integer(digit[i] + n * F::LANES, d[i][n]);
@@ -99,31 +83,50 @@ public:
       if (top != nullptr) {
         for (const u64 x_top : digit[W - 1]) *top = x_top > *top ? x_top : *top;
       }
-      for (u32 lane = 0; lane < I * F::LANES; lane++, bit += this->b_) {
-        u64 c[Base::WORDS + 1] = {digit[W - 1][lane]};
+      for (u32 lane = 0; lane < I * F::LANES; lane++, bit += b_) {
+        u64 c[WORDS + 1] = {digit[W - 1][lane]};
 #pragma GCC unroll 8
         for (u32 step = 1; step < W; step++) { // c has `step` words
           const u32 i = W - 1 - step;
           u128 carry = digit[i][lane];
 #pragma GCC unroll 8
           for (u32 j = 0; j <= step; j++) {
-            if (j == Base::WORDS) break; // the top word of the last steps is 0
-            carry += static_cast<u128>(c[j]) * this->p_[i];
+            if (j == WORDS) break; // the top word of the last steps is 0
+            carry += static_cast<u128>(c[j]) * p_[i];
             c[j] = static_cast<u64>(carry);
             carry >>= 64;
           }
         }
         const u32 shift = bit & 63;
 #pragma GCC unroll 8
-        for (u32 j = Base::WORDS; j > 0; j--) c[j] = c[j] << shift | c[j - 1] >> 1 >> (63 - shift);
+        for (u32 j = WORDS; j > 0; j--) c[j] = c[j] << shift | c[j - 1] >> 1 >> (63 - shift);
         c[0] <<= shift;
-        add_words<Base::WORDS>(sum[0] + (bit >> 6), c);
+        add_words<WORDS>(sum + (bit >> 6), c);
       }
     }
+    std::memcpy(to.words[0], sum, 8 * run_words_);
+    std::memcpy(to.overhang, sum + run_words_, 8 * overhang_);
   }
 
 private:
-  u64 T_, words_;
+  static constexpr u32 I = F::LANES == 1 ? 1 : 2;                          // vectors at a time
+  static constexpr u32 WORDS = (primes_of(F::BACKEND).bits * W + 63) / 64; // of a coefficient
+
+  // Digit i of I vectors of coefficients, from the digits before it.
+  [[gnu::always_inline]] void digit(u32 i, typename F::V (&d)[W][I], const u64* x) const {
+    const typename F::K k(p_[i]);
+    typename F::V t[I];
+    for (u32 n = 0; n < I; n++) t[n] = F::biased(F::load(x + n * F::LANES), bias_[i]);
+#pragma GCC unroll 8
+    for (u32 j = 0; j < i; j++) {
+      for (u32 n = 0; n < I; n++) t[n] = F::garner(t[n], d[j][n], inverse_[i][j], k);
+    }
+    for (u32 n = 0; n < I; n++) d[i][n] = i == 0 ? F::first_digit(t[n], k) : F::next_digit(t[n], k);
+  }
+
+  u64 b_, T_, run_words_, overhang_;
+  u64 p_[W];
+  typename F::Tw bias_[W], inverse_[W][W];
 };
 
 } // namespace

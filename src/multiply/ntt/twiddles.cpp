@@ -33,7 +33,7 @@ class Builder {
 public:
   Builder(PrimeTable& table, Backend backend, u32 index, u64* memory)
       : table_(table), backend_(backend), shape_(shape_of(backend)), field_(field_of(backend, index)),
-        index_(index), memory_(memory) {}
+        index_(index), root_of_scale_(primes_of(backend).root[index]), memory_(memory) {}
 
   void build() {
     table_.p = field_.p();
@@ -60,9 +60,11 @@ public:
     table_.minus_half = encode(backend_, field_, field_.p() - half);
     table_.one = encode(backend_, field_, 1);
     limbs();
-    for (u32 i = 0; i < index_; i++) {
-      const u64 other = primes_of(backend_).prime(i) % field_.p();
-      table_.garner[i] = encode(backend_, field_, field_.inverse(other));
+    u64 scale = 1; // 1 / (p_i .. ) up to the prime before this one
+    for (u32 i = index_; i-- > 0;) {
+      const u64 inverse = field_.inverse(primes_of(backend_).prime(i) % field_.p());
+      scale = field_.mul(scale, inverse);
+      table_.garner[i] = encode(backend_, field_, root_of_scale_ != 0 ? field_.p() - scale : inverse);
     }
   }
 
@@ -108,7 +110,7 @@ private:
     }
     return list;
   }
-  // k^2 = 2^product_shift / (r 2^(m - left_levels)).
+  // k^2 = 2^product_shift / (r 2^(m - left_levels)), with scaled residues over the primes before this one.
   void limbs() {
     const u64 i = table_.roots[0][2], sum = field_.add(table_.roots[0][3], table_.roots[1][3]);
     const u64 root_of_3 = field_.mul(i, field_.add(field_.add(table_.omega[0], table_.omega[0]), 1));
@@ -116,6 +118,7 @@ private:
     for (u32 third = 0; third < 2; third++) {
       u64 k = field_.power(sum, shape_.product_shift + shape_.left_levels);
       if (third != 0) k = field_.mul(k, field_.inverse(root_of_3));
+      if (root_of_scale_ != 0) k = field_.mul(k, root_of_scale_);
       for (u32 m = 0; m <= ORDER_LOG; m++, k = field_.mul(k, field_.inverse(sum))) {
         u64 x = k;
         for (u32 j = 0; j < MAX_LIMBS; j++, x = field_.mul(x, limb))
@@ -145,6 +148,7 @@ private:
   BackendShape shape_;
   const Field& field_;
   u32 index_;
+  u64 root_of_scale_; // 0: residues are not scaled
   u64* memory_;
   u64 plain_[u64{1} << 15];
 };

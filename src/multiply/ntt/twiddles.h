@@ -20,7 +20,9 @@
 //
 // Scale. A forward transform carries the factor k = (2^product_shift / n)^(1/2) modulo p, n the length that
 // the inverse multiplies by, so that the inverse of a product of two needs none. It comes with the reduction
-// of the digits for nothing. The root exists: 2 = (e(1/8) + e(-1/8))^2 and 3 = (i (2 w + 1))^2.
+// of the digits for nothing. The root exists: 2 = (e(1/8) + e(-1/8))^2 and 3 = (i (2 w + 1))^2. Where
+// residues are recombined in 52-bit arithmetic they are wanted over the product of the primes before theirs:
+// the root of that is a factor of k too.
 //
 // Rows. Row r of a long transform is a modulus x^C - z too. All factors of its tree are those of tree 0 times
 // one constant per level: with y^C = z, the constant of level d is y^(C / 2^(d+1)), and that of the blocks is
@@ -89,7 +91,8 @@ struct PrimeTable {
   Factor turns[2][3];                               // e(1/4), e(1/8), e(3/8)
   Factor minus_half;                                // (w + w^2) / 2
   Factor third[2];                                  // (w - w^2) / 2
-  Factor garner[MAX_PRIMES];                        // 1 / p_i, for the primes before this one
+  // For the primes p_i before this one: 1 / p_i, and with scaled residues -1 / (all from p_i up to this one)
+  Factor garner[MAX_PRIMES];
   Factor one;
   Factor limb[2][ORDER_LOG + 1][MAX_LIMBS]; // k 2^(limb_bits j), for 2^m and 3 2^m points
   u64 roots[2][ORDER_LOG + 1] = {};         // e(1 / 2^m)
