@@ -37,6 +37,8 @@ template <class V, class I> struct Carry {
   static constexpr double MAGIC = 6755399441055744.0; // 1.5 * 2^52
 
   // The octet's bit patterns M + x, lane for run: in registers when one vector has all runs, else in memory.
+  // In registers pairs are formed before the transposition, which then has half as many vectors: x[i] is
+  // point 2 i plus 2^b times the next one.
   static constexpr bool IN_REGISTERS = L == 8 && GROUPS == 1;
   struct Points {
     I x[IN_REGISTERS ? 8 : 1];
@@ -47,11 +49,17 @@ template <class V, class I> struct Carry {
       else
         return I::load(tile + 8 * d + group * I::LANES);
     }
+    KELVANE_INLINE I pair(u32 group, u32 i, u32 b) const {
+      if constexpr (IN_REGISTERS)
+        return x[i];
+      else
+        return at(group, 2 * i) + (at(group, 2 * i + 1) << b);
+    }
   };
 
-  template <bool STEP>
+  template <bool STEP, bool PAIRS>
   KELVANE_INLINE static void round_octet(Points& points, const double* src, u64 row_stride,
-                                         const StepRoots<V>& roots, C u, V scale) {
+                                         const StepRoots<V>& roots, C u, V scale, u32 b) {
     const V magic = V::set1(MAGIC);
     for (u32 v = 0; v < 8 / L; v++, src += B::VECTOR) {
       C x[4];
@@ -61,6 +69,10 @@ template <class V, class I> struct Carry {
       for (u32 j = 0; j < 4; j++) {
         run[j] = fmadd(x[j].r, scale, magic);
         run[j + 4] = fmadd(x[j].i, scale, magic);
+      }
+      if constexpr (IN_REGISTERS && PAIRS) {
+        transpose_pairs(points.x, run, b);
+        continue;
       }
       for (u32 h = 0; h < 8; h += L) {
         V t[L];
@@ -97,7 +109,7 @@ template <class V, class I> struct Carry {
         const I bias = I::set1((u64{1} << 63) - (u64{1} << (63 - 2 * b)) - both);
         const I mask = I::set1((u64{1} << 2 * b) - 1);
         for (u32 i = 0; i < 4; i++) {
-          const I x = (points.at(k, 2 * i) + (points.at(k, 2 * i + 1) << b) + bias) + c;
+          const I x = (points.pair(k, i, b) + bias) + c;
           pair[i] = x & mask;
           c = x >> 2 * b;
         }
@@ -137,14 +149,14 @@ template <class V, class I> struct Carry {
     I word[GROUPS * WORDS];
     u8* out = runs.out;
     for (u64 o = 1; o < runs.octets; o++, data += (8 / L) * B::VECTOR, out += b) {
-      round_octet<STEP>(points, data, row_stride, roots, u, scale);
+      round_octet<STEP, PAIRS>(points, data, row_stride, roots, u, scale, b);
       pack_octet<WORDS, PAIRS>(word, points, carry, b);
       // What is written above the octet's b bytes is overwritten next: the run goes on for at least b bytes.
       for (u32 k = 0; k < GROUPS; k++)
         store_runs<WORDS>(out + k * I::LANES * runs.stride, runs.stride, word + k * WORDS);
     }
     // The last octet ends where another run begins: exactly b bytes, the last eight of them at once.
-    round_octet<STEP>(points, data, row_stride, roots, u, scale);
+    round_octet<STEP, PAIRS>(points, data, row_stride, roots, u, scale, b);
     pack_octet<WORDS, PAIRS>(word, points, carry, b);
     alignas(64) u64 words[8 * WORDS]; // word w of run h at 8 w + h
     for (u32 k = 0; k < GROUPS; k++) {
