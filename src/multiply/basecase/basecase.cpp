@@ -64,7 +64,7 @@ template <class W> void square(W* out, const W* A, u64 n) {
   }
 }
 
-const bool USE_ADX = has_adx() && simd::active_isa() != simd::Isa::sse3;
+const bool USE_ADX = use_adx();
 using Product = void (*)(u64* out, const u64* A, u64 na, const u64* B, u64 nb);
 const Product PRODUCT = USE_ADX ? multiply_basecase_adx : multiply_basecase_portable;
 
@@ -72,6 +72,9 @@ const Product PRODUCT = USE_ADX ? multiply_basecase_adx : multiply_basecase_port
 
 bool has_adx() {
   return simd_support().adx;
+}
+bool use_adx() {
+  return has_adx() && simd::active_isa() != simd::Isa::sse3;
 }
 
 void multiply_basecase_portable(u64* out, const u64* A, u64 na, const u64* B, u64 nb) {

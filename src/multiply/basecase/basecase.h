@@ -17,9 +17,11 @@ void multiply_basecase(u32* out, const u32* A, u64 na, const u32* B, u64 nb);
 void square_basecase(u64* out, const u64* A, u64 n);
 void square_basecase(u32* out, const u32* A, u64 n);
 
-// The two builds of the 64-bit kernels. has_adx() tells whether the second one may be called; it is chosen
-// when the instruction set in force at the program's start is not the baseline.
+// The two builds of the 64-bit kernels. has_adx() tells whether the second one may be called; use_adx()
+// whether it is chosen, asked once: when the instruction set in force at the program's start is not the
+// baseline.
 bool has_adx();
+bool use_adx();
 void multiply_basecase_portable(u64* out, const u64* A, u64 na, const u64* B, u64 nb);
 void multiply_basecase_adx(u64* out, const u64* A, u64 na, const u64* B, u64 nb);
 void square_basecase_portable(u64* out, const u64* A, u64 n);

@@ -1,55 +1,66 @@
 #include "arithmetic/words/add.h"
 #include "multiply/basecase/basecase.h"
+#include "multiply/basecase/karatsuba_steps.h"
 #include "multiply/basecase/km_MULB.h"
 
 namespace kelvane::km_MULB {
 
 namespace {
 
-// Whether the low part (h words) is at least the high part (k words, k = h or h - 1).
-template <class W> bool low_is_larger(const W* low, u64 h, const W* high, u64 k) {
-  if (k < h && low[h - 1] != 0) return true;
-  while (k-- > 0) {
-    if (low[k] != high[k]) return low[k] > high[k];
-  }
-  return true;
-}
+const bool USE_ADX = use_adx();
 
-// D[0, h) <- |low - high|; returns whether the difference low - high is negative.
-template <class W> bool difference(W* D, const W* A, u64 h, u64 k) {
+// Which half is the larger nobody can foresee: it chooses operands, not branches.
+template <class W> bool difference(W* D, const W* A, u64 n) {
+  if constexpr (sizeof(W) == 8) {
+    if (USE_ADX && n <= MAX_FIXED_KARATSUBA) return difference_adx(D, A, n);
+  }
+  const u64 k = n / 2, h = n - k;
   const W* const high = A + h;
-  if (low_is_larger(A, h, high, k)) {
-    const W borrow = static_cast<W>(words::sub(D, A, high, k));
-    if (k < h) D[k] = static_cast<W>(A[k] - borrow);
+  if (k < h && A[k] != 0) {
+    D[k] = static_cast<W>(A[k] - static_cast<W>(words::sub(D, A, high, k)));
     return false;
   }
-  // The high half is the larger only when the low half's extra word is zero.
-  words::sub(D, high, A, k);
+  const bool negative = less(A, high, k);
+  const u64 exchanged = h & (0 - static_cast<u64>(negative));
+  words::sub(D, A + exchanged, high - exchanged, k);
   if (k < h) D[k] = 0;
-  return true;
+  return negative;
 }
 
-// out holds z0 in [0, 2h) and z2 in [2h, 2h+2k). Adds z0 + z2 - z1 (or + z1) at word h, with z1 in
-// middle[0, 2h), which is destroyed. The middle term is a0 b1 + a1 b0, so it is not negative; it may have a
-// word more than its 2h. Whole words, two halves a step; nothing is carried out of the top.
-template <class W> void add_middle(W* out, W* middle, u64 h, u64 k, bool subtract) {
-  const W* const z2 = out + 2 * h;
-  W top; // of the middle term, above its 2h words; -1 for a moment
-  if (subtract) {
-    top = static_cast<W>(W{0} - words::sub(middle, out, middle, 2 * h));
-  } else {
-    top = words::add(middle, middle, out, 2 * h);
+// D[0, n) <- S + X + Y + c, returns the carry; c and the carry are at most 2. D may be S.
+template <class W> W add_three(W* D, const W* S, const W* X, const W* Y, u64 n, W c) {
+  for (u64 i = 0; i < n; i++) {
+    const W t = static_cast<W>(S[i] + c), u = static_cast<W>(t + X[i]), v = static_cast<W>(u + Y[i]);
+    c = static_cast<W>((t < c) + (u < t) + (v < u));
+    D[i] = v;
   }
-  W carry = words::add(middle, middle, z2, 2 * k);
-  if (k < h) carry = words::add_word(middle + 2 * k, 2 * (h - k), carry);
-  top = static_cast<W>(top + carry);
-  top = static_cast<W>(top + words::add(out + h, out + h, middle, 2 * h));
-  words::add_word(out + 3 * h, 2 * k - h, top);
+  return c;
+}
+
+// With L and H for low and high halves the words at h and 2h become
+//   S + L0 +- L1  and  S + H2 +- H1,  S = H0 + L2;
+// -z1 is ~z1 + 1 - W^2h. The middle term is a0 b1 + a1 b0, so the last carry is not negative, and nothing is
+// carried out of the top. H2 has h words, for odd n h - 2.
+template <class W> void add_middle(W* out, W* middle, u64 n, bool minus) {
+  if constexpr (sizeof(W) == 8) {
+    if (USE_ADX && n <= MAX_FIXED_KARATSUBA) return add_middle_adx(out, middle, n, minus);
+  }
+  const u64 k = n / 2, h = n - k, of_h2 = 2 * k - h;
+  const W one = minus ? 1 : 0, mask = static_cast<W>(W{0} - one);
+  for (u64 i = 0; i < 2 * h; i++) middle[i] ^= mask;
+  W* const s = out + h;
+  const W of_s = words::add(s, s, out + 2 * h, h);
+  constexpr W NONE[2] = {0, 0};
+  W high = add_three(out + 2 * h, s, out + 3 * h, middle + h, of_h2, W{0});
+  high = add_three(out + 2 * h + of_h2, s + of_h2, NONE, middle + h + of_h2, h - of_h2, high);
+  const W low = add_three(s, s, out, middle, h, one);
+  const W from_low = add_small(out + 2 * h, h, static_cast<W>(low + of_s));
+  add_small(out + 3 * h, of_h2, static_cast<W>(high + of_s + from_low - one));
 }
 
 template <class W> void multiply_karatsuba(W* out, const W* A, const W* B, u64 n, W* scratch) {
   const u64 k = n / 2, h = n - k;
-  const bool negative = difference(out, A, h, k) != difference(out + h, B, h, k);
+  const bool negative = difference(out, A, n) != difference(out + h, B, n);
   W* const rest = scratch + 2 * h;
   if (k >= Thresholds<W>::multiply) {
     multiply_karatsuba(scratch, out, out + h, h, rest);
@@ -60,13 +71,13 @@ template <class W> void multiply_karatsuba(W* out, const W* A, const W* B, u64 n
     multiply_basecase(out, A, h, B, h);
     multiply_basecase(out + 2 * h, A + h, k, B + h, k);
   }
-  add_middle(out, scratch, h, k, !negative);
+  add_middle(out, scratch, n, !negative);
 }
 
 template <class W> void square_any(W* out, const W* A, u64 n, W* scratch) {
   if (n < Thresholds<W>::square) return square_basecase(out, A, n);
   const u64 k = n / 2, h = n - k;
-  difference(out, A, h, k);
+  difference(out, A, n);
   W* const rest = scratch + 2 * h;
   // The sub-squares recurse from the product's threshold on; each then tests the square's for itself.
   if (k >= Thresholds<W>::multiply) {
@@ -78,7 +89,7 @@ template <class W> void square_any(W* out, const W* A, u64 n, W* scratch) {
     square_basecase(out, A, h);
     square_basecase(out + 2 * h, A + h, k);
   }
-  add_middle(out, scratch, h, k, true);
+  add_middle(out, scratch, n, true);
 }
 
 template <class W> void multiply_equal(W* out, const W* A, const W* B, u64 n, W* scratch) {
@@ -128,6 +139,7 @@ template <class W> void multiply_any(W* out, const W* A, u64 na, const W* B, u64
 } // namespace
 
 void square(u64* out, const u64* A, u64 n, u64* scratch) {
+  if (n < Thresholds<u64>::square) return square_basecase(out, A, n);
   square_any(out, A, n, scratch);
 }
 void square(u32* out, const u32* A, u64 n, u32* scratch) {

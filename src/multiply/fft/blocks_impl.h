@@ -118,26 +118,56 @@ template <class V> struct Blocks {
     }
   }
 
-  KELVANE_INLINE static C product(const double* a, const double* b) { return mul(C::load(a), C::load(b)); }
+  // The pointwise product; of a square, whose `b` is a, (r + i x)^2 = r^2 - x^2 + 2 r x i.
+  template <bool SQUARE> KELVANE_INLINE static C product(const double* a, const double* b) {
+    const C x = C::load(a);
+    if constexpr (SQUARE)
+      return {fnmadd(x.i, x.i, x.r * x.r), (x.r + x.r) * x.i};
+    else
+      return mul(x, C::load(b));
+  }
+
+  // The two steps of a base block with r = 1. Each goes over all blocks by itself: in a loop over both so
+  // many instructions would stand between a block and the next one that the processor could not work on two
+  // at once.
+  template <bool SQUARE>
+  static void inverse_lanes(double* data, const double* other, u64 J, u64 count, const LaneTable& table) {
+    for (; count > 0; count--, J++, data += L * VECTOR, other += L * VECTOR) {
+      C x[L];
+      for (u32 l = 0; l < L; l++) x[l] = product<SQUARE>(data + l * VECTOR, other + l * VECTOR);
+      inverse_radix<LOG>(x, lane_roots(node(table, J), table));
+      transpose_square(x);
+      for (u32 l = 0; l < L; l++) x[l].store(data + l * VECTOR);
+    }
+  }
+  template <u32 SKIP> static void inverse_columns(double* data, u64 J, u64 count, const LaneTable& table) {
+    for (; count > 0; count--, J++, data += L * VECTOR) {
+      C x[L];
+      for (u32 l = 0; l < L; l++) x[l] = C::load(data + l * VECTOR);
+      inverse_radix<LOG, SKIP>(x, column_roots(node(table, J)));
+      for (u32 l = 0; l < L; l++) x[l].store(data + l * VECTOR);
+    }
+  }
 
   template <u32 R, u32 SKIP = 0>
   static void inverse_base(double* data, const double* other, u64 J, u64 count, const LaneTable& table) {
-    for (; count > 0; count--, J++, data += R * L * VECTOR, other += R * L * VECTOR) {
-      const double* const entry = node(table, J);
-      if constexpr (R == 1) {
-        C x[L];
-        for (u32 l = 0; l < L; l++) x[l] = product(data + l * VECTOR, other + l * VECTOR);
-        inverse_radix<LOG>(x, lane_roots(entry, table));
-        transpose_square(x);
-        inverse_radix<LOG, SKIP>(x, column_roots(entry));
-        for (u32 l = 0; l < L; l++) x[l].store(data + l * VECTOR);
-      } else {
+    if (data == other) return inverse_base_of<R, SKIP, true>(data, other, J, count, table);
+    inverse_base_of<R, SKIP, false>(data, other, J, count, table);
+  }
+  template <u32 R, u32 SKIP, bool SQUARE>
+  static void inverse_base_of(double* data, const double* other, u64 J, u64 count, const LaneTable& table) {
+    if constexpr (R == 1) {
+      inverse_lanes<SQUARE>(data, other, J, count, table);
+      inverse_columns<SKIP>(data, J, count, table);
+    } else {
+      for (; count > 0; count--, J++, data += R * L * VECTOR, other += R * L * VECTOR) {
+        const double* const entry = node(table, J);
         alignas(64) double points[R * L * VECTOR];
         for (u32 g = 0; g < L; g++) {
           C x[R], w[R];
           leaf_roots<R>(w, table, J, g);
           for (u32 c = 0; c < R; c++) {
-            x[c] = product(data + (g * R + c) * VECTOR, other + (g * R + c) * VECTOR);
+            x[c] = product<SQUARE>(data + (g * R + c) * VECTOR, other + (g * R + c) * VECTOR);
           }
           if constexpr (R == 3) {
             leaf3<-1>(x[0], x[1], x[2]);
@@ -230,12 +260,14 @@ template <class V> struct Blocks {
     const u32 q = shape.q;
     if (q == 2 * LOG) return forward_base<R, 2>(data, 1, 1, *shape.table);
     if (q == 2 * LOG + 1) return forward_base<R, 1>(data, 2, 2, *shape.table);
+    if (q == 2 * LOG + 2) return forward_base<R>(data, 4, 4, *shape.table);
     for (u64 i = 0; i < 4; i++) forward<R>(data + i * shape.n / 2, q - 2 - 2 * LOG, 4 + i, *shape.table);
   }
   template <u32 R> static void inverse_rest_of(double* data, const double* other, const Shape& shape) {
     const u32 q = shape.q;
     if (q == 2 * LOG) return inverse_base<R, 2>(data, other, 1, 1, *shape.table);
     if (q == 2 * LOG + 1) return inverse_base<R, 1>(data, other, 2, 2, *shape.table);
+    if (q == 2 * LOG + 2) return inverse_base<R>(data, other, 4, 4, *shape.table);
     for (u64 i = 0; i < 4; i++) {
       const u64 at = i * shape.n / 2;
       inverse<R>(data + at, other + at, q - 2 - 2 * LOG, 4 + i, *shape.table);

@@ -20,6 +20,15 @@
 namespace kelvane::km_FFTv2 {
 namespace {
 
+// Words w[0, WORDS) of the runs h, lane h of each, to out + h stride. At most 2 b bytes may be written.
+template <u32 WORDS, class I> KELVANE_INLINE void store_runs(u8* out, u64 stride, const I* w) {
+  alignas(64) u64 words[WORDS][I::LANES];
+  for (u32 i = 0; i < WORDS; i++) w[i].store(words[i]);
+  for (u32 h = 0; h < I::LANES; h++) {
+    for (u32 i = 0; i < WORDS; i++) __builtin_memcpy(out + h * stride + 8 * i, &words[i][h], 8);
+  }
+}
+
 template <class V, class I> struct Carry {
   using C = Cx<V>;
   using B = Blocks<V>;
@@ -28,6 +37,8 @@ template <class V, class I> struct Carry {
   static constexpr double MAGIC = 6755399441055744.0; // 1.5 * 2^52
 
   // The octet's bit patterns M + x, lane for run: in registers when one vector has all runs, else in memory.
+  // In registers pairs are formed before the transposition, which then has half as many vectors: x[i] is
+  // point 2 i plus 2^b times the next one.
   static constexpr bool IN_REGISTERS = L == 8 && GROUPS == 1;
   struct Points {
     I x[IN_REGISTERS ? 8 : 1];
@@ -38,11 +49,17 @@ template <class V, class I> struct Carry {
       else
         return I::load(tile + 8 * d + group * I::LANES);
     }
+    KELVANE_INLINE I pair(u32 group, u32 i, u32 b) const {
+      if constexpr (IN_REGISTERS)
+        return x[i];
+      else
+        return at(group, 2 * i) + (at(group, 2 * i + 1) << b);
+    }
   };
 
-  template <bool STEP>
+  template <bool STEP, bool PAIRS>
   KELVANE_INLINE static void round_octet(Points& points, const double* src, u64 row_stride,
-                                         const StepRoots<V>& roots, C u, V scale) {
+                                         const StepRoots<V>& roots, C u, V scale, u32 b) {
     const V magic = V::set1(MAGIC);
     for (u32 v = 0; v < 8 / L; v++, src += B::VECTOR) {
       C x[4];
@@ -52,6 +69,10 @@ template <class V, class I> struct Carry {
       for (u32 j = 0; j < 4; j++) {
         run[j] = fmadd(x[j].r, scale, magic);
         run[j + 4] = fmadd(x[j].i, scale, magic);
+      }
+      if constexpr (IN_REGISTERS && PAIRS) {
+        transpose_pairs(points.x, run, b);
+        continue;
       }
       for (u32 h = 0; h < 8; h += L) {
         V t[L];
@@ -76,9 +97,10 @@ template <class V, class I> struct Carry {
     return shape.n <= ((u64{1} << 63) - (u64{1} << 59)) >> (3 * shape.b - 2);
   }
 
-  // The octet's 8 b bits of every run: words[8 w + h], w = 0 .. WORDS-1.
+  // The octet's 8 b bits of every run: word w of the runs of group k, a run to a lane, at word[k * WORDS +
+  // w].
   template <u32 WORDS, bool PAIRS>
-  KELVANE_INLINE static void pack_octet(u64* words, const Points& points, I* carry, u32 b) {
+  KELVANE_INLINE static void pack_octet(I* word, const Points& points, I* carry, u32 b) {
     for (u32 k = 0; k < GROUPS; k++) {
       I pair[4]; // 2 b bits each, at most 42
       I c = carry[k];
@@ -87,7 +109,7 @@ template <class V, class I> struct Carry {
         const I bias = I::set1((u64{1} << 63) - (u64{1} << (63 - 2 * b)) - both);
         const I mask = I::set1((u64{1} << 2 * b) - 1);
         for (u32 i = 0; i < 4; i++) {
-          const I x = (points.at(k, 2 * i) + (points.at(k, 2 * i + 1) << b) + bias) + c;
+          const I x = (points.pair(k, i, b) + bias) + c;
           pair[i] = x & mask;
           c = x >> 2 * b;
         }
@@ -102,15 +124,15 @@ template <class V, class I> struct Carry {
         for (u32 i = 0; i < 4; i++) pair[i] = digit[2 * i] | digit[2 * i + 1] << b;
       }
       carry[k] = c;
-      u64* const out = words + k * I::LANES;
+      I* const out = word + k * WORDS;
       if constexpr (WORDS <= 2) { // b <= 16: half an octet fits a word
         const I low = pair[0] | pair[1] << 2 * b, high = pair[2] | pair[3] << 2 * b;
-        (low | high << 4 * b).store(out);
-        if constexpr (WORDS == 2) (high >> (64 - 4 * b)).store(out + 8);
+        out[0] = low | high << 4 * b;
+        if constexpr (WORDS == 2) out[1] = high >> (64 - 4 * b);
       } else { // 17 <= b <= 21: the pairs begin at bits 0, 2b, 4b in [68, 84], 6b in [102, 126]
-        (pair[0] | pair[1] << 2 * b).store(out);
-        (pair[1] >> (64 - 2 * b) | pair[2] << (4 * b - 64) | pair[3] << (6 * b - 64)).store(out + 8);
-        (pair[3] >> (128 - 6 * b)).store(out + 16);
+        out[0] = pair[0] | pair[1] << 2 * b;
+        out[1] = pair[1] >> (64 - 2 * b) | pair[2] << (4 * b - 64) | pair[3] << (6 * b - 64);
+        out[2] = pair[3] >> (128 - 6 * b);
       }
     }
   }
@@ -124,19 +146,22 @@ template <class V, class I> struct Carry {
     I carry[GROUPS];
     for (u32 k = 0; k < GROUPS; k++) carry[k] = I::set1(carry_bias<PAIRS>(b));
     Points points;
-    alignas(64) u64 words[8 * WORDS];
+    I word[GROUPS * WORDS];
     u8* out = runs.out;
     for (u64 o = 1; o < runs.octets; o++, data += (8 / L) * B::VECTOR, out += b) {
-      round_octet<STEP>(points, data, row_stride, roots, u, scale);
-      pack_octet<WORDS, PAIRS>(words, points, carry, b);
-      // Whole words are written; what they hold above the octet's b bytes is zero and overwritten next.
-      for (u32 h = 0; h < 8; h++) {
-        for (u32 w = 0; w < WORDS; w++) __builtin_memcpy(out + h * runs.stride + 8 * w, &words[8 * w + h], 8);
-      }
+      round_octet<STEP, PAIRS>(points, data, row_stride, roots, u, scale, b);
+      pack_octet<WORDS, PAIRS>(word, points, carry, b);
+      // What is written above the octet's b bytes is overwritten next: the run goes on for at least b bytes.
+      for (u32 k = 0; k < GROUPS; k++)
+        store_runs<WORDS>(out + k * I::LANES * runs.stride, runs.stride, word + k * WORDS);
     }
     // The last octet ends where another run begins: exactly b bytes, the last eight of them at once.
-    round_octet<STEP>(points, data, row_stride, roots, u, scale);
-    pack_octet<WORDS, PAIRS>(words, points, carry, b);
+    round_octet<STEP, PAIRS>(points, data, row_stride, roots, u, scale, b);
+    pack_octet<WORDS, PAIRS>(word, points, carry, b);
+    alignas(64) u64 words[8 * WORDS]; // word w of run h at 8 w + h
+    for (u32 k = 0; k < GROUPS; k++) {
+      for (u32 w = 0; w < WORDS; w++) word[k * WORDS + w].store(words + 8 * w + k * I::LANES);
+    }
     for (u32 h = 0; h < 8; h++) {
       u8* const to = out + h * runs.stride;
       u64 last = words[h];

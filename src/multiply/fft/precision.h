@@ -22,6 +22,7 @@
 //
 // Product. ||fl(Z_A Z_B) - Z_A Z_B||_1 <= (2 eps_F + sqrt(5) u) ||Z_A|| ||Z_B|| by Cauchy and Schwarz, and a
 // change of the spectrum moves a point by at most 1/n of its L1 norm: ||Z_A|| ||Z_B|| / n = ||z_A|| ||z_B||.
+// A square's r^2 - x^2 rounds by at most u (r^2 + |r^2 - x^2|) and 2 r x by u |2 r x|: 2 u |Z|^2 together.
 //
 // Inverse. Every rounding is relative to a sum whose terms are the spectrum's values times numbers of modulus
 // 1, so with a relative error eps_I along each path a point moves by at most eps_I 1/n sum |P_j|, again eps_I

@@ -107,6 +107,19 @@ void multiply_whole(const Context& context, u64* out, const u64* A, u64 nA, cons
   record->inverse_fmul(out, n, p.TA, p.TB, p.scratch);
 }
 
+// Not inlined: short squares would pay for its frame.
+[[gnu::noinline]] void square_whole(const Context& context, u64* out, const u64* A, u64 nA, void* work) {
+  const u64 n = 2 * nA;
+  btp_storage storage;
+  const abstract_btp* const record = select(n, context, &storage);
+  Layout layout(work, product_cost(n, context.threads, context.reduced_memory));
+  const Placement p(layout, *record);
+  if (record->ntp() != nullptr)
+    return record->ntp()->product(out, A, nA, nullptr, 0, p.TA, nullptr, p.scratch);
+  record->forward(p.TA, A, nA, p.scratch);
+  record->inverse_fsqr(out, n, p.TA, p.scratch);
+}
+
 // Operands of this many words or fewer are multiplied by the schoolbook whatever the other one's length: 0.4
 // ns per word product against at least 6 ns per word through a transform.
 constexpr u64 MAX_SHORT = 14;
@@ -198,16 +211,8 @@ void multiply_over(const Context& context, u64* out, const u64* A, u64 nA, const
 }
 
 void square(const Context& context, u64* out, const u64* A, u64 nA, void* work) {
-  const u64 n = 2 * nA;
-  if (n <= BKT_MAX) return km_MULB::square(out, A, nA, static_cast<u64*>(work));
-  btp_storage storage;
-  const abstract_btp* const record = select(n, context, &storage);
-  Layout layout(work, product_cost(n, context.threads, context.reduced_memory));
-  const Placement p(layout, *record);
-  if (record->ntp() != nullptr)
-    return record->ntp()->product(out, A, nA, nullptr, 0, p.TA, nullptr, p.scratch);
-  record->forward(p.TA, A, nA, p.scratch);
-  record->inverse_fsqr(out, n, p.TA, p.scratch);
+  if (2 * nA <= BKT_MAX) return km_MULB::square(out, A, nA, static_cast<u64*>(work));
+  square_whole(context, out, A, nA, work);
 }
 
 u64 Tables::bytes(u64 n) {

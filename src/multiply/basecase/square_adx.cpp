@@ -1,0 +1,120 @@
+// Schoolbook squares with mulx, adcx and adox: A^2 = 2 sum_{i<j} a_i a_j W^(i+j) + sum a_i^2 W^(2i). The
+// triangle of the cross products is formed once, row by row in registers; then one pass doubles it and adds
+// the squares.
+#include "multiply/basecase/basecase.h"
+#include "multiply/basecase/rows_adx.h"
+
+namespace kelvane::km_MULB {
+
+namespace {
+
+// The triangle's seven top words stay in registers for the last pass, the others go to memory: all of them
+// where there are fewer.
+constexpr u32 first_kept(u32 n) {
+  return n < 4 ? 2 * n : 2 * n - 8;
+}
+
+// Row I of the triangle, N - 1 - I words at word 2 I + 1, and those below it. t[2 I + 1, N + I) are the words
+// of the sum so far; the row completes two of them.
+template <u32 N, u32 I> KELVANE_INLINE void register_rows(u64* out, const u64* A, u64* t) {
+  constexpr u32 LENGTH = N - 1 - I, AT = 2 * I + 1;
+  if constexpr (LENGTH > 0) {
+    if constexpr (I == 0)
+      first_register_row<LENGTH>(t + AT, A + 1, A[0]);
+    else
+      add_register_row<LENGTH>(t + AT, A + I + 1, A[I]);
+    if constexpr (AT < first_kept(N)) store_word(out + AT, t[AT]);
+    if constexpr (AT + 1 < first_kept(N)) store_word(out + AT + 1, t[AT + 1]);
+    register_rows<N, I + 1>(out, A, t);
+  }
+}
+
+// Longer rows go through memory, until the rest of the triangle is narrow enough.
+template <u32 N, u32 I> KELVANE_INLINE void triangle(u64* out, const u64* A, u64* t) {
+  constexpr u32 LENGTH = N - 1 - I, AT = 2 * I + 1;
+  if constexpr (LENGTH > MAX_REGISTER_ROW) {
+    if constexpr (I == 0)
+      out[N] = row<LENGTH>(out + AT, A + 1, A[0], 0);
+    else
+      out[N + I] = add_row<LENGTH>(out + AT, A + I + 1, A[I], 0);
+    triangle<N, I + 1>(out, A, t);
+  } else {
+    if constexpr (I > 0) {
+      for (u32 k = 0; k < LENGTH; k++) t[AT + k] = load_word(out + AT + k);
+    }
+    register_rows<N, I>(out, A, t);
+  }
+}
+
+// R[0, 2N) <- 2 T + sum a_i^2 W^(2i): doubling runs through OF, adding the squares through CF. T's words
+// below first_kept(N) are in R, the others t[0, 7); the word above them is 0.
+// clang-format off
+#define KELVANE_SQUARE "movq kelvane_at(%[a]), %[x]\n\tmulxq %[x], %[low], %[high]\n\t"
+#define KELVANE_DOUBLE_ADD(T, HALF) "adoxq %[" #T "], %[" #T "]\n\tadcxq %[" #HALF "], %[" #T "]\n\t"
+#define KELVANE_STORED_WORD(AT, HALF)                                                                        \
+  "movq 2*kelvane_at+" #AT "(%[r]), %[x]\n\t" KELVANE_DOUBLE_ADD(x, HALF)                                    \
+  "movq %[x], 2*kelvane_at+" #AT "(%[r])\n\t"
+#define KELVANE_KEPT_WORD(AT, T, HALF) KELVANE_DOUBLE_ADD(T, HALF) "movq %[" #T "], 2*kelvane_at+" #AT "(%[r])\n\t"
+#define KELVANE_STORED                                                                                       \
+  "xorl %k[low], %k[low]\n\t"                                                                                \
+  ".set kelvane_at, 0\n\t"                                                                                   \
+  ".rept %c[stored]\n\t"                                                                                     \
+  KELVANE_SQUARE KELVANE_STORED_WORD(0, low) KELVANE_STORED_WORD(8, high)                                    \
+  ".set kelvane_at, kelvane_at+8\n\t"                                                                        \
+  ".endr\n\t"
+#define KELVANE_KEPT(T, U)                                                                                   \
+  KELVANE_SQUARE KELVANE_KEPT_WORD(0, T, low) KELVANE_KEPT_WORD(8, U, high)                                  \
+  ".set kelvane_at, kelvane_at+8\n\t"
+#define KELVANE_TOP                                                                                          \
+  KELVANE_SQUARE KELVANE_KEPT_WORD(0, t6, low)                                                               \
+  "movl $0, %k[low]\n\t"                                                                                     \
+  "adcxq %[low], %[high]\n\t"                                                                                \
+  "adoxq %[low], %[high]\n\t"                                                                                \
+  "movq %[high], 2*kelvane_at+8(%[r])"
+// clang-format on
+template <u32 N> KELVANE_INLINE void double_and_add_squares(u64* R, const u64* A, u64* t) {
+  u64 low, high, x; // x in rdx, by which mulx multiplies
+  if constexpr (N < 4) {
+    asm volatile(KELVANE_STORED
+                 : [low] "=&r"(low), [high] "=&r"(high), [x] "=&d"(x)
+                 : [r] "r"(R), [a] "r"(A), [stored] "i"(N)
+                 : "cc", "memory");
+  } else {
+    asm volatile(KELVANE_STORED KELVANE_KEPT(t0, t1) KELVANE_KEPT(t2, t3) KELVANE_KEPT(t4, t5) KELVANE_TOP
+                 : [low] "=&r"(low), [high] "=&r"(high), [x] "=&d"(x), [t0] "+&r"(t[0]), [t1] "+&r"(t[1]),
+                   [t2] "+&r"(t[2]), [t3] "+&r"(t[3]), [t4] "+&r"(t[4]), [t5] "+&r"(t[5]), [t6] "+&r"(t[6])
+                 : [r] "r"(R), [a] "r"(A), [stored] "i"(first_kept(N) / 2)
+                 : "cc", "memory");
+  }
+}
+#undef KELVANE_SQUARE
+#undef KELVANE_DOUBLE_ADD
+#undef KELVANE_STORED_WORD
+#undef KELVANE_KEPT_WORD
+#undef KELVANE_STORED
+#undef KELVANE_KEPT
+#undef KELVANE_TOP
+
+template <u32 N> void square(u64* out, const u64* A) {
+  u64 t[2 * N + 1]; // of which at most 10 are alive at a time, all in registers
+  if constexpr (N == 4) t[0] = 0;
+  if constexpr (N != 4) out[0] = 0;
+  if constexpr (N < 4) out[2 * N - 1] = 0;
+  triangle<N, 0>(out, A, t);
+  double_and_add_squares<N>(out, A, t + first_kept(N));
+}
+
+using Square = void (*)(u64* out, const u64* A);
+constexpr u64 MAX_FIXED = 12; // the longest square below the Karatsuba threshold
+constexpr Square SQUARES[MAX_FIXED + 1] = {nullptr,    square<1>,  square<2>, square<3>, square<4>,
+                                           square<5>,  square<6>,  square<7>, square<8>, square<9>,
+                                           square<10>, square<11>, square<12>};
+
+} // namespace
+
+void square_basecase_adx(u64* out, const u64* A, u64 n) {
+  if (n <= MAX_FIXED) return SQUARES[n](out, A);
+  multiply_basecase_adx(out, A, n, A, n);
+}
+
+} // namespace kelvane::km_MULB
