@@ -37,6 +37,9 @@ u32 columns_log(u32 log_n) {
   return 8;
 }
 
+// Of three parts of 2^18 points and more the whole counts; of shorter ones longer rows would be too few.
+constexpr u32 LONG_THIRDS = 18;
+
 // A transform from this size on is written around the caches and fetched ahead: it does not stay in the
 // second-level cache beside another.
 constexpr u64 STREAM_BYTES = u64{1} << 20;
@@ -46,7 +49,7 @@ Shape make_shape(Backend backend, u32 w, u32 r, u32 log_n) {
   s.backend = backend;
   s.w = w;
   s.r = r;
-  s.log_columns = columns_log(log_n);
+  s.log_columns = columns_log(r == 3 && log_n >= LONG_THIRDS ? log_n + 1 : log_n);
   s.log_rows = log_n - s.log_columns;
   s.log_tile = s.rows() <= 128 ? 6 : s.rows() <= 2048 ? 5 : s.rows() <= 8192 ? 4 : 3;
   s.direct = log_n <= DIRECT_LOG;
