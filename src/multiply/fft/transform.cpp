@@ -20,7 +20,7 @@ using km_MULv3::Worker;
 
 namespace {
 
-// To start a thread costs 20 to 40 microseconds, a thousandth of a product of this many points.
+// To start a thread costs 40 to 80 microseconds, a product of this many points some hundreds.
 constexpr u64 MIN_POINTS_PER_THREAD = u64{1} << 16;
 constexpr u64 MAX_CARRY_PIECES = 64; // of eight runs each
 constexpr u64 MIN_PIECE_POINTS = 4096;
