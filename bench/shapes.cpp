@@ -20,11 +20,11 @@ using namespace kelvane;
 using namespace bench;
 
 void print_shape(const ntt::Shape& s) {
-  std::printf("w %u  b %3u  N %llu * 2^%2u  rows %6llu  columns 2^%2u  tile %2llu%s%s", s.w, s.b,
+  std::printf("w %u  b %3u  N %llu * 2^%2u  rows %6llu  columns 2^%2u  tile %2llu%s%s%s", s.w, s.b,
               static_cast<unsigned long long>(s.r), s.log_rows + s.log_columns,
               static_cast<unsigned long long>(s.rows()), s.log_columns,
               static_cast<unsigned long long>(s.tile()), s.direct ? " direct" : "",
-              s.stream ? " stream" : "");
+              s.stream ? " stream" : "", s.packed ? " packed" : "");
 }
 
 // All shapes worth a look, in turn, so that a slow moment of the machine hits all of them.
@@ -116,11 +116,12 @@ void shares(ntt::Backend backend, u64 words, int runs, u64 threads) {
     inverse.push_back(i);
   }
   const double f = median(forward), r = median(rows), i = median(inverse), total = f + r + i;
-  const double data = static_cast<double>(8 * s.w * s.N());
+  // Packed rows are written once, the product's; otherwise both are transformed where they lie.
+  const double data = static_cast<double>(8 * s.w * s.words_of(s.N()));
   std::printf("product %.3f ms on %llu threads, the phases one after another:\n", total * 1e3,
               static_cast<unsigned long long>(threads));
   phase("words to residues, columns (twice)", s, f, total, 2 * data + 16.0 * static_cast<double>(words));
-  phase("rows: forward, product, inverse", s, r, total, 4 * data);
+  phase("rows: forward, product, inverse", s, r, total, (s.packed ? 3 : 4) * data);
   phase("columns back, words", s, i, total, data + 16.0 * static_cast<double>(words));
 }
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <cstring>
 
 #include "shell/exception.h"
 
@@ -89,16 +90,19 @@ TEST(Ntt, TransformIsEvaluation) {
     const Backend backend = ntt::backend_of(isa);
     const ntt::Kernels& kernels = ntt::kernels_of(backend);
     for (const u32 r : {1u, 3u}) {
-      for (const bool direct : {true, false}) {
+      for (const u32 kind : {0u, 1u, 2u}) {
+        const bool direct = kind == 0, packed = kind == 2;
+        if (packed && backend != ntt::Backend::ifma) continue;
         ntt::Shape s;
         s.backend = backend;
         s.w = 4;
         s.r = r;
         s.b = 62;
-        s.log_rows = direct ? 2 : 3;
-        s.log_columns = 8;
+        s.log_rows = direct || packed ? 2 : 3;
+        s.log_columns = packed ? 10 : 8; // two steps down to the blocks
         s.log_tile = 5;
         s.direct = direct;
+        s.stream = s.packed = packed;
         const u64 N = s.N(), L = N / 2 * s.b / 64; // the upper half is zero
         const Words a = operand(L, Pattern::random, random);
         const Buffer area(8 * s.area_words()), data(8 * s.prime_stride());
@@ -145,7 +149,12 @@ TEST(Ntt, TransformIsEvaluation) {
             residue[t] = field.mul(value, factor);
             const u64 point = i / 8 * 8 * M + i % 8 + 8 * t; // M = 1: i
             const u64 row = point >> s.log_columns, column = point & (s.columns() - 1);
-            stored[t] = decode(backend, data.words()[row * s.row_stride() + column], field.p());
+            u64 bits = 0;
+            const u64 bytes = packed ? 6 : 8;
+            std::memcpy(&bits,
+                        reinterpret_cast<const u8*>(data.words() + row * s.row_stride()) + column * bytes,
+                        bytes);
+            stored[t] = decode(backend, bits, field.p());
           }
           want.push_back(residue);
           got.push_back(stored);
@@ -153,7 +162,7 @@ TEST(Ntt, TransformIsEvaluation) {
         ASSERT_EQ(c, 1u);
         std::sort(got.begin(), got.end());
         std::sort(want.begin(), want.end());
-        ASSERT_EQ(got, want) << name(isa) << " r " << r << " direct " << direct;
+        ASSERT_EQ(got, want) << name(isa) << " r " << r << " direct " << direct << " packed " << packed;
       }
     }
   }

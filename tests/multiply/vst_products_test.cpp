@@ -166,13 +166,14 @@ TEST(VstChecks, CorruptedTransform) {
   for (const simd::Isa isa : every_isa()) {
     const Forced forced(isa);
     for (const u64 limit : {u64{0}, u64{2000}}) {
-      for (const u64 n : {u64{8000}, u64{30000}}) {
+      for (const u64 n : {u64{8000}, u64{30000}, u64{100000}}) {
         const VstRecord record(n, 2, limit);
         const Words a = operand(n / 2, Pattern::random, random), b = operand(n / 2, Pattern::random, random);
         const auto TA = record.transform(a), TB = record.transform(b);
         u64* const first = TB->words() + (limit == 0 ? 8 : 16); // behind the headers
         const ntt::Shape& s = record->shape();
-        const u64 prime = random() % s.w, row = random() % s.rows(), point = random() % (s.columns() - 1);
+        const u64 prime = random() % s.w, row = random() % s.rows(),
+                  point = random() % (s.words_of(s.columns()) - 1);
         u64* const at = first + prime * s.prime_stride() + row * s.row_stride() + point;
         *at = at[1];
         const Captured run = capture([&] {

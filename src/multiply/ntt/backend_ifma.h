@@ -10,7 +10,7 @@
 //   where
 //     15 (2^48 - p) < 0.07 p for every prime of the set: in [0, 1.1).
 //
-// Forward values lie in [2, 12), inverse values in [0, 2).
+// Forward values lie in [2, 12), inverse values in [0, 2), packed ones in [0, 1).
 #pragma once
 
 // GCC 12 takes the deliberately undefined pass-through operands of its own intrinsics for mistakes.
@@ -21,6 +21,8 @@
 #endif
 #include <immintrin.h>
 #pragma GCC diagnostic pop
+
+#include <array>
 
 #include "multiply/ntt/twiddles.h"
 #include "shell/types.h"
@@ -34,13 +36,18 @@ struct Ifma {
   using V = __m512i;
   static constexpr Backend BACKEND = Backend::ifma;
   static constexpr u32 LANES = 8, LOG_LANES = 3;
+  static constexpr bool PACKS = true;
   static constexpr u64 MASK = (u64{1} << 52) - 1;
 
   struct Tw {
     V w, q;
   };
+  struct ByteOrder {
+    alignas(64) u8 from[64];
+    V load() const { return _mm512_load_si512(from); }
+  };
   struct K {
-    V minus_p, p, p2, p4, p6, p8, montgomery;
+    V minus_p, p, p2, p4, p6, p8, montgomery, reciprocal;
     explicit K(u64 prime) {
       minus_p = set((u64{1} << 52) - prime);
       p = set(prime);
@@ -51,6 +58,7 @@ struct Ifma {
       u64 inverse = prime; // 1 / p modulo 2^52: each step doubles the right bits, of which p itself has 3
       for (int i = 0; i < 5; i++) inverse *= 2 - prime * inverse;
       montgomery = set(inverse & MASK);
+      reciprocal = set(static_cast<u64>((static_cast<u128>(1) << 88) / prime));
     }
   };
 
@@ -77,6 +85,72 @@ struct Ifma {
   NTT_INLINE V reduce_once(V x, const K& k) {
     x = _mm512_and_si512(x, set(MASK));
     return _mm512_min_epu64(x, sub(x, k.p));
+  }
+
+  // Below 2^48 in the low 48 bits; what stands above them is not cleared. With v = floor(2^88 / p),
+  // floor(x v / 2^52) falls short of 2^36 x / p by less than 2, so what is left is below
+  // p + 2^-35 p < p + 2^13, and 2^48 - p > 2^37.
+  NTT_INLINE V reduce(V x, const K& k) {
+    return low(x, _mm512_srli_epi64(high(zero(), x, k.reciprocal), 36), k.minus_p);
+  }
+
+  // Points in memory: one word each, or packed in six bytes, eight in PACKED_WORDS words.
+  static constexpr u64 PACKED_WORDS = 6;
+  // Eight packed points; 64 bytes are read.
+  NTT_INLINE V unpack(const u64* a) {
+    static constexpr ByteOrder ORDER = [] {
+      ByteOrder order{};
+      for (u32 i = 0; i < 64; i++) order.from[i] = static_cast<u8>(6 * (i / 8) + i % 8);
+      return order;
+    }();
+    return _mm512_maskz_permutexvar_epi8(0x3f3f3f3f3f3f3f3f, ORDER.load(), _mm512_loadu_si512(a));
+  }
+  // Into the range of a forward step.
+  NTT_INLINE V raise(V x, const K& k) { return add(x, k.p2); }
+  NTT_INLINE void pack_reduced(u64* a, V x) {
+    static constexpr ByteOrder ORDER = [] {
+      ByteOrder order{};
+      for (u32 i = 0; i < 48; i++) order.from[i] = static_cast<u8>(i / 6 * 8 + i % 6);
+      return order;
+    }();
+    _mm512_mask_storeu_epi64(a, 0x3f, _mm512_permutexvar_epi8(ORDER.load(), x));
+  }
+  // From [0, 2).
+  NTT_INLINE void pack(u64* a, V x, const K& k) { pack_reduced(a, reduce_once(x, k)); }
+  // Four reduced vectors fill three cache lines, written around the caches with STREAM; `to` is then the
+  // beginning of one.
+  template <bool STREAM> NTT_INLINE void pack_lines(u64* to, V a, V b, V c, V d) {
+    // Line i has its bytes from vectors i and i + 1.
+    static constexpr auto ORDERS = [] {
+      std::array<ByteOrder, 3> orders{};
+      for (u32 byte = 0; byte < 192; byte++) {
+        const u32 point = byte / 6, line = byte / 64;
+        orders[line].from[byte % 64] = static_cast<u8>((point / 8 - line) * 64 + point % 8 * 8 + byte % 6);
+      }
+      return orders;
+    }();
+    const auto write = [](u64* line, V v) {
+      if constexpr (STREAM)
+        stream(line, v);
+      else
+        _mm512_storeu_si512(line, v);
+    };
+    write(to, _mm512_permutex2var_epi8(a, ORDERS[0].load(), b));
+    write(to + 8, _mm512_permutex2var_epi8(b, ORDERS[1].load(), c));
+    write(to + 16, _mm512_permutex2var_epi8(c, ORDERS[2].load(), d));
+  }
+  // Rows of n points from [0, 16), n a multiple of 8: row i from i n behind `from` to i stride behind `to`.
+  template <bool STREAM>
+  NTT_INLINE void pack_rows(u64* to, u64 stride, const u64* from, u64 n, u64 rows, const K& constants) {
+    const K k = constants;
+    for (u64 row = 0; row < rows; row++, to += stride) {
+      u64* out = to;
+      u64 i = 0;
+      for (; i + 32 <= n; i += 32, from += 32, out += 4 * PACKED_WORDS)
+        pack_lines<STREAM>(out, reduce(load(from), k), reduce(load(from + 8), k), reduce(load(from + 16), k),
+                           reduce(load(from + 24), k));
+      for (; i < n; i += 8, from += 8, out += PACKED_WORDS) pack_reduced(out, reduce(load(from), k));
+    }
   }
 
   // Node s: (x0, x1) -> (x0 + s x1, x0 - s x1). Returns [2, 7.1).
@@ -205,9 +279,16 @@ struct Ifma {
   // the high half is below 3.1 * 3.1 / 16 = 0.601, with c y in [0, 2) below 0.39; eight of them < 4.81. The
   // low halves add up to less than 2^55: what they carry is below 8. With m = low / p modulo 2^52 the low
   // halves of the sum and of m p are equal; their high halves' difference lies above -1. Returns (0, 5.9).
+  template <bool PACKED> NTT_INLINE V coefficient(const u64* x, u32 t) {
+    if constexpr (PACKED)
+      return unpack(x + PACKED_WORDS * t);
+    else
+      return load(x + 8 * t);
+  }
+  template <bool PACKED_X, bool PACKED_Y>
   NTT_INLINE void multiply_polynomials(V* z, const u64* x, const u64* y, const Tw& c, const K& k) {
     V by[15], low_sum[8], high_sum[8]; // c y_1 .. c y_7, y_0 .. y_7
-    for (u32 t = 0; t < 8; t++) by[7 + t] = load(y + 8 * t);
+    for (u32 t = 0; t < 8; t++) by[7 + t] = coefficient<PACKED_Y>(y, t);
     for (u32 t = 1; t < 8; t++) by[t - 1] = mul(by[7 + t], c, k);
     for (u32 t = 0; t < 8; t++) {
       low_sum[t] = zero();
@@ -215,7 +296,7 @@ struct Ifma {
     }
 #pragma GCC unroll 8
     for (u32 i = 0; i < 8; i++) {
-      const V a = load(x + 8 * i);
+      const V a = coefficient<PACKED_X>(x, i);
 #pragma GCC unroll 8
       for (u32 t = 0; t < 8; t++) {
         low_sum[t] = low(low_sum[t], a, by[7 + t - i]);
@@ -225,10 +306,10 @@ struct Ifma {
     for (u32 t = 0; t < 8; t++) z[t] = montgomery(low_sum[t], high_sum[t], k);
   }
   // z <- x^2 / 2^52: terms with i < j once, with 2 x_i < 6.2.
-  NTT_INLINE void square_polynomials(V* z, const u64* x, const Tw& c, const K& k) {
+  template <bool PACKED> NTT_INLINE void square_polynomials(V* z, const u64* x, const Tw& c, const K& k) {
     V by[8], twice[8], wrapped[8], low_sum[8], high_sum[8];
     for (u32 t = 0; t < 8; t++) {
-      by[t] = load(x + 8 * t);
+      by[t] = coefficient<PACKED>(x, t);
       twice[t] = add(by[t], by[t]);
       wrapped[t] = t < 4 ? by[t] : mul(by[t], c, k);
       low_sum[t] = zero();

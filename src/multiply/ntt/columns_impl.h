@@ -126,8 +126,8 @@ void forward_tile(const Shape& shape, u32 first, u32 last, const u64* A, u64 L, 
   for (u32 i = first; i < last; i++) {
     const Constants<F> c(prime_table(F::BACKEND, i));
     u64* const x = area + (i - first) * stride;
-    u64* const to = data + (i - first) * shape.prime_stride() + column;
-    const MatrixRows<F> matrix{shape.log_tile, x, to, shape.row_stride(), shape.stream};
+    u64* const to = data + (i - first) * shape.prime_stride() + shape.words_of(column);
+    const MatrixRows<F> matrix{shape.log_tile, x, to, shape.row_stride(), shape.stream, shape.packed};
     const u32 size_log = shape.log_rows + shape.log_tile;
     if (shape.r == 3) {
       const u64 M = u64{1} << size_log;
@@ -168,19 +168,19 @@ template <u32 W> u32 primes_ahead(const Shape& shape) {
 }
 // The columns of a tile at `x` in one prime's matrix, and in the next ones'.
 inline Ahead columns_ahead(const Shape& shape, const u64* x, u32 primes) {
-  return {x, shape.row_stride(), shape.tile() / 8, primes * shape.rows()};
+  return {x, shape.row_stride(), (shape.words_of(shape.tile()) + 7) / 8, primes * shape.rows()};
 }
 
 template <class F, u32 W>
 void inverse_tile_of(const Shape& shape, const u64* data, u64 tile, const Output& output, u64* area) {
-  const u64 T = shape.tile(), R = shape.rows(), stride = R * T, column = tile * T;
+  const u64 T = shape.tile(), R = shape.rows(), stride = R * T, column = shape.words_of(tile * T);
   const u32 fetched = primes_ahead<W>(shape);
   for (u32 i = 0; i < W; i++) {
     const Constants<F> c(prime_table(F::BACKEND, i));
     u64* const x = area + i * stride;
     // Read only: the inverse takes its rows from the matrix and leaves it alone.
     u64* const from = const_cast<u64*>(data) + i * shape.prime_stride() + column;
-    const MatrixRows<F> matrix{shape.log_tile, x, from, shape.row_stride(), false};
+    const MatrixRows<F> matrix{shape.log_tile, x, from, shape.row_stride(), false, shape.packed};
     if (i + fetched < W) c.ahead = columns_ahead(shape, from + fetched * shape.prime_stride(), 1);
     const u32 size_log = shape.log_rows + shape.log_tile;
     const u64 M = u64{1} << size_log;
@@ -203,7 +203,8 @@ void inverse_tile_of(const Shape& shape, const u64* data, u64 tile, const Output
   const u64 run_words = shape.run_words(), overhang = shape.overhang_words();
   const u64 runs_of_row = shape.tiles();
   Ahead next_tile;
-  if (tile + 1 < shape.tiles()) next_tile = columns_ahead(shape, data + column + T, fetched);
+  if (tile + 1 < shape.tiles())
+    next_tile = columns_ahead(shape, data + shape.words_of((tile + 1) * T), fetched);
   for (u64 row = 0; row < R; row += recombiner.RUNS) {
     const u64 first = (row * runs_of_row + tile) * run_words;
     if (first >= output.n) break;

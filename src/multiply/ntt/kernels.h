@@ -10,7 +10,8 @@
 
 namespace kelvane::ntt {
 
-// One product x y of a sum, both rows of one prime. A raw row has been through its columns only.
+// One product x y of a sum, both rows of one prime. A raw row has been through its columns only, is used in
+// one product and may be overwritten.
 struct RowPair {
   u64* x;
   const u64* y;

@@ -59,63 +59,91 @@ template <class F> struct Node {
   }
 };
 
+// How points lie in memory: a word each; the same, written around the caches; or packed.
+enum class Form { plain, streamed, packed };
+
+// The points at `a` that fill a vector; their writing, packed only the output of an inverse step; and the
+// words that they take.
+template <class F, Form FORM> [[gnu::always_inline]] inline typename F::V take(const u64* a) {
+  if constexpr (FORM == Form::packed)
+    return F::unpack(a);
+  else
+    return F::load(a);
+}
+// The same where a forward step subtracts from them.
+template <class F, Form FORM>
+[[gnu::always_inline]] inline typename F::V take_raised(const u64* a, const typename F::K& k) {
+  if constexpr (FORM == Form::packed)
+    return F::raise(F::unpack(a), k);
+  else
+    return F::load(a);
+}
+template <class F, Form FORM>
+[[gnu::always_inline]] inline void put(u64* a, typename F::V v, const typename F::K& k) {
+  if constexpr (FORM == Form::packed)
+    F::pack(a, v, k);
+  else if constexpr (FORM == Form::streamed)
+    F::stream(a, v);
+  else
+    F::store(a, v);
+}
+template <class F, Form FORM> constexpr u64 vector_words() {
+  if constexpr (FORM == Form::packed)
+    return F::PACKED_WORDS;
+  else
+    return F::LANES;
+}
+
 // A step of 2^steps parts of M points: from parts `from_stride` words apart to parts `to_stride` words apart,
-// which may be the same. STREAM: written around the caches.
+// which may be the same.
 struct Parts {
   const u64* from;
   u64 from_stride;
   u64* to;
   u64 to_stride;
 };
-// The steps copy their arguments: stores to the data cannot change a copy, so it stays in registers.
 inline Parts in_place(u64* d, u64 M) {
   return {d, M, d, M};
 }
-template <class F, bool STREAM> [[gnu::always_inline]] inline void put(u64* to, typename F::V v) {
-  if constexpr (STREAM)
-    F::stream(to, v);
-  else
-    F::store(to, v);
-}
-
-template <class F, bool STREAM = false>
+// The steps copy their arguments: stores to the data cannot change a copy, so it stays in registers.
+template <class F, Form FROM, Form TO>
 void step2_forward(const Node<F>& n, const typename F::K& constants, const Parts& parts, u64 M) {
   const typename F::K k = constants;
   Parts d = parts;
   const auto s = n.at(0, 0);
-  for (u64 i = 0; i < M; i += F::LANES, d.from += F::LANES, d.to += F::LANES) {
-    auto x0 = F::load(d.from), x1 = F::load(d.from + d.from_stride);
+  for (u64 i = 0; i < M; i += F::LANES, d.from += vector_words<F, FROM>(), d.to += vector_words<F, TO>()) {
+    auto x0 = take<F, FROM>(d.from), x1 = take<F, FROM>(d.from + d.from_stride);
     F::forward2(x0, x1, s, k);
-    put<F, STREAM>(d.to, x0);
-    put<F, STREAM>(d.to + d.to_stride, x1);
+    put<F, TO>(d.to, x0, k);
+    put<F, TO>(d.to + d.to_stride, x1, k);
   }
 }
-template <class F>
+template <class F, Form FROM, Form TO>
 void step2_inverse(const Node<F>& n, const typename F::K& constants, const Parts& parts, u64 M) {
   const typename F::K k = constants;
   Parts d = parts;
   const auto s = n.at(0, 0);
-  for (u64 i = 0; i < M; i += F::LANES, d.from += F::LANES, d.to += F::LANES) {
-    auto x0 = F::load(d.from), x1 = F::load(d.from + d.from_stride);
+  for (u64 i = 0; i < M; i += F::LANES, d.from += vector_words<F, FROM>(), d.to += vector_words<F, TO>()) {
+    auto x0 = take<F, FROM>(d.from), x1 = take<F, FROM>(d.from + d.from_stride);
     F::inverse2(x0, x1, s, k);
-    F::store(d.to, x0);
-    F::store(d.to + d.to_stride, x1);
+    put<F, TO>(d.to, x0, k);
+    put<F, TO>(d.to + d.to_stride, x1, k);
   }
 }
 
-template <class F, bool STREAM = false>
+template <class F, Form FROM, Form TO>
 void step4_forward(const Node<F>& n, const typename F::K& constants, const Parts& parts, u64 M) {
   const typename F::K k = constants;
   Parts d = parts;
   const auto s2 = n.at(0, 0), s = n.at(1, 0), is = n.at(1, 1);
-  for (u64 i = 0; i < M; i += F::LANES, d.from += F::LANES, d.to += F::LANES) {
-    auto x0 = F::load(d.from), x1 = F::load(d.from + d.from_stride), x2 = F::load(d.from + 2 * d.from_stride),
-         x3 = F::load(d.from + 3 * d.from_stride);
+  for (u64 i = 0; i < M; i += F::LANES, d.from += vector_words<F, FROM>(), d.to += vector_words<F, TO>()) {
+    auto x0 = take<F, FROM>(d.from), x1 = take_raised<F, FROM>(d.from + d.from_stride, k),
+         x2 = take<F, FROM>(d.from + 2 * d.from_stride), x3 = take<F, FROM>(d.from + 3 * d.from_stride);
     F::forward4(x0, x1, x2, x3, s2, s, is, k);
-    put<F, STREAM>(d.to, x0);
-    put<F, STREAM>(d.to + d.to_stride, x1);
-    put<F, STREAM>(d.to + 2 * d.to_stride, x2);
-    put<F, STREAM>(d.to + 3 * d.to_stride, x3);
+    put<F, TO>(d.to, x0, k);
+    put<F, TO>(d.to + d.to_stride, x1, k);
+    put<F, TO>(d.to + 2 * d.to_stride, x2, k);
+    put<F, TO>(d.to + 3 * d.to_stride, x3, k);
   }
 }
 // At the root, with nothing in the upper half.
@@ -131,19 +159,19 @@ template <class F> void step4_forward_half(const Constants<F>& c, u64* d, u64 M)
     F::store(e + 3 * M, x3);
   }
 }
-template <class F>
+template <class F, Form FROM, Form TO>
 void step4_inverse(const Node<F>& n, const typename F::K& constants, const Parts& parts, u64 M) {
   const typename F::K k = constants;
   Parts d = parts;
   const auto s2 = n.at(0, 0), s = n.at(1, 0), is = n.at(1, 1);
-  for (u64 i = 0; i < M; i += F::LANES, d.from += F::LANES, d.to += F::LANES) {
-    auto x0 = F::load(d.from), x1 = F::load(d.from + d.from_stride), x2 = F::load(d.from + 2 * d.from_stride),
-         x3 = F::load(d.from + 3 * d.from_stride);
+  for (u64 i = 0; i < M; i += F::LANES, d.from += vector_words<F, FROM>(), d.to += vector_words<F, TO>()) {
+    auto x0 = take<F, FROM>(d.from), x1 = take<F, FROM>(d.from + d.from_stride),
+         x2 = take<F, FROM>(d.from + 2 * d.from_stride), x3 = take<F, FROM>(d.from + 3 * d.from_stride);
     F::inverse4(x0, x1, x2, x3, s2, s, is, k);
-    F::store(d.to, x0);
-    F::store(d.to + d.to_stride, x1);
-    F::store(d.to + 2 * d.to_stride, x2);
-    F::store(d.to + 3 * d.to_stride, x3);
+    put<F, TO>(d.to, x0, k);
+    put<F, TO>(d.to + d.to_stride, x1, k);
+    put<F, TO>(d.to + 2 * d.to_stride, x2, k);
+    put<F, TO>(d.to + 3 * d.to_stride, x3, k);
   }
 }
 
@@ -162,48 +190,51 @@ template <class F>
 }
 
 // A radix-8 step: a radix-4 step over both halves of every quarter, then a radix-2 step in each quarter.
-template <class F, bool STREAM = false>
+template <class F, Form FROM, Form TO>
 void step8_forward(const Node<F>& n, const typename F::K& constants, const Parts& parts, u64 M) {
   const typename F::K k = constants;
   Parts d = parts;
-  for (u64 i = 0; i < M; i += F::LANES, d.from += F::LANES, d.to += F::LANES) {
+  for (u64 i = 0; i < M; i += F::LANES, d.from += vector_words<F, FROM>(), d.to += vector_words<F, TO>()) {
     typename F::V x[8];
-    for (u64 t = 0; t < 8; t++) x[t] = F::load(d.from + t * d.from_stride);
+    for (u64 t = 0; t < 8; t++) {
+      const u64* const from = d.from + t * d.from_stride;
+      x[t] = t == 2 || t == 3 ? take_raised<F, FROM>(from, k) : take<F, FROM>(from);
+    }
     split8<F>(n, x, k);
     for (u64 t = 0; t < 4; t++) F::forward2(x[2 * t], x[2 * t + 1], n.at(2, t), k);
-    for (u64 t = 0; t < 8; t++) put<F, STREAM>(d.to + t * d.to_stride, x[t]);
+    for (u64 t = 0; t < 8; t++) put<F, TO>(d.to + t * d.to_stride, x[t], k);
   }
 }
-template <class F>
+template <class F, Form FROM, Form TO>
 void step8_inverse(const Node<F>& n, const typename F::K& constants, const Parts& parts, u64 M) {
   const typename F::K k = constants;
   Parts d = parts;
-  for (u64 i = 0; i < M; i += F::LANES, d.from += F::LANES, d.to += F::LANES) {
+  for (u64 i = 0; i < M; i += F::LANES, d.from += vector_words<F, FROM>(), d.to += vector_words<F, TO>()) {
     typename F::V x[8];
-    for (u64 t = 0; t < 8; t++) x[t] = F::load(d.from + t * d.from_stride);
+    for (u64 t = 0; t < 8; t++) x[t] = take<F, FROM>(d.from + t * d.from_stride);
     for (u64 t = 0; t < 4; t++) F::inverse2(x[2 * t], x[2 * t + 1], n.at(2, t), k);
     join8<F>(n, x, k);
-    for (u64 t = 0; t < 8; t++) F::store(d.to + t * d.to_stride, x[t]);
+    for (u64 t = 0; t < 8; t++) put<F, TO>(d.to + t * d.to_stride, x[t], k);
   }
 }
 
-template <class F, bool STREAM = false>
+template <class F, Form FROM = Form::plain, Form TO = Form::plain>
 void step_forward(u32 steps, const Node<F>& node, const typename F::K& k, const Parts& d, u64 M) {
   if (steps == 2)
-    step4_forward<F, STREAM>(node, k, d, M);
+    step4_forward<F, FROM, TO>(node, k, d, M);
   else if (steps == 3)
-    step8_forward<F, STREAM>(node, k, d, M);
+    step8_forward<F, FROM, TO>(node, k, d, M);
   else
-    step2_forward<F, STREAM>(node, k, d, M);
+    step2_forward<F, FROM, TO>(node, k, d, M);
 }
-template <class F>
+template <class F, Form FROM = Form::plain, Form TO = Form::plain>
 void step_inverse(u32 steps, const Node<F>& node, const typename F::K& k, const Parts& d, u64 M) {
   if (steps == 2)
-    step4_inverse<F>(node, k, d, M);
+    step4_inverse<F, FROM, TO>(node, k, d, M);
   else if (steps == 3)
-    step8_inverse<F>(node, k, d, M);
+    step8_inverse<F, FROM, TO>(node, k, d, M);
   else
-    step2_inverse<F>(node, k, d, M);
+    step2_inverse<F, FROM, TO>(node, k, d, M);
 }
 
 // Base blocks j .. j + I - 1, interleaved so that their chains of dependent operations overlap, with all
@@ -427,6 +458,17 @@ template <class F> struct BaseBlocks {
     step_inverse<F>(steps, node, c.k, in_place(d, M), M);
   }
 };
+// The same, and the transformed points are packed: those at base + i go to the row at `to`.
+template <class F> struct PackedBlocks : BaseBlocks<F> {
+  const u64* base;
+  u64* to;
+  PackedBlocks(const u64* row, u64* packed) : base(row), to(packed) {}
+  void forward(u32 steps, const Node<F>& node, const Constants<F>& c, const u64* from, u64* d) const {
+    BaseBlocks<F>::forward(steps, node, c, from, d);
+    const u64 at = static_cast<u64>(d - base);
+    F::template pack_rows<false>(to + at / 4 * 3, 0, d, u64{1} << (BaseBlocks<F>::STOP_LOG + steps), 1, c.k);
+  }
+};
 // Rows of a tile, row i at base + i 2^log_tile, which the last forward step brings to the matrix and the
 // first inverse step fetches from there, row i at matrix + i stride.
 template <class F> struct MatrixRows {
@@ -434,21 +476,34 @@ template <class F> struct MatrixRows {
   u64* base;
   u64* matrix;
   u64 stride;
-  bool stream;
+  bool stream, packed;
   u32 stop_log() const { return log_tile; }
   u64* row_of(const u64* d) const { return matrix + (static_cast<u64>(d - base) >> log_tile) * stride; }
   void forward(u32 steps, const Node<F>& node, const Constants<F>& c, const u64* from, u64* d) const {
     const u64 T = u64{1} << log_tile;
     const Parts parts{from, T, row_of(d), stride};
+    if constexpr (F::PACKS) {
+      if (packed) {
+        if (stream && T % 32 == 0) // whole lines
+          F::template pack_rows<true>(parts.to, stride, d, T, u64{1} << steps, c.k);
+        else
+          F::template pack_rows<false>(parts.to, stride, d, T, u64{1} << steps, c.k);
+        return;
+      }
+    }
     if (stream)
-      step_forward<F, true>(steps, node, c.k, parts, T);
+      step_forward<F, Form::plain, Form::streamed>(steps, node, c.k, parts, T);
     else
       step_forward<F>(steps, node, c.k, parts, T);
   }
   void inverse(u32 steps, const Node<F>& node, const Constants<F>& c, u64* d) const {
     const u64 T = u64{1} << log_tile;
     c.ahead.advance(u64{1} << steps);
-    step_inverse<F>(steps, node, c.k, {row_of(d), stride, d, T}, T);
+    const Parts parts{row_of(d), stride, d, T};
+    if constexpr (F::PACKS) {
+      if (packed) return step_inverse<F, Form::packed>(steps, node, c.k, parts, T);
+    }
+    step_inverse<F>(steps, node, c.k, parts, T);
   }
 };
 
@@ -477,6 +532,25 @@ void inverse(const Tree& tree, const Constants<F>& c, u64* d, u32 size_log, u32 
     inverse<F>(tree, c, d + t * M, part_log, level + steps, (j << steps) + t, bottom);
   }
   step_inverse<F>(steps, node, c.k, in_place(d, M), M);
+}
+
+// The same with the first or the last step from or to a packed row; of more than one step.
+template <class F, class Bottom>
+void forward_packed(const Tree& tree, const Constants<F>& c, const u64* from, u64* d, u32 size_log,
+                    const Bottom& bottom) {
+  const u32 steps = levels_of_step(size_log - bottom.stop_log()), part_log = size_log - steps;
+  const u64 M = u64{1} << part_log;
+  step_forward<F, Form::packed>(steps, {tree, 0, 0}, c.k, {from, M / 4 * 3, d, M}, M);
+  for (u64 t = 0; t < u64{1} << steps; t++)
+    forward<F>(tree, c, d + t * M, d + t * M, part_log, steps, t, bottom);
+}
+template <class F, class Bottom>
+void inverse_packed(const Tree& tree, const Constants<F>& c, u64* d, u64* to, u32 size_log,
+                    const Bottom& bottom) {
+  const u32 steps = levels_of_step(size_log - bottom.stop_log()), part_log = size_log - steps;
+  const u64 M = u64{1} << part_log;
+  for (u64 t = 0; t < u64{1} << steps; t++) inverse<F>(tree, c, d + t * M, part_log, steps, t, bottom);
+  step_inverse<F, Form::plain, Form::packed>(steps, {tree, 0, 0}, c.k, {d, M, to, M / 4 * 3}, M);
 }
 
 } // namespace

@@ -76,63 +76,85 @@ Tree row_tree(const Shape& shape, u32 prime, u32 direction, u64 row, u64* memory
   return made_tree<F>(shape, prime, direction, third, node, memory + direction * shape.row_list_words(), k);
 }
 
-// to <- the transform of the row at `from`, which may be `to`.
+// to <- the transform of the row at `from`, which may be `to` unless it is packed.
 template <class F>
 void forward_points(const Shape& shape, const Tree& tree, const Constants<F>& c, const u64* from, u64* to) {
+  if constexpr (F::PACKS) {
+    if (shape.packed) return forward_packed<F>(tree, c, from, to, shape.log_columns, BaseBlocks<F>());
+  }
   forward<F>(tree, c, from, to, shape.log_columns, 0, 0, BaseBlocks<F>());
+}
+
+// Row x <- its transform, through `buffer`, a row's points.
+template <class F>
+void transform_row(const Shape& shape, const Tree& tree, const Constants<F>& c, u64* x, u64* buffer) {
+  if constexpr (F::PACKS) {
+    if (shape.packed) {
+      return forward_packed<F>(tree, c, x, buffer, shape.log_columns, PackedBlocks<F>(buffer, x));
+    }
+  }
+  forward_points<F>(shape, tree, c, x, x);
 }
 
 // Fetch the row at x during the next transform of a row.
 template <class F> void row_ahead(const Shape& shape, const Constants<F>& c, const u64* x) {
   constexpr u64 POINTS = u64{1} << shape_of(F::BACKEND).base_log;
   if (!shape.stream) return; // the hardware sees to what is near
-  c.ahead = {x, POINTS, POINTS / 8, shape.columns() / POINTS};
+  const u64 words = shape.words_of(POINTS);
+  c.ahead = {x, words, words / 8, shape.columns() / POINTS};
 }
 
 template <class F> void forward_row(const Shape& shape, u32 prime, u64 row, u64* x, u64* area) {
   const Constants<F> c(prime_table(F::BACKEND, prime));
   const Tree tree = row_tree<F>(shape, prime, 0, row, area + 2 * shape.columns(), c.k);
-  forward_points<F>(shape, tree, c, x, x);
+  transform_row<F>(shape, tree, c, x, area);
 }
 
-// The operand's transformed row: the row itself, or its transform in `to`.
-template <class F>
-const u64* ready_row(const Shape& shape, const Tree& tree, const Constants<F>& c, const u64* x, bool raw,
-                     u64* to) {
-  if (!raw) return x;
-  forward_points<F>(shape, tree, c, x, to);
-  return to;
-}
+// A transformed row, a factor of pointwise products.
+struct Points {
+  const u64* at;
+  bool packed;
+};
 
 // out <- x y with its sign, the first of `count`, or out +- x y.
-template <class F>
-void multiply_points(const Shape& shape, const Tree& tree, const Constants<F>& c, u64* out, const u64* x,
-                     const u64* y, u32 n, u32 count, bool subtract) {
-  constexpr BackendShape KERNEL = shape_of(F::BACKEND);
+template <class F, bool PACKED_X, bool PACKED_Y>
+void multiply_polynomials(const Shape& shape, const Tree& tree, const Constants<F>& c, u64* out, const u64* x,
+                          const u64* y, u32 n, u32 count, bool subtract) {
   const auto& k = c.k;
-  if constexpr (KERNEL.left_levels != 0) {
-    const u64* s = tree.s[shape.log_columns - KERNEL.base_log + 2];
-    for (u64 i = 0; i < shape.columns(); i += 64, s += 4) {
-      typename F::V v[8];
-      const auto moduli = F::moduli(s, tree.s_quotients, k);
-      if (x == y)
-        F::square_polynomials(v, x + i, moduli, k);
-      else
-        F::multiply_polynomials(v, x + i, y + i, moduli, k);
-      for (u32 t = 0; t < 8; t++) {
-        u64* const to = out + i + 8 * t;
-        if (n != 0)
-          v[t] = F::accumulate(F::load(to), v[t], subtract, k);
-        else if (count != 1)
-          v[t] = F::first_term(v[t], subtract, k);
-        else if (subtract)
-          v[t] = F::negative(v[t], k);
-        F::store(to, v[t]);
-      }
+  const u64* s = tree.s[shape.log_columns - shape_of(F::BACKEND).base_log + 2];
+  for (u64 i = 0; i < shape.columns(); i += 64, s += 4) {
+    typename F::V v[8];
+    const auto moduli = F::moduli(s, tree.s_quotients, k);
+    const u64 *const xi = x + (PACKED_X ? i / 4 * 3 : i), *const yi = y + (PACKED_Y ? i / 4 * 3 : i);
+    if (PACKED_X == PACKED_Y && x == y)
+      F::template square_polynomials<PACKED_X>(v, xi, moduli, k);
+    else
+      F::template multiply_polynomials<PACKED_X, PACKED_Y>(v, xi, yi, moduli, k);
+    for (u32 t = 0; t < 8; t++) {
+      u64* const to = out + i + 8 * t;
+      if (n != 0)
+        v[t] = F::accumulate(F::load(to), v[t], subtract, k);
+      else if (count != 1)
+        v[t] = F::first_term(v[t], subtract, k);
+      else if (subtract)
+        v[t] = F::negative(v[t], k);
+      F::store(to, v[t]);
     }
+  }
+}
+
+template <class F>
+void multiply_points(const Shape& shape, const Tree& tree, const Constants<F>& c, u64* out, const Points& x,
+                     const Points& y, u32 n, u32 count, bool subtract) {
+  const auto& k = c.k;
+  if constexpr (shape_of(F::BACKEND).left_levels != 0) {
+    const auto multiply =
+        x.packed ? (y.packed ? multiply_polynomials<F, true, true> : multiply_polynomials<F, true, false>)
+                 : (y.packed ? multiply_polynomials<F, false, true> : multiply_polynomials<F, false, false>);
+    multiply(shape, tree, c, out, x.at, y.at, n, count, subtract);
   } else {
     for (u64 i = 0; i < shape.columns(); i += F::LANES) {
-      auto v = F::product(F::load(x + i), F::load(y + i), k);
+      auto v = F::product(F::load(x.at + i), F::load(y.at + i), k);
       if (n != 0)
         v = F::accumulate(F::load(out + i), v, subtract, k);
       else if (subtract)
@@ -148,6 +170,7 @@ void product_row(const Shape& shape, u32 prime, u64 row, const RowPair* pairs, u
   const Constants<F> c(prime_table(F::BACKEND, prime));
   const auto& k = c.k;
   const u64 C = shape.columns();
+  const bool packed = shape.packed;
   u64* const lists = area + 2 * C;
   // The products of polynomials ask for their moduli.
   Tree tree{};
@@ -155,26 +178,35 @@ void product_row(const Shape& shape, u32 prime, u64 row, const RowPair* pairs, u
   for (u32 i = 0; i < count; i++) factors = factors || pairs[i].x_raw || pairs[i].y_raw;
   if (factors) tree = row_tree<F>(shape, prime, 0, row, lists, k);
 
-  u64* const out = pairs[0].x;
+  // The sum grows where the first row lies, or if that is packed, in the area.
+  u64* const out = packed ? area : pairs[0].x;
   for (u32 n = 0; n < count; n++) {
     const RowPair& pair = pairs[n];
-    const u64* x = out;
-    if (n != 0)
-      x = ready_row<F>(shape, tree, c, pair.x, pair.x_raw, area);
-    else if (pair.x_raw) {
+    Points x{pair.x, packed};
+    if (pair.x_raw && n == 0) {
       if (pair.y != pair.x) row_ahead<F>(shape, c, pair.y);
-      forward_points<F>(shape, tree, c, out, out);
+      forward_points<F>(shape, tree, c, pair.x, out);
+      x = {out, false};
+    } else if (pair.x_raw) {
+      transform_row<F>(shape, tree, c, pair.x, area + C);
     }
-    const u64* y = x;
+    Points y = x;
     if (pair.y != pair.x) {
-      // A row that may be overwritten is transformed where it lies: elsewhere takes 2 % longer.
-      u64* const to = pair.y_free ? const_cast<u64*>(pair.y) : area + C;
-      y = ready_row<F>(shape, tree, c, pair.y, pair.y_raw, to);
+      y = {pair.y, packed};
+      if (pair.y_raw) {
+        // A row that may be overwritten is transformed where it lies: elsewhere takes 2 % longer.
+        u64* const to = pair.y_free && !packed ? const_cast<u64*>(pair.y) : area + C;
+        forward_points<F>(shape, tree, c, pair.y, to);
+        y = {to, false};
+      }
     }
     multiply_points<F>(shape, tree, c, out, x, y, n, count, pair.subtract);
   }
   const Tree back = row_tree<F>(shape, prime, 1, row, lists, k);
-  if (row + 1 < shape.rows()) row_ahead<F>(shape, c, out + shape.row_stride());
+  if (row + 1 < shape.rows()) row_ahead<F>(shape, c, pairs[0].x + shape.row_stride());
+  if constexpr (F::PACKS) {
+    if (packed) return inverse_packed<F>(back, c, out, pairs[0].x, shape.log_columns, BaseBlocks<F>());
+  }
   inverse<F>(back, c, out, shape.log_columns, 0, 0, BaseBlocks<F>());
 }
 

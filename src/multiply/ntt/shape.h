@@ -15,6 +15,9 @@
 // Layout. The transform of one prime is a matrix of R rows and C columns, point r C + c in row r; C = 2^k,
 // R = 2^k or 3 2^k. Columns are transformed in tiles of T columns, rows on their own. Rows are padded so that
 // a column's points do not fall into one set of a cache.
+//
+// A long transform modulo 48-bit primes is packed: a point lies in memory as six bytes, one after another,
+// and is unpacked on its way into the caches. That is a quarter less memory, and to be moved.
 #pragma once
 
 #include "multiply/ntt/twiddles.h"
@@ -35,13 +38,16 @@ struct Shape {
   u32 log_tile = 0;    // T
   bool direct = false; // every factor lies in the stored lists
   bool stream = false; // the data exceed the caches: write around them
+  bool packed = false; // a point takes six bytes, not eight
 
   u64 N() const { return u64{r} << (log_rows + log_columns); }
   u64 rows() const { return u64{r} << log_rows; }
   u64 columns() const { return u64{1} << log_columns; }
   u64 tile() const { return u64{1} << log_tile; }
   u64 tiles() const { return u64{1} << (log_columns - log_tile); }
-  u64 row_stride() const { return columns() + (log_rows + log_columns > 14 ? 40 : 8); } // words
+  // Words that `points` neighbouring points of the matrix take, a multiple of 4 if packed.
+  u64 words_of(u64 points) const { return packed ? points / 4 * 3 : points; }
+  u64 row_stride() const { return words_of(columns()) + (log_rows + log_columns > 14 ? 40 : 8); } // words
   u64 prime_stride() const { return rows() * row_stride(); }
 
   u64 capacity_bits() const { return N() * b; }
