@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
-#include <cstring>
 
 #include "shell/exception.h"
 
@@ -81,6 +80,15 @@ u64 decode(Backend backend, u64 stored, u64 p) {
   return static_cast<u64>(x < 0 ? x + static_cast<s64>(p) : x);
 }
 
+// Point `column` of a packed row: of four vectors of eight points three have their lines, in the lower 48
+// bits of each word, and the fourth is shared out among the upper 16.
+u64 packed_point(const u64* row, u64 column) {
+  const u64* const group = row + column / 32 * 24;
+  const u64 lane = column % 8, vector = column / 8 % 4;
+  if (vector < 3) return group[8 * vector + lane] << 16 >> 16;
+  return group[lane] >> 48 | group[8 + lane] >> 48 << 16 | group[16 + lane] >> 48 << 32;
+}
+
 // Forward: the digits' polynomial, times the backend's factor, modulo x^M - c for all (N / M)-th roots of
 // unity c, in whatever order: values when M = 1. Blocks of 8 M points hold coefficient t of 8 parts side by
 // side.
@@ -149,11 +157,8 @@ TEST(Ntt, TransformIsEvaluation) {
             residue[t] = field.mul(value, factor);
             const u64 point = i / 8 * 8 * M + i % 8 + 8 * t; // M = 1: i
             const u64 row = point >> s.log_columns, column = point & (s.columns() - 1);
-            u64 bits = 0;
-            const u64 bytes = packed ? 6 : 8;
-            std::memcpy(&bits,
-                        reinterpret_cast<const u8*>(data.words() + row * s.row_stride()) + column * bytes,
-                        bytes);
+            const u64* const at = data.words() + row * s.row_stride();
+            const u64 bits = packed ? packed_point(at, column) : at[column];
             stored[t] = decode(backend, bits, field.p());
           }
           want.push_back(residue);

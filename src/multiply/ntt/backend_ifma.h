@@ -22,8 +22,6 @@
 #include <immintrin.h>
 #pragma GCC diagnostic pop
 
-#include <array>
-
 #include "multiply/ntt/twiddles.h"
 #include "shell/types.h"
 
@@ -41,10 +39,6 @@ struct Ifma {
 
   struct Tw {
     V w, q;
-  };
-  struct ByteOrder {
-    alignas(64) u8 from[64];
-    V load() const { return _mm512_load_si512(from); }
   };
   struct K {
     V minus_p, p, p2, p4, p6, p8, montgomery, reciprocal;
@@ -94,62 +88,35 @@ struct Ifma {
     return low(x, _mm512_srli_epi64(high(zero(), x, k.reciprocal), 36), k.minus_p);
   }
 
-  // Points in memory: one word each, or packed in six bytes, eight in PACKED_WORDS words.
-  static constexpr u64 PACKED_WORDS = 6;
-  // Eight packed points; 64 bytes are read.
-  NTT_INLINE V unpack(const u64* a) {
-    static constexpr ByteOrder ORDER = [] {
-      ByteOrder order{};
-      for (u32 i = 0; i < 64; i++) order.from[i] = static_cast<u8>(6 * (i / 8) + i % 8);
-      return order;
-    }();
-    return _mm512_maskz_permutexvar_epi8(0x3f3f3f3f3f3f3f3f, ORDER.load(), _mm512_loadu_si512(a));
+  // Packed points: a group of four vectors takes three lines of memory. Vectors 0 to 2 have theirs in the
+  // lower 48 bits, the upper 16 of line i are bits 16 i and on of vector 3.
+  static constexpr u64 LOW_48 = (u64{1} << 48) - 1;
+  template <u32 I> NTT_INLINE V unpack(const u64* group) {
+    if constexpr (I < 3) {
+      return _mm512_and_si512(load(group + 8 * I), set(LOW_48));
+    } else {
+      const V a = _mm512_srli_epi64(load(group), 48), b = _mm512_srli_epi64(load(group + 8), 32);
+      return choose<0xffff>(a, choose<0xffffffff>(b, _mm512_srli_epi64(load(group + 16), 16)));
+    }
+  }
+  // Line I < 3 from its own vector and vector 3, whatever stands above their lower 48 bits.
+  template <u32 I> NTT_INLINE V line(V own, V last) {
+    return choose<LOW_48>(own, _mm512_slli_epi64(last, 48 - 16 * I));
+  }
+  // The bits of MASK from a, the others from b.
+  template <u64 MASK_A> NTT_INLINE V choose(V a, V b) {
+    return _mm512_ternarylogic_epi64(set(MASK_A), a, b, 0xca);
   }
   // Into the range of a forward step.
   NTT_INLINE V raise(V x, const K& k) { return add(x, k.p2); }
-  NTT_INLINE void pack_reduced(u64* a, V x) {
-    static constexpr ByteOrder ORDER = [] {
-      ByteOrder order{};
-      for (u32 i = 0; i < 48; i++) order.from[i] = static_cast<u8>(i / 6 * 8 + i % 6);
-      return order;
-    }();
-    _mm512_mask_storeu_epi64(a, 0x3f, _mm512_permutexvar_epi8(ORDER.load(), x));
-  }
-  // From [0, 2).
-  NTT_INLINE void pack(u64* a, V x, const K& k) { pack_reduced(a, reduce_once(x, k)); }
-  // Four reduced vectors fill three cache lines, written around the caches with STREAM; `to` is then the
-  // beginning of one.
-  template <bool STREAM> NTT_INLINE void pack_lines(u64* to, V a, V b, V c, V d) {
-    // Line i has its bytes from vectors i and i + 1.
-    static constexpr auto ORDERS = [] {
-      std::array<ByteOrder, 3> orders{};
-      for (u32 byte = 0; byte < 192; byte++) {
-        const u32 point = byte / 6, line = byte / 64;
-        orders[line].from[byte % 64] = static_cast<u8>((point / 8 - line) * 64 + point % 8 * 8 + byte % 6);
-      }
-      return orders;
-    }();
-    const auto write = [](u64* line, V v) {
-      if constexpr (STREAM)
-        stream(line, v);
-      else
-        _mm512_storeu_si512(line, v);
-    };
-    write(to, _mm512_permutex2var_epi8(a, ORDERS[0].load(), b));
-    write(to + 8, _mm512_permutex2var_epi8(b, ORDERS[1].load(), c));
-    write(to + 16, _mm512_permutex2var_epi8(c, ORDERS[2].load(), d));
-  }
-  // Rows of n points from [0, 16), n a multiple of 8: row i from i n behind `from` to i stride behind `to`.
-  template <bool STREAM>
-  NTT_INLINE void pack_rows(u64* to, u64 stride, const u64* from, u64 n, u64 rows, const K& constants) {
+  // n points from [0, 16), n a multiple of 32.
+  NTT_INLINE void pack_points(u64* to, const u64* from, u64 n, const K& constants) {
     const K k = constants;
-    for (u64 row = 0; row < rows; row++, to += stride) {
-      u64* out = to;
-      u64 i = 0;
-      for (; i + 32 <= n; i += 32, from += 32, out += 4 * PACKED_WORDS)
-        pack_lines<STREAM>(out, reduce(load(from), k), reduce(load(from + 8), k), reduce(load(from + 16), k),
-                           reduce(load(from + 24), k));
-      for (; i < n; i += 8, from += 8, out += PACKED_WORDS) pack_reduced(out, reduce(load(from), k));
+    for (u64 i = 0; i < n; i += 32, from += 32, to += 24) {
+      const V last = reduce(load(from + 24), k);
+      store(to, line<0>(reduce(load(from), k), last));
+      store(to + 8, line<1>(reduce(load(from + 8), k), last));
+      store(to + 16, line<2>(reduce(load(from + 16), k), last));
     }
   }
 
@@ -279,16 +246,30 @@ struct Ifma {
   // the high half is below 3.1 * 3.1 / 16 = 0.601, with c y in [0, 2) below 0.39; eight of them < 4.81. The
   // low halves add up to less than 2^55: what they carry is below 8. With m = low / p modulo 2^52 the low
   // halves of the sum and of m p are equal; their high halves' difference lies above -1. Returns (0, 5.9).
-  template <bool PACKED> NTT_INLINE V coefficient(const u64* x, u32 t) {
-    if constexpr (PACKED)
-      return unpack(x + PACKED_WORDS * t);
-    else
-      return load(x + 8 * t);
+  // v[t] <- coefficient t of eight polynomials.
+  template <bool PACKED> NTT_INLINE void coefficients(V* v, const u64* x) {
+    if constexpr (PACKED) {
+      for (u32 half = 0; half < 2; half++, v += 4, x += 24) {
+        v[0] = unpack<0>(x);
+        v[1] = unpack<1>(x);
+        v[2] = unpack<2>(x);
+        v[3] = unpack<3>(x);
+      }
+    } else {
+      for (u32 t = 0; t < 8; t++) v[t] = load(x + 8 * t);
+    }
   }
   template <bool PACKED_X, bool PACKED_Y>
   NTT_INLINE void multiply_polynomials(V* z, const u64* x, const u64* y, const Tw& c, const K& k) {
     V by[15], low_sum[8], high_sum[8]; // c y_1 .. c y_7, y_0 .. y_7
-    for (u32 t = 0; t < 8; t++) by[7 + t] = coefficient<PACKED_Y>(y, t);
+    alignas(64) u64 unpacked[64];
+    if constexpr (PACKED_X) {
+      V v[8];
+      coefficients<true>(v, x);
+      for (u32 t = 0; t < 8; t++) store(unpacked + 8 * t, v[t]);
+      x = unpacked;
+    }
+    coefficients<PACKED_Y>(by + 7, y);
     for (u32 t = 1; t < 8; t++) by[t - 1] = mul(by[7 + t], c, k);
     for (u32 t = 0; t < 8; t++) {
       low_sum[t] = zero();
@@ -296,7 +277,7 @@ struct Ifma {
     }
 #pragma GCC unroll 8
     for (u32 i = 0; i < 8; i++) {
-      const V a = coefficient<PACKED_X>(x, i);
+      const V a = load(x + 8 * i);
 #pragma GCC unroll 8
       for (u32 t = 0; t < 8; t++) {
         low_sum[t] = low(low_sum[t], a, by[7 + t - i]);
@@ -308,8 +289,8 @@ struct Ifma {
   // z <- x^2 / 2^52: terms with i < j once, with 2 x_i < 6.2.
   template <bool PACKED> NTT_INLINE void square_polynomials(V* z, const u64* x, const Tw& c, const K& k) {
     V by[8], twice[8], wrapped[8], low_sum[8], high_sum[8];
+    coefficients<PACKED>(by, x);
     for (u32 t = 0; t < 8; t++) {
-      by[t] = coefficient<PACKED>(x, t);
       twice[t] = add(by[t], by[t]);
       wrapped[t] = t < 4 ? by[t] : mul(by[t], c, k);
       low_sum[t] = zero();

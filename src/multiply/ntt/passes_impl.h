@@ -4,6 +4,8 @@
 // inverse mirrors every step. A node is (level, j), its factor tree.s[level][j].
 #pragma once
 
+#include <type_traits>
+
 #include "multiply/ntt/shape.h"
 #include "multiply/ntt/twiddles.h"
 
@@ -59,40 +61,10 @@ template <class F> struct Node {
   }
 };
 
-// How points lie in memory: a word each; the same, written around the caches; or packed.
+// How points lie in memory: a word each; the same, written around the caches; or packed, where four vectors
+// make a group of three lines. Packed output goes around the caches from a forward step, the columns' last,
+// and into them from an inverse one, the rows' last.
 enum class Form { plain, streamed, packed };
-
-// The points at `a` that fill a vector; their writing, packed only the output of an inverse step; and the
-// words that they take.
-template <class F, Form FORM> [[gnu::always_inline]] inline typename F::V take(const u64* a) {
-  if constexpr (FORM == Form::packed)
-    return F::unpack(a);
-  else
-    return F::load(a);
-}
-// The same where a forward step subtracts from them.
-template <class F, Form FORM>
-[[gnu::always_inline]] inline typename F::V take_raised(const u64* a, const typename F::K& k) {
-  if constexpr (FORM == Form::packed)
-    return F::raise(F::unpack(a), k);
-  else
-    return F::load(a);
-}
-template <class F, Form FORM>
-[[gnu::always_inline]] inline void put(u64* a, typename F::V v, const typename F::K& k) {
-  if constexpr (FORM == Form::packed)
-    F::pack(a, v, k);
-  else if constexpr (FORM == Form::streamed)
-    F::stream(a, v);
-  else
-    F::store(a, v);
-}
-template <class F, Form FORM> constexpr u64 vector_words() {
-  if constexpr (FORM == Form::packed)
-    return F::PACKED_WORDS;
-  else
-    return F::LANES;
-}
 
 // A step of 2^steps parts of M points: from parts `from_stride` words apart to parts `to_stride` words apart,
 // which may be the same.
@@ -105,46 +77,85 @@ struct Parts {
 inline Parts in_place(u64* d, u64 M) {
   return {d, M, d, M};
 }
-// The steps copy their arguments: stores to the data cannot change a copy, so it stays in registers.
+// A step of PARTS parts, vector by vector: f makes the outputs of a vector of every part from its inputs. Of
+// packed groups the last vector comes first, as its bits go to the lines of the others.
+template <class F, u32 PARTS, bool INVERSE, Form FROM, Form TO, class Butterfly>
+[[gnu::always_inline]] inline void for_vectors(const typename F::K& k, const Parts& parts, u64 M,
+                                               const Butterfly& f) {
+  constexpr bool GROUPS = FROM == Form::packed || TO == Form::packed;
+  constexpr u32 GROUP = (GROUPS ? 4 : 1) * F::LANES; // points
+  constexpr u32 FROM_WORDS = FROM == Form::packed ? GROUP / 4 * 3 : GROUP;
+  constexpr u32 TO_WORDS = TO == Form::packed ? GROUP / 4 * 3 : GROUP;
+  Parts d = parts; // stores to the data cannot change a copy, so it stays in registers
+  for (u64 i = 0; i < M; i += GROUP, d.from += FROM_WORDS, d.to += TO_WORDS) {
+    typename F::V last[PARTS];
+    const auto vector = [&](auto number) __attribute__((always_inline)) {
+      constexpr u32 I = number;
+      typename F::V x[PARTS];
+#pragma GCC unroll 8
+      for (u32 t = 0; t < PARTS; t++) {
+        const u64* const from = d.from + t * d.from_stride;
+        if constexpr (FROM == Form::packed)
+          x[t] = F::template unpack<I>(from);
+        else
+          x[t] = F::load(from + I * F::LANES);
+      }
+      f(x);
+#pragma GCC unroll 8
+      for (u32 t = 0; t < PARTS; t++) {
+        u64* const to = d.to + t * d.to_stride + I * F::LANES;
+        if constexpr (TO == Form::packed) {
+          const auto v = INVERSE ? F::reduce_once(x[t], k) : F::reduce(x[t], k);
+          if constexpr (I == 3)
+            last[t] = v;
+          else if constexpr (INVERSE)
+            F::store(to, F::template line<I>(v, last[t]));
+          else
+            F::stream(to, F::template line<I>(v, last[t]));
+        } else if constexpr (TO == Form::streamed) {
+          F::stream(to, x[t]);
+        } else {
+          F::store(to, x[t]);
+        }
+      }
+    };
+    if constexpr (GROUPS) vector(std::integral_constant<u32, 3>());
+    vector(std::integral_constant<u32, 0>());
+    if constexpr (GROUPS) {
+      vector(std::integral_constant<u32, 1>());
+      vector(std::integral_constant<u32, 2>());
+    }
+  }
+}
+
 template <class F, Form FROM, Form TO>
 void step2_forward(const Node<F>& n, const typename F::K& constants, const Parts& parts, u64 M) {
   const typename F::K k = constants;
-  Parts d = parts;
   const auto s = n.at(0, 0);
-  for (u64 i = 0; i < M; i += F::LANES, d.from += vector_words<F, FROM>(), d.to += vector_words<F, TO>()) {
-    auto x0 = take<F, FROM>(d.from), x1 = take<F, FROM>(d.from + d.from_stride);
-    F::forward2(x0, x1, s, k);
-    put<F, TO>(d.to, x0, k);
-    put<F, TO>(d.to + d.to_stride, x1, k);
-  }
+  for_vectors<F, 2, false, FROM, TO>(k, parts, M, [&](auto* x) { F::forward2(x[0], x[1], s, k); });
 }
 template <class F, Form FROM, Form TO>
 void step2_inverse(const Node<F>& n, const typename F::K& constants, const Parts& parts, u64 M) {
   const typename F::K k = constants;
-  Parts d = parts;
   const auto s = n.at(0, 0);
-  for (u64 i = 0; i < M; i += F::LANES, d.from += vector_words<F, FROM>(), d.to += vector_words<F, TO>()) {
-    auto x0 = take<F, FROM>(d.from), x1 = take<F, FROM>(d.from + d.from_stride);
-    F::inverse2(x0, x1, s, k);
-    put<F, TO>(d.to, x0, k);
-    put<F, TO>(d.to + d.to_stride, x1, k);
-  }
+  for_vectors<F, 2, true, FROM, TO>(k, parts, M, [&](auto* x) { F::inverse2(x[0], x[1], s, k); });
 }
 
 template <class F, Form FROM, Form TO>
 void step4_forward(const Node<F>& n, const typename F::K& constants, const Parts& parts, u64 M) {
   const typename F::K k = constants;
-  Parts d = parts;
   const auto s2 = n.at(0, 0), s = n.at(1, 0), is = n.at(1, 1);
-  for (u64 i = 0; i < M; i += F::LANES, d.from += vector_words<F, FROM>(), d.to += vector_words<F, TO>()) {
-    auto x0 = take<F, FROM>(d.from), x1 = take_raised<F, FROM>(d.from + d.from_stride, k),
-         x2 = take<F, FROM>(d.from + 2 * d.from_stride), x3 = take<F, FROM>(d.from + 3 * d.from_stride);
-    F::forward4(x0, x1, x2, x3, s2, s, is, k);
-    put<F, TO>(d.to, x0, k);
-    put<F, TO>(d.to + d.to_stride, x1, k);
-    put<F, TO>(d.to + 2 * d.to_stride, x2, k);
-    put<F, TO>(d.to + 3 * d.to_stride, x3, k);
-  }
+  for_vectors<F, 4, false, FROM, TO>(k, parts, M, [&](auto* x) {
+    if constexpr (FROM == Form::packed) x[1] = F::raise(x[1], k);
+    F::forward4(x[0], x[1], x[2], x[3], s2, s, is, k);
+  });
+}
+template <class F, Form FROM, Form TO>
+void step4_inverse(const Node<F>& n, const typename F::K& constants, const Parts& parts, u64 M) {
+  const typename F::K k = constants;
+  const auto s2 = n.at(0, 0), s = n.at(1, 0), is = n.at(1, 1);
+  for_vectors<F, 4, true, FROM, TO>(k, parts, M,
+                                    [&](auto* x) { F::inverse4(x[0], x[1], x[2], x[3], s2, s, is, k); });
 }
 // At the root, with nothing in the upper half.
 template <class F> void step4_forward_half(const Constants<F>& c, u64* d, u64 M) {
@@ -159,22 +170,6 @@ template <class F> void step4_forward_half(const Constants<F>& c, u64* d, u64 M)
     F::store(e + 3 * M, x3);
   }
 }
-template <class F, Form FROM, Form TO>
-void step4_inverse(const Node<F>& n, const typename F::K& constants, const Parts& parts, u64 M) {
-  const typename F::K k = constants;
-  Parts d = parts;
-  const auto s2 = n.at(0, 0), s = n.at(1, 0), is = n.at(1, 1);
-  for (u64 i = 0; i < M; i += F::LANES, d.from += vector_words<F, FROM>(), d.to += vector_words<F, TO>()) {
-    auto x0 = take<F, FROM>(d.from), x1 = take<F, FROM>(d.from + d.from_stride),
-         x2 = take<F, FROM>(d.from + 2 * d.from_stride), x3 = take<F, FROM>(d.from + 3 * d.from_stride);
-    F::inverse4(x0, x1, x2, x3, s2, s, is, k);
-    put<F, TO>(d.to, x0, k);
-    put<F, TO>(d.to + d.to_stride, x1, k);
-    put<F, TO>(d.to + 2 * d.to_stride, x2, k);
-    put<F, TO>(d.to + 3 * d.to_stride, x3, k);
-  }
-}
-
 // Eight parts at node (level, j), each with its neighbours' factors.
 template <class F>
 [[gnu::always_inline]] inline void split8(const Node<F>& n, typename F::V* x, const typename F::K& k) {
@@ -193,29 +188,22 @@ template <class F>
 template <class F, Form FROM, Form TO>
 void step8_forward(const Node<F>& n, const typename F::K& constants, const Parts& parts, u64 M) {
   const typename F::K k = constants;
-  Parts d = parts;
-  for (u64 i = 0; i < M; i += F::LANES, d.from += vector_words<F, FROM>(), d.to += vector_words<F, TO>()) {
-    typename F::V x[8];
-    for (u64 t = 0; t < 8; t++) {
-      const u64* const from = d.from + t * d.from_stride;
-      x[t] = t == 2 || t == 3 ? take_raised<F, FROM>(from, k) : take<F, FROM>(from);
+  for_vectors<F, 8, false, FROM, TO>(k, parts, M, [&](auto* x) {
+    if constexpr (FROM == Form::packed) {
+      x[2] = F::raise(x[2], k);
+      x[3] = F::raise(x[3], k);
     }
     split8<F>(n, x, k);
     for (u64 t = 0; t < 4; t++) F::forward2(x[2 * t], x[2 * t + 1], n.at(2, t), k);
-    for (u64 t = 0; t < 8; t++) put<F, TO>(d.to + t * d.to_stride, x[t], k);
-  }
+  });
 }
 template <class F, Form FROM, Form TO>
 void step8_inverse(const Node<F>& n, const typename F::K& constants, const Parts& parts, u64 M) {
   const typename F::K k = constants;
-  Parts d = parts;
-  for (u64 i = 0; i < M; i += F::LANES, d.from += vector_words<F, FROM>(), d.to += vector_words<F, TO>()) {
-    typename F::V x[8];
-    for (u64 t = 0; t < 8; t++) x[t] = take<F, FROM>(d.from + t * d.from_stride);
+  for_vectors<F, 8, true, FROM, TO>(k, parts, M, [&](auto* x) {
     for (u64 t = 0; t < 4; t++) F::inverse2(x[2 * t], x[2 * t + 1], n.at(2, t), k);
     join8<F>(n, x, k);
-    for (u64 t = 0; t < 8; t++) put<F, TO>(d.to + t * d.to_stride, x[t], k);
-  }
+  });
 }
 
 template <class F, Form FROM = Form::plain, Form TO = Form::plain>
@@ -466,7 +454,7 @@ template <class F> struct PackedBlocks : BaseBlocks<F> {
   void forward(u32 steps, const Node<F>& node, const Constants<F>& c, const u64* from, u64* d) const {
     BaseBlocks<F>::forward(steps, node, c, from, d);
     const u64 at = static_cast<u64>(d - base);
-    F::template pack_rows<false>(to + at / 4 * 3, 0, d, u64{1} << (BaseBlocks<F>::STOP_LOG + steps), 1, c.k);
+    F::pack_points(to + at / 4 * 3, d, u64{1} << (BaseBlocks<F>::STOP_LOG + steps), c.k);
   }
 };
 // Rows of a tile, row i at base + i 2^log_tile, which the last forward step brings to the matrix and the
@@ -483,13 +471,7 @@ template <class F> struct MatrixRows {
     const u64 T = u64{1} << log_tile;
     const Parts parts{from, T, row_of(d), stride};
     if constexpr (F::PACKS) {
-      if (packed) {
-        if (stream && T % 32 == 0) // whole lines
-          F::template pack_rows<true>(parts.to, stride, d, T, u64{1} << steps, c.k);
-        else
-          F::template pack_rows<false>(parts.to, stride, d, T, u64{1} << steps, c.k);
-        return;
-      }
+      if (packed) return step_forward<F, Form::plain, Form::packed>(steps, node, c.k, parts, T);
     }
     if (stream)
       step_forward<F, Form::plain, Form::streamed>(steps, node, c.k, parts, T);

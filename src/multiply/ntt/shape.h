@@ -16,7 +16,7 @@
 // R = 2^k or 3 2^k. Columns are transformed in tiles of T columns, rows on their own. Rows are padded so that
 // a column's points do not fall into one set of a cache.
 //
-// A long transform modulo 48-bit primes is packed: a point lies in memory as six bytes, one after another,
+// A long transform modulo 48-bit primes is packed: a point takes six bytes of the matrix, 32 points 24 words,
 // and is unpacked on its way into the caches. That is a quarter less memory, and to be moved.
 #pragma once
 
@@ -45,7 +45,7 @@ struct Shape {
   u64 columns() const { return u64{1} << log_columns; }
   u64 tile() const { return u64{1} << log_tile; }
   u64 tiles() const { return u64{1} << (log_columns - log_tile); }
-  // Words that `points` neighbouring points of the matrix take, a multiple of 4 if packed.
+  // Words that `points` neighbouring points of the matrix take, a multiple of 32 if packed.
   u64 words_of(u64 points) const { return packed ? points / 4 * 3 : points; }
   u64 row_stride() const { return words_of(columns()) + (log_rows + log_columns > 14 ? 40 : 8); } // words
   u64 prime_stride() const { return rows() * row_stride(); }
