@@ -107,8 +107,6 @@ struct Ifma {
   template <u64 MASK_A> NTT_INLINE V choose(V a, V b) {
     return _mm512_ternarylogic_epi64(set(MASK_A), a, b, 0xca);
   }
-  // Into the range of a forward step.
-  NTT_INLINE V raise(V x, const K& k) { return add(x, k.p2); }
   // n points from [0, 16), n a multiple of 32.
   NTT_INLINE void pack_points(u64* to, const u64* from, u64 n, const K& constants) {
     const K k = constants;
@@ -142,6 +140,30 @@ struct Ifma {
     x1 = sub(y0, t);
     x2 = add(y2, u);
     x3 = sub(y2, u);
+  }
+  // The same from packed points, in [0, 1), which saves a reduction: a in [6, 7), and x1 is raised by 2.
+  NTT_INLINE void forward4_unpacked(V& x0, V& x1, V& x2, V& x3, const Tw& s2, const Tw& s, const Tw& is,
+                                    const K& k) {
+    const V a = add(x0, k.p6), b = mul(x2, s2, k), c = mul(x3, s2, k);
+    const V y0 = add(a, b), y2 = sub(a, b);
+    x1 = add(x1, k.p2);
+    const V t = mul(add(x1, c), s, k), u = mul(sub(x1, c), is, k);
+    x0 = add(y0, t);
+    x1 = sub(y0, t);
+    x2 = add(y2, u);
+    x3 = sub(y2, u);
+  }
+  // The same to reduced values. As these may come from all of [0, 16), x0 need not be reduced before: y0 in
+  // [2, 14), y2 in [2, 14).
+  NTT_INLINE void forward4_reduced(V& x0, V& x1, V& x2, V& x3, const Tw& s2, const Tw& s, const Tw& is,
+                                   const K& k) {
+    const V b = mul(x2, s2, k), c = mul(x3, s2, k);
+    const V y0 = add(x0, b), y2 = sub(add(x0, k.p2), b);
+    const V t = mul(add(x1, c), s, k), u = mul(sub(x1, c), is, k);
+    x0 = reduce(add(y0, t), k);
+    x1 = reduce(sub(y0, t), k);
+    x2 = reduce(add(y2, u), k);
+    x3 = reduce(sub(y2, u), k);
   }
   // The same at the root (s = 1) with x2 = x3 = 0. Returns [2, 7.1).
   NTT_INLINE void forward4_half(V& x0, V& x1, V& x2, V& x3, const Tw& i, const K& k) {
@@ -180,6 +202,16 @@ struct Ifma {
     x2 = mul(sub(add(y0, k.p4), y2), s2, k);
     x1 = red(add(y1, y3), k);
     x3 = mul(sub(add(y1, k.p2), y3), s2, k);
+  }
+  // The same to reduced values.
+  NTT_INLINE void inverse4_reduced(V& x0, V& x1, V& x2, V& x3, const Tw& s2, const Tw& s, const Tw& is,
+                                   const K& k) {
+    const V y0 = add(x0, x1), y1 = mul(sub(add(x0, k.p2), x1), s, k);
+    const V y2 = add(x2, x3), y3 = mul(sub(add(x2, k.p2), x3), is, k);
+    x0 = reduce(add(y0, y2), k);
+    x2 = reduce_once(mul(sub(add(y0, k.p4), y2), s2, k), k);
+    x1 = reduce(add(y1, y3), k);
+    x3 = reduce_once(mul(sub(add(y1, k.p2), y3), s2, k), k);
   }
   // From [0, 2): b + c < 4, everything < 8. Returns [0, 1.1).
   NTT_INLINE void inverse3(V& x0, V& x1, V& x2, const Tw& minus_half, const Tw& third, const K& k) {

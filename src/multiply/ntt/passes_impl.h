@@ -77,11 +77,11 @@ struct Parts {
 inline Parts in_place(u64* d, u64 M) {
   return {d, M, d, M};
 }
-// A step of PARTS parts, vector by vector: f makes the outputs of a vector of every part from its inputs. Of
-// packed groups the last vector comes first, as its bits go to the lines of the others.
+// A step of PARTS parts, vector by vector: f makes the outputs of a vector of every part from its inputs,
+// reduced ones where they are packed. Of packed groups the last vector comes first, as its bits go to the
+// lines of the others.
 template <class F, u32 PARTS, bool INVERSE, Form FROM, Form TO, class Butterfly>
-[[gnu::always_inline]] inline void for_vectors(const typename F::K& k, const Parts& parts, u64 M,
-                                               const Butterfly& f) {
+[[gnu::always_inline]] inline void for_vectors(const Parts& parts, u64 M, const Butterfly& f) {
   constexpr bool GROUPS = FROM == Form::packed || TO == Form::packed;
   constexpr u32 GROUP = (GROUPS ? 4 : 1) * F::LANES; // points
   constexpr u32 FROM_WORDS = FROM == Form::packed ? GROUP / 4 * 3 : GROUP;
@@ -105,13 +105,12 @@ template <class F, u32 PARTS, bool INVERSE, Form FROM, Form TO, class Butterfly>
       for (u32 t = 0; t < PARTS; t++) {
         u64* const to = d.to + t * d.to_stride + I * F::LANES;
         if constexpr (TO == Form::packed) {
-          const auto v = INVERSE ? F::reduce_once(x[t], k) : F::reduce(x[t], k);
           if constexpr (I == 3)
-            last[t] = v;
+            last[t] = x[t];
           else if constexpr (INVERSE)
-            F::store(to, F::template line<I>(v, last[t]));
+            F::store(to, F::template line<I>(x[t], last[t]));
           else
-            F::stream(to, F::template line<I>(v, last[t]));
+            F::stream(to, F::template line<I>(x[t], last[t]));
         } else if constexpr (TO == Form::streamed) {
           F::stream(to, x[t]);
         } else {
@@ -128,34 +127,57 @@ template <class F, u32 PARTS, bool INVERSE, Form FROM, Form TO, class Butterfly>
   }
 }
 
+// The outputs of a radix-2 step, or of a radix-8 step forward, are reduced behind it: it is seldom packed.
+template <class F, u32 PARTS, Form TO>
+[[gnu::always_inline]] inline void settle(typename F::V* x, const typename F::K& k) {
+  if constexpr (TO == Form::packed) {
+    for (u32 t = 0; t < PARTS; t++) x[t] = F::reduce(x[t], k);
+  }
+}
+
 template <class F, Form FROM, Form TO>
 void step2_forward(const Node<F>& n, const typename F::K& constants, const Parts& parts, u64 M) {
   const typename F::K k = constants;
   const auto s = n.at(0, 0);
-  for_vectors<F, 2, false, FROM, TO>(k, parts, M, [&](auto* x) { F::forward2(x[0], x[1], s, k); });
+  for_vectors<F, 2, false, FROM, TO>(parts, M, [&](auto* x) {
+    F::forward2(x[0], x[1], s, k);
+    settle<F, 2, TO>(x, k);
+  });
 }
 template <class F, Form FROM, Form TO>
 void step2_inverse(const Node<F>& n, const typename F::K& constants, const Parts& parts, u64 M) {
   const typename F::K k = constants;
   const auto s = n.at(0, 0);
-  for_vectors<F, 2, true, FROM, TO>(k, parts, M, [&](auto* x) { F::inverse2(x[0], x[1], s, k); });
+  for_vectors<F, 2, true, FROM, TO>(parts, M, [&](auto* x) {
+    F::inverse2(x[0], x[1], s, k);
+    settle<F, 2, TO>(x, k);
+  });
 }
 
 template <class F, Form FROM, Form TO>
 void step4_forward(const Node<F>& n, const typename F::K& constants, const Parts& parts, u64 M) {
+  static_assert(FROM != Form::packed || TO != Form::packed);
   const typename F::K k = constants;
   const auto s2 = n.at(0, 0), s = n.at(1, 0), is = n.at(1, 1);
-  for_vectors<F, 4, false, FROM, TO>(k, parts, M, [&](auto* x) {
-    if constexpr (FROM == Form::packed) x[1] = F::raise(x[1], k);
-    F::forward4(x[0], x[1], x[2], x[3], s2, s, is, k);
+  for_vectors<F, 4, false, FROM, TO>(parts, M, [&](auto* x) {
+    if constexpr (FROM == Form::packed)
+      F::forward4_unpacked(x[0], x[1], x[2], x[3], s2, s, is, k);
+    else if constexpr (TO == Form::packed)
+      F::forward4_reduced(x[0], x[1], x[2], x[3], s2, s, is, k);
+    else
+      F::forward4(x[0], x[1], x[2], x[3], s2, s, is, k);
   });
 }
 template <class F, Form FROM, Form TO>
 void step4_inverse(const Node<F>& n, const typename F::K& constants, const Parts& parts, u64 M) {
   const typename F::K k = constants;
   const auto s2 = n.at(0, 0), s = n.at(1, 0), is = n.at(1, 1);
-  for_vectors<F, 4, true, FROM, TO>(k, parts, M,
-                                    [&](auto* x) { F::inverse4(x[0], x[1], x[2], x[3], s2, s, is, k); });
+  for_vectors<F, 4, true, FROM, TO>(parts, M, [&](auto* x) {
+    if constexpr (TO == Form::packed)
+      F::inverse4_reduced(x[0], x[1], x[2], x[3], s2, s, is, k);
+    else
+      F::inverse4(x[0], x[1], x[2], x[3], s2, s, is, k);
+  });
 }
 // At the root, with nothing in the upper half.
 template <class F> void step4_forward_half(const Constants<F>& c, u64* d, u64 M) {
@@ -171,38 +193,43 @@ template <class F> void step4_forward_half(const Constants<F>& c, u64* d, u64 M)
   }
 }
 // Eight parts at node (level, j), each with its neighbours' factors.
-template <class F>
+template <class F, Form FROM = Form::plain>
 [[gnu::always_inline]] inline void split8(const Node<F>& n, typename F::V* x, const typename F::K& k) {
   const auto s2 = n.at(0, 0), s = n.at(1, 0), is = n.at(1, 1);
-  F::forward4(x[0], x[2], x[4], x[6], s2, s, is, k);
-  F::forward4(x[1], x[3], x[5], x[7], s2, s, is, k);
+  for (u32 t = 0; t < 2; t++) {
+    if constexpr (FROM == Form::packed)
+      F::forward4_unpacked(x[t], x[t + 2], x[t + 4], x[t + 6], s2, s, is, k);
+    else
+      F::forward4(x[t], x[t + 2], x[t + 4], x[t + 6], s2, s, is, k);
+  }
 }
-template <class F>
+template <class F, Form TO = Form::plain>
 [[gnu::always_inline]] inline void join8(const Node<F>& n, typename F::V* x, const typename F::K& k) {
   const auto s2 = n.at(0, 0), s = n.at(1, 0), is = n.at(1, 1);
-  F::inverse4(x[0], x[2], x[4], x[6], s2, s, is, k);
-  F::inverse4(x[1], x[3], x[5], x[7], s2, s, is, k);
+  for (u32 t = 0; t < 2; t++) {
+    if constexpr (TO == Form::packed)
+      F::inverse4_reduced(x[t], x[t + 2], x[t + 4], x[t + 6], s2, s, is, k);
+    else
+      F::inverse4(x[t], x[t + 2], x[t + 4], x[t + 6], s2, s, is, k);
+  }
 }
 
 // A radix-8 step: a radix-4 step over both halves of every quarter, then a radix-2 step in each quarter.
 template <class F, Form FROM, Form TO>
 void step8_forward(const Node<F>& n, const typename F::K& constants, const Parts& parts, u64 M) {
   const typename F::K k = constants;
-  for_vectors<F, 8, false, FROM, TO>(k, parts, M, [&](auto* x) {
-    if constexpr (FROM == Form::packed) {
-      x[2] = F::raise(x[2], k);
-      x[3] = F::raise(x[3], k);
-    }
-    split8<F>(n, x, k);
+  for_vectors<F, 8, false, FROM, TO>(parts, M, [&](auto* x) {
+    split8<F, FROM>(n, x, k);
     for (u64 t = 0; t < 4; t++) F::forward2(x[2 * t], x[2 * t + 1], n.at(2, t), k);
+    settle<F, 8, TO>(x, k);
   });
 }
 template <class F, Form FROM, Form TO>
 void step8_inverse(const Node<F>& n, const typename F::K& constants, const Parts& parts, u64 M) {
   const typename F::K k = constants;
-  for_vectors<F, 8, true, FROM, TO>(k, parts, M, [&](auto* x) {
+  for_vectors<F, 8, true, FROM, TO>(parts, M, [&](auto* x) {
     for (u64 t = 0; t < 4; t++) F::inverse2(x[2 * t], x[2 * t + 1], n.at(2, t), k);
-    join8<F>(n, x, k);
+    join8<F, TO>(n, x, k);
   });
 }
 

@@ -54,7 +54,10 @@ Shape make_shape(Backend backend, u32 w, u32 r, u32 log_n) {
   s.direct = log_n <= DIRECT_LOG;
   s.stream = s.prime_stride() * w * 8 > STREAM_BYTES;
   s.packed = s.stream && primes_of(backend).bits == 48;
-  s.log_tile = s.rows() <= 128 ? 6 : s.packed || s.rows() <= 2048 ? 5 : s.rows() <= 8192 ? 4 : 3;
+  s.log_tile = s.rows() <= (s.packed ? 1024 : 128) ? 6
+               : s.packed || s.rows() <= 2048      ? 5
+               : s.rows() <= 8192                  ? 4
+                                                   : 3;
   // (1): 2 b <= log2 P - 1 - log2 N2.
   const double room = log2_modulus(backend, w) - 1 - ceil_log2(s.N());
   const u32 step = 64u >> s.log_tile;
