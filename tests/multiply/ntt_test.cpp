@@ -32,9 +32,12 @@ TEST(Ntt, PrimesAndFields) {
         ASSERT_EQ(field.mul(a, b), static_cast<u64>(static_cast<u128>(a) * b % p))
             << a << " * " << b << " mod " << p;
       }
-      u64 scale = field.mul(set.root[i], set.root[i]);
-      for (u32 j = 0; j < i; j++) scale = field.mul(scale, set.prime(j) % p);
-      EXPECT_EQ(scale, set.root[0] == 0 ? 0u : 1u) << p;
+      for (u64 a = 2; a < 50; a++) {
+        const u64 x = field.square_root(field.mul(a, a));
+        EXPECT_TRUE(x == a || x == p - a) << a << " mod " << p;
+        EXPECT_TRUE(!field.is_square(a) || field.mul(field.square_root(a), field.square_root(a)) == a)
+            << a << " mod " << p;
+      }
       const u64 root = field.root_two(), third = field.root_three();
       EXPECT_EQ(field.power(root, u64{1} << (ntt::ORDER_LOG - 1)), p - 1);
       EXPECT_TRUE(third != 1 && field.power(third, 3) == 1);
@@ -139,12 +142,13 @@ TEST(Ntt, TransformIsEvaluation) {
         mpz_clear(z);
         mpz_clear(d);
         const u32 log = s.log_rows + s.log_columns;
-        const u64 factor =
-            decode(backend, ntt::prime_table(backend, prime).limb[r == 3][log][0].value, field.p());
+        const ntt::PrimeTable& table = ntt::prime_table(backend, prime);
+        const u32 set = ntt::transform_set(backend, s.w);
+        const u64 factor = decode(backend, table.limb[set][r == 3][log][0].value, field.p());
         u64 square = field.mul(field.mul(factor, factor), N / M % field.p());
-        const ntt::PrimeSet& set = ntt::primes_of(backend);
-        for (u32 j = 0; j < prime && set.root[prime] != 0; j++)
-          square = field.mul(square, set.prime(j) % field.p());
+        for (u32 j = 0; j < s.w && kernel.scaled; j++)
+          square = field.mul(square, j == prime ? table.multiplier[set]
+                                                : ntt::primes_of(backend).prime(j) % field.p());
         EXPECT_EQ(square, field.power(2, kernel.product_shift));
         u64 root = field.power(field.root_two(), M << (ntt::ORDER_LOG - log));
         if (r == 3) root = field.mul(root, field.root_three());

@@ -32,7 +32,8 @@ template <class F> struct Reductions {
     for (u32 i = 0; i < count; i++) {
       const PrimeTable& table = prime_table(F::BACKEND, first + i);
       of[i].k = typename F::K(table.p);
-      const Factor* const limbs = table.limb[shape.r == 3][shape.log_rows + shape.log_columns];
+      const Factor* const limbs =
+          table.limb[transform_set(F::BACKEND, shape.w)][shape.r == 3][shape.log_rows + shape.log_columns];
       for (u32 j = 0; j < MAX_LIMBS; j++) of[i].power[j] = F::broadcast(limbs[j]);
     }
   }

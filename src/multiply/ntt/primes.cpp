@@ -18,11 +18,33 @@ u64 Field::power(u64 a, u64 e) const {
   return r;
 }
 
+u64 Field::non_square() const {
+  u64 a = 2;
+  while (is_square(a)) a++;
+  return a;
+}
+
 // a^((p-1)/2^s) has order 2^s exactly when a is no square; likewise for 3 and cubes.
 u64 Field::root_two() const {
-  for (u64 a = 2;; a++) {
-    if (power(a, (p_ - 1) / 2) == p_ - 1) return power(a, (p_ - 1) >> ORDER_LOG);
+  return power(non_square(), (p_ - 1) >> ORDER_LOG);
+}
+
+// Tonelli and Shanks: with p - 1 = 2^s m, x^2 = a b, b of order 2^i < 2^s; z, of order 2^s, takes b to a
+// smaller order.
+u64 Field::square_root(u64 a) const {
+  u32 s = static_cast<u32>(std::countr_zero(p_ - 1));
+  const u64 m = (p_ - 1) >> s;
+  u64 z = power(non_square(), m), x = power(a, (m + 1) / 2), b = power(a, m);
+  while (b != 1) {
+    u32 i = 0;
+    for (u64 c = b; c != 1; c = mul(c, c)) i++;
+    const u64 t = power(z, u64{1} << (s - i - 1));
+    x = mul(x, t);
+    z = mul(t, t);
+    b = mul(b, z);
+    s = i;
   }
+  return x;
 }
 
 u64 Field::root_three() const {

@@ -2,16 +2,15 @@
 //
 // A prime p = 3 k 2^32 + 1 has roots of unity of order 2^32 and 3: transforms of N = 2^j and 3 2^j points,
 // j <= 32. Each set is of the largest such primes below 2^48, 2^49, 2^62; the width is what the lazy
-// arithmetic of the set's backend can carry (see backend_*.h). The 48-bit primes are chosen and ordered so
-// that the product of those before it is a square modulo each.
+// arithmetic of the set's backend can carry (see backend_*.h).
 #pragma once
 
 #include "shell/types.h"
 
 namespace kelvane::ntt {
 
-inline constexpr u32 MAX_PRIMES = 8;
-inline constexpr u32 ORDER_LOG = 32; // the power of two in p - 1 that the transforms use
+inline constexpr u32 MIN_PRIMES = 3, MAX_PRIMES = 8; // of one transform
+inline constexpr u32 ORDER_LOG = 32;                 // the power of two in p - 1 that the transforms use
 
 enum class Backend : u32 {
   ifma,     // 8 lanes of 52-bit integers, 48-bit primes
@@ -25,18 +24,13 @@ struct PrimeSet {
   u32 bits; // every prime lies just below 2^bits
   u32 count;
   u64 k[MAX_PRIMES];
-  u64 root[MAX_PRIMES]; // root[i]^2 p_0 .. p_(i-1) = 1 modulo p_i; 0: not used
   constexpr u64 prime(u32 i) const { return 3 * k[i] * (u64{1} << ORDER_LOG) + 1; }
 };
 
-inline constexpr PrimeSet PRIMES_48{48,
-                                    8,
-                                    {21825, 21821, 21810, 21786, 21784, 21819, 21777, 21741},
-                                    {1, 8233876229344, 94701955300096, 126209768219612, 25818066838610,
-                                     103345678010312, 81603369778888, 88199182289120}};
-inline constexpr PrimeSet PRIMES_49{49, 8, {43690, 43654, 43652, 43645, 43641, 43634, 43632, 43624}, {}};
+inline constexpr PrimeSet PRIMES_48{48, 8, {21825, 21821, 21819, 21810, 21786, 21784, 21777, 21750}};
+inline constexpr PrimeSet PRIMES_49{49, 8, {43690, 43654, 43652, 43645, 43641, 43634, 43632, 43624}};
 inline constexpr PrimeSet PRIMES_62{
-    62, 7, {357913916, 357913887, 357913872, 357913864, 357913842, 357913837, 357913832}, {}};
+    62, 7, {357913916, 357913887, 357913872, 357913864, 357913842, 357913837, 357913832}};
 
 constexpr const PrimeSet& primes_of(Backend backend) {
   return backend == Backend::ifma ? PRIMES_48 : backend == Backend::integer1 ? PRIMES_62 : PRIMES_49;
@@ -63,11 +57,14 @@ public:
   u64 inverse(u64 a) const { return power(a, p_ - 2); }
   // floor(a 2^s / p) for a < p, a 2^s < 2^126.
   u64 quotient(u64 a, u32 s) const { return static_cast<u64>((static_cast<u128>(a) << s) / p_); }
+  bool is_square(u64 a) const { return power(a, (p_ - 1) / 2) == 1; } // a != 0
+  u64 square_root(u64 a) const;                                       // of a square
   // A root of unity of order 2^ORDER_LOG, and one of order 3.
   u64 root_two() const;
   u64 root_three() const;
 
 private:
+  u64 non_square() const;
   u64 p_, inverse_;
   u32 bits_;
 };

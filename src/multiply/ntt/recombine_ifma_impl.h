@@ -1,21 +1,27 @@
 // Recombination with 52-bit multiplications, eight runs side by side: lane l of every vector belongs to run l
 // of the group, so that one shift, one carry and one place in the sum serve all lanes.
 //
-// Digits. With P_i = p_0 .. p_(i-1), residue i arrives as y_i = x_i / P_i modulo p_i in [0, 3), in units of
-// p_i, and the table holds c_j = -P_j / P_i modulo p_i, so that
-//     d_i = y_i + d_0 c_0 + .. + d_(i-1) c_(i-1)  modulo p_i.
-// The whole sum is reduced once. Its quotient is summed in sixteenths: floor(16 y_i / 2^48) falls short of
-// 16 y_i / p_i by less than 1.3, floor(16 d_j q_j / 2^52) with q_j = floor(2^52 c_j / p_i) of its share by
-// less than 1 + 1/16 (d_j < 2^48 brings the error of q_j to 1 at most: 2 in all). With W <= 8: less than 15.3
-// sixteenths and the fraction itself, so the remainder is in [0, 2) and one subtraction is left.
+// With P the product of the W primes and M_i = P / p_i, residue i arrives as y_i = x_i / (g_i M_i) modulo
+// p_i, g_i a small multiplier (see twiddles.h), so that the coefficient is
+//     c = y_0 g_0 M_0 + y_1 g_1 M_1 + ..  - q P,   0 <= c < P,   q = floor(y_0 g_0 / p_0 + y_1 g_1 / p_1 +
+//     ..).
+// The y_i are in [0, 3), in units of p_i, and not reduced: q < 3 * 8 * 11 < 2^9. Its fractions are summed in
+// units of 2^-36: floor(y_i f_i / 2^52) with f_i = floor(2^88 g_i / p_i) falls short by less than 1.2, all of
+// them by less than 10. A right coefficient is below 2^k <= P, k an integer (see shape.h), while P is less
+// than a twentieth below 2^(48 W): c / P < 0.53. So the floor of the sum and 1/4 is q, and what is left of
+// the sum is c / P.
 //
-// Words. The runs are summed in base 2^52 without carries. Coefficient t adds d_i P_i 2^(t b) for each of its
-// digits: with t b = 52 k + s the factors P_i 2^s < 2^(48 i + 52) have i + 1 limbs, and the low and high
-// halves of d_i times limb j go to limbs k + j and k + j + 1. The W + 1 limbs that a coefficient reaches stay
-// in registers; those below the next one's are complete and leave with their carry. A limb gathers at most
-// 2 W halves from one coefficient, and W + 2 coefficients reach it, b being at least 52: below 2^4 2^4 2^52.
-// At the end 16 limbs are packed into 13 words, and lanes are transposed into runs.
+// Words. The runs are summed in base 2^52 without carries. Coefficient t adds 2^(t b) c: with t b = 52 k + s
+// the factors g_i M_i 2^s < 2^(48 W - 48 + 4 + 52) have W limbs, and the low and high halves of y_i times
+// limb j go to limbs k + j and k + j + 1. For - P 2^s = l - h 2^(52 W), 0 < l < 2^(52 W), q l is added alike
+// and q h, below 2^50, is taken from limb k + W. The limbs of a coefficient are summed by themselves and then
+// added to those that the last ones have reached; those below the next coefficient's are complete and leave
+// with their carry, which may be negative. A limb gathers at most 2 W + 2 halves from one coefficient, and W
+// + 1 coefficients reach it, b being at least 52: below 2^5 2^4 2^52. At the end 16 limbs are packed into 13
+// words, and lanes are transposed into runs.
 #pragma once
+
+#include <algorithm>
 
 #include "multiply/ntt/backend_ifma.h"
 #include "multiply/ntt/recombine_impl.h"
@@ -25,7 +31,6 @@ namespace {
 
 template <u32 W> class Recombiner<Ifma, W> {
   using V = __m512i;
-  static constexpr u32 I = 4; // coefficients at a time
   static constexpr u32 BLOCK_LIMBS = 16, BLOCK_WORDS = 13;
   // Whole blocks, and what the last coefficients reach.
   static constexpr u32 MAX_LIMBS_OF_RUN = (MAX_RUN_WORDS / BLOCK_WORDS + 2) * BLOCK_LIMBS;
@@ -37,38 +42,29 @@ public:
   Recombiner(const Shape& shape, const Factor* bias)
       : T_(shape.tile()), run_words_(shape.run_words()), overhang_(shape.overhang_words()),
         stream_(shape.stream) {
+    const u32 set = transform_set(Ifma::BACKEND, W);
     alignas(64) u64 shift[MAX_TILE];
     for (u64 t = 0; t <= T_; t++) at_[t] = static_cast<u32>(t * shape.b / 52);
     for (u64 t = 0; t < T_; t++) shift[t] = t * shape.b % 52;
-    u64 limbs[W + 1] = {1}; // of P_i
-    for (u32 i = 0; i < W; i++) {
+    for (u32 i = 0; i <= W; i++) { // P comes last
+      u64 limbs[W + 1] = {i < W ? prime_table(Ifma::BACKEND, i).multiplier[set] : 1};
+      for (u32 j = 0; j < W; j++) {
+        if (j != i) multiply(limbs, prime_table(Ifma::BACKEND, j).p);
+      }
+      for (u64 t = 0; t < T_; t += 8) shifted(radix_[t / 8] + i * W, limbs, Ifma::load(shift + t), i == W);
+      if (i == W) break;
       const PrimeTable& table = prime_table(Ifma::BACKEND, i);
-      p_[i] = table.p;
-      for (u32 j = 0; j < i; j++) garner_[i][j] = table.garner[j];
-      bias_[i] = bias == nullptr ? 0 : bias[i].value;
-      if (i > 0)
-        bias_[i] = field_of(Ifma::BACKEND, i).mul(bias_[i], p_[i] - table.garner[0].value); // over P_i
-      for (u64 t = 0; t < T_; t += 8) {
-        const V s = Ifma::load(shift + t), back = Ifma::sub(Ifma::set(52), s);
-        for (u32 j = 0; j <= i; j++) {
-          V limb = _mm512_and_si512(_mm512_sllv_epi64(Ifma::set(limbs[j]), s), Ifma::set(Ifma::MASK));
-          if (j > 0) limb = _mm512_or_si512(limb, _mm512_srlv_epi64(Ifma::set(limbs[j - 1]), back));
-          Ifma::store(radix_[t / 8][i * (i + 1) / 2 + j], limb);
-        }
-      }
-      u128 carry = 0;
-      for (u32 j = 0; j <= W; j++) {
-        carry += static_cast<u128>(limbs[j]) * p_[i];
-        limbs[j] = static_cast<u64>(carry) & Ifma::MASK;
-        carry >>= 52;
-      }
+      fraction_[i] = static_cast<u64>((static_cast<u128>(table.multiplier[set]) << 88) / table.p);
+      bias_[i] = bias == nullptr ? 0 : field_of(Ifma::BACKEND, i).mul(bias[i].value, table.scale[set]);
     }
+    last_prime_ = prime_table(Ifma::BACKEND, W - 1).p;
   }
 
   // The words of run l, from residues at x + l T and on, prime i at i stride, go to `to`. *top, unless null,
-  // is raised to the largest d_(W-1). Meanwhile `ahead` advances by `parts`.
+  // is raised to the largest floor(c / (p_0 .. p_(W-2))), or up to 2^16 less. Meanwhile `ahead` advances by
+  // `parts`.
   void put_runs(const RunsTo& to, const u64* x, u64 stride, u64* top, Ahead& ahead, u64 parts) const {
-    const u64 parts_of_step = (parts * I + T_ - 1) / T_;
+    const u64 parts_of_step = (parts * 8 + T_ - 1) / T_;
     V limbs[MAX_LIMBS_OF_RUN];
     V* limb = limbs;
     V a[W + 1], carry = Ifma::zero(), most = Ifma::zero();
@@ -81,24 +77,17 @@ public:
         Ifma::transpose(v);
         for (u32 n = 0; n < 8; n++) Ifma::store(residues[i][n], v[n]);
       }
-      for (u32 n = 0; n < 8; n += I) {
-        V d[W][I];
-#pragma GCC unroll 8
-        for (u32 i = 0; i < W; i++) digit(i, d, residues[i][n]);
-        for (u32 m = 0; m < I; m++) {
-          const u64* const radix = &radix_[t / 8][0][n + m];
-#pragma GCC unroll 8
-          for (u32 i = 0; i < W; i++) add_digit(i, a, d[i][m], radix);
-          leave(at_[t + n + m + 1] - at_[t + n + m], a, limb, carry);
-          most = _mm512_max_epu64(most, d[W - 1][m]);
-        }
-        ahead.advance(parts_of_step);
+      for (u32 n = 0; n < 8; n++) {
+        const V fraction = add_coefficient(a, residues[0][n], radix_[t / 8][0] + n);
+        if (top != nullptr) most = _mm512_max_epi64(most, fraction);
+        leave(at_[t + n + 1] - at_[t + n], a, limb, carry);
       }
+      ahead.advance(parts_of_step);
     }
     leave_some<W + 1>(a, limb, carry);
     if (top != nullptr) {
-      const u64 seen = _mm512_reduce_max_epu64(most);
-      *top = seen > *top ? seen : *top;
+      const auto fraction = static_cast<u64>(_mm512_reduce_max_epi64(most));
+      *top = std::max(*top, static_cast<u64>(static_cast<u128>(fraction) * last_prime_ >> FRACTION_LOG));
     }
     const u64 words = run_words_ + overhang_, blocks = (words + BLOCK_WORDS - 1) / BLOCK_WORDS;
     while (limb < limbs + blocks * BLOCK_LIMBS) *limb++ = Ifma::zero();
@@ -109,38 +98,61 @@ public:
 
 private:
   static constexpr u32 MAX_TILE = 64;
+  static constexpr u32 FRACTION_LOG = 36;
 
-  // Digit i of I vectors of coefficients, from the digits before it.
-  [[gnu::always_inline]] void digit(u32 i, V (&d)[W][I], const u64* x) const {
-    V sum[I], q[I];
-    for (u32 m = 0; m < I; m++) {
-      sum[m] = Ifma::add(Ifma::load(x + m * 8), Ifma::set(bias_[i]));
-      q[m] = _mm512_srli_epi64(_mm512_slli_epi64(sum[m], 12), 56); // of the low 52 bits, the upper 8
+  // limbs <- limbs x, W + 1 of 52 bits.
+  static void multiply(u64* limbs, u64 x) {
+    u128 carry = 0;
+    for (u32 j = 0; j <= W; j++) {
+      carry += static_cast<u128>(limbs[j]) * x;
+      limbs[j] = static_cast<u64>(carry) & Ifma::MASK;
+      carry >>= 52;
     }
-#pragma GCC unroll 8
-    for (u32 j = 0; j < i; j++) {
-      const Ifma::Tw c = Ifma::broadcast(garner_[i][j]);
-      for (u32 m = 0; m < I; m++) {
-        q[m] = Ifma::high(q[m], _mm512_slli_epi64(d[j][m], 4), c.q);
-        sum[m] = Ifma::low(sum[m], d[j][m], c.w);
+  }
+  // Limbs of x 2^s for eight s: W of them, or of a `negative` one the W of l and then h.
+  static void shifted(u64 (*out)[8], const u64* x, V s, bool negative) {
+    V borrow = Ifma::zero();
+    for (u32 j = 0; j < W + negative; j++) {
+      V limb = _mm512_sllv_epi64(Ifma::set(x[j]), s);
+      if (j > 0)
+        limb = _mm512_or_si512(limb, _mm512_srlv_epi64(Ifma::set(x[j - 1]), Ifma::sub(Ifma::set(52), s)));
+      limb = _mm512_and_si512(limb, Ifma::set(Ifma::MASK));
+      if (negative && j < W) {
+        const V difference = Ifma::sub(borrow, limb);
+        borrow = _mm512_srai_epi64(difference, 52);
+        limb = _mm512_and_si512(difference, Ifma::set(Ifma::MASK));
+      } else if (negative) {
+        limb = Ifma::sub(limb, borrow);
       }
-    }
-    const V p = Ifma::set(p_[i]), minus_p = Ifma::set((u64{1} << 52) - p_[i]);
-    for (u32 m = 0; m < I; m++) {
-      sum[m] = Ifma::low(sum[m], _mm512_srli_epi64(q[m], 4), minus_p);
-      sum[m] = _mm512_and_si512(sum[m], Ifma::set(Ifma::MASK));
-      d[i][m] = _mm512_min_epu64(sum[m], Ifma::sub(sum[m], p));
+      Ifma::store(out[j], limb);
     }
   }
 
-  // a += digit i times P_i 2^s; entries of `radix` are 8 words apart.
-  [[gnu::always_inline]] static void add_digit(u32 i, V* a, V digit, const u64* radix) {
+  // a += 2^s c for the coefficient with residues at y, 64 words apart; constants at `radix`, 8 words apart.
+  // Returns 2^FRACTION_LOG c / P.
+  [[gnu::always_inline]] V add_coefficient(V* a, const u64* y, const u64* radix) const {
+    V sum[W + 1], fraction = Ifma::zero();
+    for (u32 j = 0; j <= W; j++) sum[j] = Ifma::zero();
+    const auto add = [&](u32 i, V factor) __attribute__((always_inline)) {
 #pragma GCC unroll 8
-    for (u32 j = 0; j <= i; j++) {
-      const V r = Ifma::set(radix[8 * (i * (i + 1) / 2 + j)]);
-      a[j] = Ifma::low(a[j], digit, r);
-      a[j + 1] = Ifma::high(a[j + 1], digit, r);
+      for (u32 j = 0; j < W; j++) {
+        const V limb = Ifma::set(radix[8 * (i * W + j)]);
+        sum[j] = Ifma::low(sum[j], factor, limb);
+        sum[j + 1] = Ifma::high(sum[j + 1], factor, limb);
+      }
+    };
+#pragma GCC unroll 8
+    for (u32 i = 0; i < W; i++) {
+      const V residue = Ifma::add(Ifma::load(y + 64 * i), Ifma::set(bias_[i]));
+      fraction = Ifma::high(fraction, residue, Ifma::set(fraction_[i]));
+      add(i, residue);
     }
+    const V q = _mm512_srli_epi64(Ifma::add(fraction, Ifma::set(u64{1} << (FRACTION_LOG - 2))), FRACTION_LOG);
+    add(W, q);
+    sum[W] = Ifma::sub(sum[W], Ifma::low(Ifma::zero(), q, Ifma::set(radix[8 * (W + 1) * W])));
+#pragma GCC unroll 16
+    for (u32 j = 0; j <= W; j++) a[j] = Ifma::add(a[j], sum[j]);
+    return Ifma::sub(fraction, _mm512_slli_epi64(q, FRACTION_LOG));
   }
 
   // The lowest N limbs leave, the others move down.
@@ -148,7 +160,7 @@ private:
     for (u32 j = 0; j < N; j++) {
       const V sum = Ifma::add(a[j], carry);
       *limb++ = _mm512_and_si512(sum, Ifma::set(Ifma::MASK));
-      carry = _mm512_srli_epi64(sum, 52);
+      carry = _mm512_srai_epi64(sum, 52);
     }
     for (u32 j = 0; j <= W; j++) a[j] = j + N <= W ? a[j + N] : Ifma::zero();
   }
@@ -214,10 +226,10 @@ private:
 
   u64 T_, run_words_, overhang_;
   bool stream_;
-  u64 p_[W], bias_[W];
-  Factor garner_[W][W];
-  u32 at_[MAX_TILE + 1];                                    // limb in which coefficient t begins
-  alignas(64) u64 radix_[MAX_TILE / 8][W * (W + 1) / 2][8]; // [t / 8][limb j of P_i 2^s][t % 8]
+  u64 bias_[W], fraction_[W], last_prime_;
+  u32 at_[MAX_TILE + 1]; // limb in which coefficient t begins
+  // [t / 8][limb j of g_i M_i 2^s, of l, h][t % 8]
+  alignas(64) u64 radix_[MAX_TILE / 8][W * (W + 1) + 1][8];
 };
 
 } // namespace

@@ -26,7 +26,6 @@
 namespace kelvane::ntt {
 
 inline constexpr u32 MAX_SUM = 4;
-inline constexpr u32 MIN_PRIMES = 3;
 
 struct Shape {
   Backend backend = Backend::integer1;

@@ -33,7 +33,7 @@ class Builder {
 public:
   Builder(PrimeTable& table, Backend backend, u32 index, u64* memory)
       : table_(table), backend_(backend), shape_(shape_of(backend)), field_(field_of(backend, index)),
-        index_(index), root_of_scale_(primes_of(backend).root[index]), memory_(memory) {}
+        index_(index), memory_(memory) {}
 
   void build() {
     table_.p = field_.p();
@@ -59,13 +59,9 @@ public:
     const u64 half = field_.inverse(2);
     table_.minus_half = encode(backend_, field_, field_.p() - half);
     table_.one = encode(backend_, field_, 1);
-    limbs();
-    u64 scale = 1; // 1 / (p_i .. ) up to the prime before this one
-    for (u32 i = index_; i-- > 0;) {
-      const u64 inverse = field_.inverse(primes_of(backend_).prime(i) % field_.p());
-      scale = field_.mul(scale, inverse);
-      table_.garner[i] = encode(backend_, field_, root_of_scale_ != 0 ? field_.p() - scale : inverse);
-    }
+    for (u32 set = 0; set < (shape_.scaled ? TRANSFORM_SETS : 1); set++) limbs(set);
+    for (u32 i = 0; i < index_; i++)
+      table_.garner[i] = encode(backend_, field_, field_.inverse(primes_of(backend_).prime(i) % field_.p()));
   }
 
 private:
@@ -110,19 +106,33 @@ private:
     }
     return list;
   }
-  // k^2 = 2^product_shift / (r 2^(m - left_levels)), with scaled residues over the primes before this one.
-  void limbs() {
+  // The root of 1 / (g M) among the primes of a set, 1 without scaling.
+  u64 root_of_scale(u32 set) {
+    u64 g = 1, M = 1;
+    if (shape_.scaled) {
+      for (u32 i = 0; i < set + MIN_PRIMES; i++) {
+        if (i != index_) M = field_.mul(M, primes_of(backend_).prime(i) % field_.p());
+      }
+      while (!field_.is_square(field_.mul(g, M))) g++;
+    }
+    table_.multiplier[set] = g;
+    table_.scale[set] = field_.inverse(field_.mul(g, M));
+    return field_.square_root(table_.scale[set]);
+  }
+  // k^2 = 2^product_shift / (r 2^(m - left_levels)), with scaled residues over g M.
+  void limbs(u32 set) {
     const u64 i = table_.roots[0][2], sum = field_.add(table_.roots[0][3], table_.roots[1][3]);
     const u64 root_of_3 = field_.mul(i, field_.add(field_.add(table_.omega[0], table_.omega[0]), 1));
+    const u64 scale = root_of_scale(set);
     const u64 limb = field_.power(2, shape_.limb_bits);
     for (u32 third = 0; third < 2; third++) {
       u64 k = field_.power(sum, shape_.product_shift + shape_.left_levels);
       if (third != 0) k = field_.mul(k, field_.inverse(root_of_3));
-      if (root_of_scale_ != 0) k = field_.mul(k, root_of_scale_);
+      k = field_.mul(k, scale);
       for (u32 m = 0; m <= ORDER_LOG; m++, k = field_.mul(k, field_.inverse(sum))) {
         u64 x = k;
         for (u32 j = 0; j < MAX_LIMBS; j++, x = field_.mul(x, limb))
-          table_.limb[third][m][j] = encode(backend_, field_, x);
+          table_.limb[set][third][m][j] = encode(backend_, field_, x);
       }
     }
   }
@@ -148,7 +158,6 @@ private:
   BackendShape shape_;
   const Field& field_;
   u32 index_;
-  u64 root_of_scale_; // 0: residues are not scaled
   u64* memory_;
   u64 plain_[u64{1} << 15];
 };

@@ -21,8 +21,8 @@
 // Scale. A forward transform carries the factor k = (2^product_shift / n)^(1/2) modulo p, n the length that
 // the inverse multiplies by, so that the inverse of a product of two needs none. It comes with the reduction
 // of the digits for nothing. The root exists: 2 = (e(1/8) + e(-1/8))^2 and 3 = (i (2 w + 1))^2. Where
-// residues are recombined in 52-bit arithmetic they are wanted over the product of the primes before theirs:
-// the root of that is a factor of k too.
+// residues are recombined in 52-bit arithmetic they are wanted over g M, M the product of the other primes of
+// the transform and g the least number for which g M is a square modulo p: its root is a factor of k too.
 //
 // Rows. Row r of a long transform is a modulus x^C - z too. All factors of its tree are those of tree 0 times
 // one constant per level: with y^C = z, the constant of level d is y^(C / 2^(d+1)), and that of the blocks is
@@ -53,20 +53,21 @@ struct BackendShape {
   u32 left_levels;   // levels left out: polynomials of 2^left_levels coefficients are multiplied
   u32 limb_bits;     // digits are reduced in limbs of this width
   u32 product_shift; // a pointwise product is x y / 2^product_shift
+  bool scaled;       // residues arrive over g M
 };
 
 constexpr BackendShape shape_of(Backend backend) {
   switch (backend) {
   case Backend::ifma:
-    return {8, 3, 6, true, 52, 13, 0, 3, 3, 52, 52};
+    return {8, 3, 6, true, 52, 13, 0, 3, 3, 52, 52, true};
   case Backend::double8:
-    return {8, 3, 6, false, 0, 13, 13, 3, 0, 48, 0};
+    return {8, 3, 6, false, 0, 13, 13, 3, 0, 48, 0, false};
   case Backend::double4:
-    return {4, 2, 4, false, 0, 13, 14, 2, 0, 48, 0};
+    return {4, 2, 4, false, 0, 13, 14, 2, 0, 48, 0, false};
   case Backend::integer1:
     break;
   }
-  return {1, 0, 4, true, 64, 15, 0, 4, 0, 64, 64};
+  return {1, 0, 4, true, 64, 15, 0, 4, 0, 64, 64, false};
 }
 
 // Longest transform in points: the columns' lists have 2^s_log factors.
@@ -82,6 +83,12 @@ struct Factor {
 inline constexpr u32 MAX_LIMBS = 4;
 inline constexpr u32 LANE_QUOTIENTS = 64; // distance from values to quotients
 
+// What depends on the number w of a transform's primes, where residues are scaled.
+inline constexpr u32 TRANSFORM_SETS = MAX_PRIMES - MIN_PRIMES + 1;
+constexpr u32 transform_set(Backend backend, u32 w) {
+  return shape_of(backend).scaled ? w - MIN_PRIMES : 0;
+}
+
 // Everything about one prime. Index [0] is forward, [1] inverse.
 struct PrimeTable {
   u64 p = 0;
@@ -91,11 +98,12 @@ struct PrimeTable {
   Factor turns[2][3];                               // e(1/4), e(1/8), e(3/8)
   Factor minus_half;                                // (w + w^2) / 2
   Factor third[2];                                  // (w - w^2) / 2
-  // For the primes p_i before this one: 1 / p_i, and with scaled residues -1 / (all from p_i up to this one)
-  Factor garner[MAX_PRIMES];
+  Factor garner[MAX_PRIMES];                        // 1 / p_i for the primes p_i before this one
   Factor one;
-  Factor limb[2][ORDER_LOG + 1][MAX_LIMBS]; // k 2^(limb_bits j), for 2^m and 3 2^m points
-  u64 roots[2][ORDER_LOG + 1] = {};         // e(1 / 2^m)
+  // [transform_set(w)]: k 2^(limb_bits j), for 2^m and 3 2^m points; g, and 1 / (g M).
+  Factor limb[TRANSFORM_SETS][2][ORDER_LOG + 1][MAX_LIMBS];
+  u64 multiplier[TRANSFORM_SETS] = {}, scale[TRANSFORM_SETS] = {};
+  u64 roots[2][ORDER_LOG + 1] = {}; // e(1 / 2^m)
   u64 omega[2] = {};
 };
 
