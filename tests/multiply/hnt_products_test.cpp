@@ -129,12 +129,21 @@ TEST(HntProducts, ThreadsAndReducedMemoryMakeNoDifference) {
   }
 }
 
+// Capacity of the shortest transform of packed points, 0 if the active instruction set has none.
+u64 packed_words() {
+  const ntt::ShapeList list = ntt::shapes(ntt::backend_of(simd::active_isa()));
+  for (u64 i = 0; i < list.count; i++) {
+    if (list.first[i].packed) return list.first[i].capacity_words();
+  }
+  return 0;
+}
+
 // A kept transform serves several products, beside raw ones and itself.
 TEST(HntProducts, TransformsAreValues) {
   std::mt19937_64 random(5);
-  const u64 n = short_run() ? 18000 : 50000;
   for (const simd::Isa isa : every_isa()) {
     const Forced forced(isa);
+    const u64 n = short_run() ? 18000 : std::max(u64{50000}, packed_words());
     const Record record(n, 2);
     const Words a = operand(n / 2, Pattern::random, random), b = operand(n / 2, Pattern::ones, random);
     const auto kept = record.transform(a);
@@ -179,9 +188,11 @@ private:
   mpz_t z_;
 };
 
-// Up to which length sums and wrapped products are tried at every shape's capacity.
-u64 longest_sums() {
-  return short_run() ? 20000 : long_run() ? u64{1} << 18 : 50000;
+// The lengths at which sums and wrapped products are tried.
+std::vector<u64> lengths_of_sums() {
+  std::vector<u64> lengths = boundaries(short_run() ? 20000 : long_run() ? u64{1} << 18 : 50000);
+  if (!short_run() && packed_words() != 0) lengths.push_back(packed_words());
+  return lengths;
 }
 
 // Sums at full headroom, all ones at the full capacity, with the largest differences of coefficients.
@@ -189,7 +200,7 @@ TEST(HntProducts, SumsAndDifferences) {
   std::mt19937_64 random(6);
   for (const simd::Isa isa : every_isa()) {
     const Forced forced(isa);
-    for (const u64 words : boundaries(longest_sums())) {
+    for (const u64 words : lengths_of_sums()) {
       for (int kind = 0; kind < 4; kind++) {
         // kind 0: four products added; 1: two added, two subtracted; 2: one minus one, raw transforms;
         // 3: three added.
@@ -223,7 +234,7 @@ TEST(HntProducts, WrappedProducts) {
   std::mt19937_64 random(7);
   for (const simd::Isa isa : every_isa()) {
     const Forced forced(isa);
-    for (const u64 words : boundaries(longest_sums())) {
+    for (const u64 words : lengths_of_sums()) {
       for (int kind = 0; kind < 4; kind++) {
         // kind 0, 1: products of full length, random and all ones; 2: a sum of two; 3: a negative difference.
         const Record record(words, 1 + (words + static_cast<u64>(kind)) % 5);

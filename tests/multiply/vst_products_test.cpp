@@ -166,7 +166,9 @@ TEST(VstChecks, CorruptedTransform) {
   for (const simd::Isa isa : every_isa()) {
     const Forced forced(isa);
     for (const u64 limit : {u64{0}, u64{2000}}) {
-      for (const u64 n : {u64{8000}, u64{30000}, u64{100000}}) {
+      for (const u64 n :
+           {u64{8000}, u64{30000}, u64{600000}}) { // the last in packed points, where there are any
+        if (n == 600000 && limit != 0) continue;
         const VstRecord record(n, 2, limit);
         const Words a = operand(n / 2, Pattern::random, random), b = operand(n / 2, Pattern::random, random);
         const auto TA = record.transform(a), TB = record.transform(b);
