@@ -1,24 +1,23 @@
 // Recombination with 52-bit multiplications, eight runs side by side: lane l of every vector belongs to run l
 // of the group, so that one shift, one carry and one place in the sum serve all lanes.
 //
-// With P the product of the W primes and M_i = P / p_i, residue i arrives as y_i = x_i / (g_i M_i) modulo
-// p_i, g_i a small multiplier (see twiddles.h), so that the coefficient is
-//     c = y_0 g_0 M_0 + y_1 g_1 M_1 + ..  - q P,   0 <= c < P,   q = floor(y_0 g_0 / p_0 + y_1 g_1 / p_1 +
-//     ..).
-// The y_i are in [0, 3), in units of p_i, and not reduced: q < 3 * 8 * 11 < 2^9. Its fractions are summed in
+// Coefficients. With P the product of the W primes and M_i = P / p_i, residue i arrives as
+// y_i = x_i / (g_i M_i) modulo p_i, g_i a small multiplier (see twiddles.h), so that the coefficient is
+//     c = sum of y_i g_i M_i  - q P,   0 <= c < P,   q = floor(sum of y_i g_i / p_i).
+// The y_i are in [0, 3), in units of p_i, and not reduced: q < 3 * 8 * 11 < 2^9. The second sum is formed in
 // units of 2^-36: floor(y_i f_i / 2^52) with f_i = floor(2^88 g_i / p_i) falls short by less than 1.2, all of
-// them by less than 10. A right coefficient is below 2^k <= P, k an integer (see shape.h), while P is less
-// than a twentieth below 2^(48 W): c / P < 0.53. So the floor of the sum and 1/4 is q, and what is left of
-// the sum is c / P.
+// them by less than 10. A right coefficient is below 2^k <= P, k an integer (see shape.h), while P is at most
+// a twentieth below 2^(48 W): c / P < 0.53. So the floor of the sum and 1/4 is q, and what is left of the sum
+// is c / P.
 //
 // Words. The runs are summed in base 2^52 without carries. Coefficient t adds 2^(t b) c: with t b = 52 k + s
-// the factors g_i M_i 2^s < 2^(48 W - 48 + 4 + 52) have W limbs, and the low and high halves of y_i times
-// limb j go to limbs k + j and k + j + 1. For - P 2^s = l - h 2^(52 W), 0 < l < 2^(52 W), q l is added alike
+// the factors g_i M_i 2^s < 2^(48 (W - 1) + 4 + 52) have W limbs, and the low and high halves of y_i times
+// limb j go to limbs k + j and k + j + 1. For -P 2^s = l - h 2^(52 W), 0 < l < 2^(52 W), q l is added alike
 // and q h, below 2^50, is taken from limb k + W. The limbs of a coefficient are summed by themselves and then
 // added to those that the last ones have reached; those below the next coefficient's are complete and leave
-// with their carry, which may be negative. A limb gathers at most 2 W + 2 halves from one coefficient, and W
-// + 1 coefficients reach it, b being at least 52: below 2^5 2^4 2^52. At the end 16 limbs are packed into 13
-// words, and lanes are transposed into runs.
+// with their carry, which may be negative. A limb gathers at most 2 W + 2 halves from one coefficient, and
+// W + 1 coefficients reach it, b being at least 52: below 2^5 2^4 2^52. At the end 16 limbs are packed into
+// 13 words, and lanes are transposed into runs.
 #pragma once
 
 #include <algorithm>
