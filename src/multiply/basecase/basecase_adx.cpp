@@ -33,13 +33,13 @@ u64 add_any_row(u64* R, const u64* A, u64 n, u64 x) {
 }
 
 // All rows of one fixed length.
-template <u32 N> void product(u64* out, const u64* A, const u64* B, u64 nb) {
+template <u32 N> void product(u64* out, const u64* A, u64, const u64* B, u64 nb) {
   out[N] = row<N>(out, A, B[0], 0);
   for (u64 j = 1; j < nb; j++) out[N + j] = add_row<N>(out + j, A, B[j], 0);
 }
 
 // The shortest products of the recursion: 4 words each, the sum never leaves the registers.
-template <> void product<4>(u64* out, const u64* A, const u64* B, u64 nb) {
+template <> void product<4>(u64* out, const u64* A, u64, const u64* B, u64 nb) {
   u64 r0 = 0, r1 = 0, r2 = 0, r3 = 0;
   for (; nb >= 4; nb -= 4, B += 4, out += 4) {
     u64 r[8] = {r0, r1, r2, r3};
@@ -71,18 +71,15 @@ template <> void product<4>(u64* out, const u64* A, const u64* B, u64 nb) {
   out[3] = r3;
 }
 
-using Product = void (*)(u64* out, const u64* A, const u64* B, u64 nb);
-constexpr u64 MAX_FIXED = 12; // the longest rows of the recursion
-constexpr Product PRODUCTS[MAX_FIXED + 1] = {nullptr,     product<1>,  product<2>, product<3>, product<4>,
-                                             product<5>,  product<6>,  product<7>, product<8>, product<9>,
-                                             product<10>, product<11>, product<12>};
-
-} // namespace
-
-void multiply_basecase_adx(u64* out, const u64* A, u64 na, const u64* B, u64 nb) {
-  if (na <= MAX_FIXED) return PRODUCTS[na](out, A, B, nb);
+void any_product(u64* out, const u64* A, u64 na, const u64* B, u64 nb) {
   out[na] = any_row(out, A, na, B[0]);
   for (u64 j = 1; j < nb; j++) out[na + j] = add_any_row(out + j, A, na, B[j]);
 }
+
+} // namespace
+
+constinit const Products ADX_PRODUCTS{{any_product, product<1>, product<2>, product<3>, product<4>,
+                                       product<5>, product<6>, product<7>, product<8>, product<9>,
+                                       product<10>, product<11>, product<12>}};
 
 } // namespace kelvane::km_MULB

@@ -95,7 +95,7 @@ template <u32 N> KELVANE_INLINE void double_and_add_squares(u64* R, const u64* A
 #undef KELVANE_KEPT
 #undef KELVANE_TOP
 
-template <u32 N> void square(u64* out, const u64* A) {
+template <u32 N> void square(u64* out, const u64* A, u64) {
   u64 t[2 * N + 1]; // of which at most 10 are alive at a time, all in registers
   if constexpr (N == 4) t[0] = 0;
   if constexpr (N != 4) out[0] = 0;
@@ -104,17 +104,14 @@ template <u32 N> void square(u64* out, const u64* A) {
   double_and_add_squares<N>(out, A, t + first_kept(N));
 }
 
-using Square = void (*)(u64* out, const u64* A);
-constexpr u64 MAX_FIXED = 12; // the longest square below the Karatsuba threshold
-constexpr Square SQUARES[MAX_FIXED + 1] = {nullptr,    square<1>,  square<2>, square<3>, square<4>,
-                                           square<5>,  square<6>,  square<7>, square<8>, square<9>,
-                                           square<10>, square<11>, square<12>};
+void any_square(u64* out, const u64* A, u64 n) {
+  ADX_PRODUCTS(out, A, n, A, n);
+}
 
 } // namespace
 
-void square_basecase_adx(u64* out, const u64* A, u64 n) {
-  if (n <= MAX_FIXED) return SQUARES[n](out, A);
-  multiply_basecase_adx(out, A, n, A, n);
-}
+constinit const Squares ADX_SQUARES{{any_square, square<1>, square<2>, square<3>, square<4>, square<5>,
+                                     square<6>, square<7>, square<8>, square<9>, square<10>, square<11>,
+                                     square<12>}};
 
 } // namespace kelvane::km_MULB

@@ -211,6 +211,7 @@ void multiply_over(const Context& context, u64* out, const u64* A, u64 nA, const
 }
 
 void square(const Context& context, u64* out, const u64* A, u64 nA, void* work) {
+  if (nA < km_MULB::Thresholds<u64>::square) return km_MULB::square_basecase(out, A, nA);
   if (2 * nA <= BKT_MAX) return km_MULB::square(out, A, nA, static_cast<u64*>(work));
   square_whole(context, out, A, nA, work);
 }
