@@ -92,7 +92,7 @@ bool use_adx() {
 namespace {
 const Products& PRODUCTS = use_adx() ? ADX_PRODUCTS : PORTABLE_PRODUCTS;
 const Squares& SQUARES = use_adx() ? ADX_SQUARES : PORTABLE_SQUARES;
-}
+} // namespace
 
 void multiply_basecase(u64* out, const u64* A, u64 na, const u64* B, u64 nb) {
   PRODUCTS(out, A, na, B, nb);

@@ -29,15 +29,13 @@ struct Products {
 };
 struct Squares {
   void (*of_length[MAX_FIXED + 1])(u64* out, const u64* A, u64 n);
-  void operator()(u64* out, const u64* A, u64 n) const {
-    of_length[n <= MAX_FIXED ? n : 0](out, A, n);
-  }
+  void operator()(u64* out, const u64* A, u64 n) const { of_length[n <= MAX_FIXED ? n : 0](out, A, n); }
 };
 extern const Products PORTABLE_PRODUCTS, ADX_PRODUCTS;
 extern const Squares PORTABLE_SQUARES, ADX_SQUARES;
 
-// Whether the processor can run the ADX kernels; whether they are chosen, asked once: when the instruction set in
-// force at the program's start is not the baseline.
+// Whether the processor can run the ADX kernels; whether they are chosen, asked once: when the instruction
+// set in force at the program's start is not the baseline.
 bool has_adx();
 bool use_adx();
 

@@ -76,6 +76,9 @@ template <class W> void multiply_karatsuba(W* out, const W* A, const W* B, u64 n
 
 template <class W> void square_any(W* out, const W* A, u64 n, W* scratch) {
   if (n < Thresholds<W>::square) return square_basecase(out, A, n);
+  if constexpr (sizeof(W) == 8) {
+    if (USE_ADX && n <= MAX_FIXED_KARATSUBA) return square_adx(out, A, n, scratch);
+  }
   const u64 k = n / 2, h = n - k;
   difference(out, A, n);
   W* const rest = scratch + 2 * h;

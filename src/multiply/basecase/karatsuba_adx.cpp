@@ -2,6 +2,7 @@
 // is unrolled, and three terms are added at once, one carry through CF and one through OF.
 #include <utility>
 
+#include "multiply/basecase/basecase.h"
 #include "multiply/basecase/karatsuba_steps.h"
 #include "multiply/basecase/km_MULB.h"
 #include "multiply/simd/always_inline.h"
@@ -35,23 +36,30 @@ template <u32 N> KELVANE_INLINE u64 subtract(u64* D, const u64* A, const u64* B)
 }
 #undef KELVANE_CHAIN
 
-// D[0, N + MORE) <- S + X + Y + c for c = 0 or 1, X of N words only. Returns the carry, at most 2.
-template <u32 N, u32 MORE>
+// D[0, N + MORE) <- S + X + Y + c for c = 0 or 1, X of N words only; Y's words inverted when NOT. Returns the
+// carry, at most 2.
+template <u32 N, u32 MORE, bool NOT = false>
 KELVANE_INLINE u64 add_three(u64* D, const u64* S, const u64* X, const u64* Y, u64 c) {
   u64 t, zero;
   asm volatile("movl $0, %k[zero]\n\t"
                "addq $-1, %[c]\n\t" // CF = c, OF = 0
                ".set kelvane_at, 0\n\t"
                ".rept %c[n]\n\t"
-               "movq kelvane_at(%[s]), %[t]\n\t"
-               "adcxq kelvane_at(%[y]), %[t]\n\t"
+               "movq kelvane_at(%[y]), %[t]\n\t"
+               ".rept %c[inverted]\n\t"
+               "notq %[t]\n\t"
+               ".endr\n\t"
+               "adcxq kelvane_at(%[s]), %[t]\n\t"
                "adoxq kelvane_at(%[x]), %[t]\n\t"
                "movq %[t], kelvane_at(%[d])\n\t"
                ".set kelvane_at, kelvane_at+8\n\t"
                ".endr\n\t"
                ".rept %c[more]\n\t"
-               "movq kelvane_at(%[s]), %[t]\n\t"
-               "adcxq kelvane_at(%[y]), %[t]\n\t"
+               "movq kelvane_at(%[y]), %[t]\n\t"
+               ".rept %c[inverted]\n\t"
+               "notq %[t]\n\t"
+               ".endr\n\t"
+               "adcxq kelvane_at(%[s]), %[t]\n\t"
                "adoxq %[zero], %[t]\n\t"
                "movq %[t], kelvane_at(%[d])\n\t"
                ".set kelvane_at, kelvane_at+8\n\t"
@@ -60,7 +68,8 @@ KELVANE_INLINE u64 add_three(u64* D, const u64* S, const u64* X, const u64* Y, u
                "adcxq %[zero], %[c]\n\t"
                "adoxq %[zero], %[c]"
                : [c] "+&r"(c), [t] "=&r"(t), [zero] "=&r"(zero)
-               : [d] "r"(D), [s] "r"(S), [x] "r"(X), [y] "r"(Y), [n] "i"(N), [more] "i"(MORE)
+               : [d] "r"(D), [s] "r"(S), [x] "r"(X), [y] "r"(Y), [n] "i"(N), [more] "i"(MORE),
+                 [inverted] "i"(NOT ? 1 : 0)
                : "cc", "memory");
   return c;
 }
@@ -81,16 +90,36 @@ template <u32 N> bool difference(u64* D, const u64* A) {
   return negative;
 }
 
-template <u32 N> void add_middle(u64* out, u64* middle, bool minus) {
+// `middle` holds z1, or its words inverted when NOT; `one` is 1 when z1 is subtracted.
+template <u32 N, bool NOT> KELVANE_INLINE void add_to_middle(u64* out, const u64* middle, u64 one) {
   constexpr u32 K = N / 2, H = N - K, HIGH = 2 * K - H;
-  const u64 one = minus ? 1 : 0;
-  for (u32 i = 0; i < 2 * H; i++) middle[i] ^= 0 - one;
   u64* const s = out + H;
   const u64 of_s = add<H>(s, s, out + 2 * H);
-  const u64 high = add_three<HIGH, H - HIGH>(out + 2 * H, s, out + 3 * H, middle + H, 0);
-  const u64 low = add_three<H, 0>(s, s, out, middle, one);
+  const u64 high = add_three<HIGH, H - HIGH, NOT>(out + 2 * H, s, out + 3 * H, middle + H, 0);
+  const u64 low = add_three<H, 0, NOT>(s, s, out, middle, one);
   const u64 from_low = add_small(out + 2 * H, H, low + of_s);
   add_small(out + 3 * H, HIGH, high + of_s + from_low - one);
+}
+template <u32 N> void add_middle(u64* out, u64* middle, bool minus) {
+  const u64 one = minus ? 1 : 0;
+  for (u32 i = 0; i < 2 * (N - N / 2); i++) middle[i] ^= 0 - one;
+  add_to_middle<N, false>(out, middle, one);
+}
+
+// The whole recursion of a square, of fixed lengths down to the schoolbook's: z1 is always subtracted, and no
+// call has to find out what it is for.
+template <u32 N> void square_of(u64* out, const u64* A, u64* scratch) {
+  if constexpr (N < Thresholds<u64>::square) {
+    ADX_SQUARES.of_length[N](out, A, N);
+  } else {
+    constexpr u32 K = N / 2, H = N - K;
+    u64* const rest = scratch + 2 * H;
+    difference<N>(out, A);
+    square_of<H>(scratch, out, rest);
+    square_of<H>(out, A, rest);
+    square_of<K>(out + 2 * H, A + H, rest);
+    add_to_middle<N, true>(out, scratch, 1);
+  }
 }
 
 constexpr u32 FIRST = Thresholds<u64>::multiply, COUNT = MAX_FIXED_KARATSUBA + 1 - FIRST;
@@ -98,12 +127,13 @@ constexpr u32 FIRST = Thresholds<u64>::multiply, COUNT = MAX_FIXED_KARATSUBA + 1
 struct Steps {
   bool (*difference)(u64* D, const u64* A);
   void (*add_middle)(u64* out, u64* middle, bool minus);
+  void (*square)(u64* out, const u64* A, u64* scratch);
 };
 struct Table {
   Steps steps[COUNT];
 };
 template <u32... I> constexpr Table make_table(std::integer_sequence<u32, I...>) {
-  return {{{difference<FIRST + I>, add_middle<FIRST + I>}...}};
+  return {{{difference<FIRST + I>, add_middle<FIRST + I>, square_of<FIRST + I>}...}};
 }
 constexpr Table TABLE = make_table(std::make_integer_sequence<u32, COUNT>());
 
@@ -111,6 +141,9 @@ constexpr Table TABLE = make_table(std::make_integer_sequence<u32, COUNT>());
 
 bool difference_adx(u64* D, const u64* A, u64 n) {
   return TABLE.steps[n - FIRST].difference(D, A);
+}
+void square_adx(u64* out, const u64* A, u64 n, u64* scratch) {
+  TABLE.steps[n - FIRST].square(out, A, scratch);
 }
 void add_middle_adx(u64* out, u64* middle, u64 n, bool minus) {
   TABLE.steps[n - FIRST].add_middle(out, middle, minus);

@@ -18,6 +18,8 @@ inline constexpr u64 MAX_FIXED_KARATSUBA = 28;
 // For n from the product's threshold to MAX_FIXED_KARATSUBA, on processors with has_adx().
 bool difference_adx(u64* D, const u64* A, u64 n);
 void add_middle_adx(u64* out, u64* middle, u64 n, bool minus);
+// out[0, 2n) <- A^2, the whole recursion.
+void square_adx(u64* out, const u64* A, u64 n, u64* scratch);
 
 // What both builds share. Internal linkage: one of them is compiled for newer processors.
 namespace {
