@@ -65,7 +65,7 @@ template <u32 N> KELVANE_INLINE void product_in_registers(u64* out, const u64* A
 }
 
 // The longest rows whose sum and the pointers to it have room in the registers.
-constexpr u32 MAX_REGISTER_PRODUCT = 8;
+constexpr u32 MAX_REGISTER_PRODUCT = 9;
 
 template <u32 N> void product(u64* out, const u64* A, u64, const u64* B, u64 nb) {
   if constexpr (N >= 4 && N <= MAX_REGISTER_PRODUCT)
