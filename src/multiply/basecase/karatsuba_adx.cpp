@@ -1,5 +1,5 @@
-// Karatsuba's additions for products of up to MAX_FIXED_KARATSUBA words: the lengths are known, every chain
-// is unrolled, and three terms are added at once, one carry through CF and one through OF.
+// Karatsuba's recursion for up to MAX_FIXED_KARATSUBA words: the lengths are known, every chain is unrolled,
+// and three terms are added at once, one carry through CF and one through OF.
 #include <utility>
 
 #include "multiply/basecase/basecase.h"
@@ -75,7 +75,7 @@ KELVANE_INLINE u64 add_three(u64* D, const u64* S, const u64* X, const u64* Y, u
 }
 
 // The two steps of karatsuba.cpp for N words.
-template <u32 N> bool difference(u64* D, const u64* A) {
+template <u32 N> KELVANE_INLINE bool difference(u64* D, const u64* A) {
   constexpr u32 K = N / 2, H = N - K;
   if constexpr (K < H) {
     if (A[K] != 0) {
@@ -100,7 +100,7 @@ template <u32 N, bool NOT> KELVANE_INLINE void add_to_middle(u64* out, const u64
   const u64 from_low = add_small(out + 2 * H, H, low + of_s);
   add_small(out + 3 * H, HIGH, high + of_s + from_low - one);
 }
-template <u32 N> void add_middle(u64* out, u64* middle, bool minus) {
+template <u32 N> KELVANE_INLINE void add_middle(u64* out, u64* middle, bool minus) {
   const u64 one = minus ? 1 : 0;
   for (u32 i = 0; i < 2 * (N - N / 2); i++) middle[i] ^= 0 - one;
   add_to_middle<N, false>(out, middle, one);
@@ -122,31 +122,49 @@ template <u32 N> void square_of(u64* out, const u64* A, u64* scratch) {
   }
 }
 
-constexpr u32 FIRST = Thresholds<u64>::multiply, COUNT = MAX_FIXED_KARATSUBA + 1 - FIRST;
-
-struct Steps {
-  bool (*difference)(u64* D, const u64* A);
-  void (*add_middle)(u64* out, u64* middle, bool minus);
-  void (*square)(u64* out, const u64* A, u64* scratch);
-};
-struct Table {
-  Steps steps[COUNT];
-};
-template <u32... I> constexpr Table make_table(std::integer_sequence<u32, I...>) {
-  return {{{difference<FIRST + I>, add_middle<FIRST + I>, square_of<FIRST + I>}...}};
+// The same of a product. The halves' products are schoolbook ones when either of them is.
+template <u32 N> void product_of(u64* out, const u64* A, const u64* B, u64* scratch) {
+  constexpr u32 K = N / 2, H = N - K;
+  u64* const rest = scratch + 2 * H;
+  const bool minus = difference<N>(out, A) == difference<N>(out + H, B);
+  if constexpr (K < Thresholds<u64>::multiply) {
+    ADX_PRODUCTS.of_length[H](scratch, out, H, out + H, H);
+    ADX_PRODUCTS.of_length[H](out, A, H, B, H);
+    ADX_PRODUCTS.of_length[K](out + 2 * H, A + H, K, B + H, K);
+  } else {
+    product_of<H>(scratch, out, out + H, rest);
+    product_of<H>(out, A, B, rest);
+    product_of<K>(out + 2 * H, A + H, B + H, rest);
+  }
+  add_middle<N>(out, scratch, minus);
 }
-constexpr Table TABLE = make_table(std::make_integer_sequence<u32, COUNT>());
+
+constexpr u32 FIRST_PRODUCT = Thresholds<u64>::multiply, FIRST_SQUARE = Thresholds<u64>::square;
+template <u32 FIRST> using Lengths = std::make_integer_sequence<u32, MAX_FIXED_KARATSUBA + 1 - FIRST>;
+
+struct ProductTable {
+  void (*of_length[MAX_FIXED_KARATSUBA + 1 - FIRST_PRODUCT])(u64* out, const u64* A, const u64* B,
+                                                             u64* scratch);
+};
+struct SquareTable {
+  void (*of_length[MAX_FIXED_KARATSUBA + 1 - FIRST_SQUARE])(u64* out, const u64* A, u64* scratch);
+};
+template <u32... I> constexpr ProductTable product_table(std::integer_sequence<u32, I...>) {
+  return {{product_of<FIRST_PRODUCT + I>...}};
+}
+template <u32... I> constexpr SquareTable square_table(std::integer_sequence<u32, I...>) {
+  return {{square_of<FIRST_SQUARE + I>...}};
+}
+constexpr ProductTable PRODUCTS = product_table(Lengths<FIRST_PRODUCT>());
+constexpr SquareTable SQUARES = square_table(Lengths<FIRST_SQUARE>());
 
 } // namespace
 
-bool difference_adx(u64* D, const u64* A, u64 n) {
-  return TABLE.steps[n - FIRST].difference(D, A);
+void multiply_karatsuba_adx(u64* out, const u64* A, const u64* B, u64 n, u64* scratch) {
+  PRODUCTS.of_length[n - FIRST_PRODUCT](out, A, B, scratch);
 }
-void square_adx(u64* out, const u64* A, u64 n, u64* scratch) {
-  TABLE.steps[n - FIRST].square(out, A, scratch);
-}
-void add_middle_adx(u64* out, u64* middle, u64 n, bool minus) {
-  TABLE.steps[n - FIRST].add_middle(out, middle, minus);
+void square_karatsuba_adx(u64* out, const u64* A, u64 n, u64* scratch) {
+  SQUARES.of_length[n - FIRST_SQUARE](out, A, scratch);
 }
 
 } // namespace kelvane::km_MULB
