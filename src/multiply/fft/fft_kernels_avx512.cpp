@@ -19,25 +19,6 @@ KELVANE_INLINE void load_octet(Vec8* out, const DigitSource& s, const u8* p) {
   out[0] = {_mm512_cvtepi32_pd(_mm256_srai_epi32(_mm256_add_epi32(d, _mm256_set1_epi32(1)), 1))};
 }
 
-// run[h] are eight points of run h; pair[i] <- points 2 i + 2^b points (2 i + 1), a run to a lane.
-KELVANE_INLINE void transpose_pairs(simd::Int8* pair, const Vec8 (&run)[8], u32 b) {
-  __m512i two[4]; // of runs 2 j and 2 j + 1: a pair of points of both in every 128 bits
-  for (u32 j = 0; j < 4; j++) {
-    const simd::Int8 even{_mm512_castpd_si512(_mm512_unpacklo_pd(run[2 * j].v, run[2 * j + 1].v))};
-    const simd::Int8 odd{_mm512_castpd_si512(_mm512_unpackhi_pd(run[2 * j].v, run[2 * j + 1].v))};
-    two[j] = (even + (odd << b)).v;
-  }
-  // 0x88 takes the 128-bit pieces 0 and 2 of each, 0xdd pieces 1 and 3.
-  const __m512i low02 = _mm512_shuffle_i64x2(two[0], two[1], 0x88);
-  const __m512i low13 = _mm512_shuffle_i64x2(two[0], two[1], 0xdd);
-  const __m512i high02 = _mm512_shuffle_i64x2(two[2], two[3], 0x88);
-  const __m512i high13 = _mm512_shuffle_i64x2(two[2], two[3], 0xdd);
-  pair[0].v = _mm512_shuffle_i64x2(low02, high02, 0x88);
-  pair[1].v = _mm512_shuffle_i64x2(low13, high13, 0x88);
-  pair[2].v = _mm512_shuffle_i64x2(low02, high02, 0xdd);
-  pair[3].v = _mm512_shuffle_i64x2(low13, high13, 0xdd);
-}
-
 // Words of eight runs, transposed: 16 or 32 bytes of a run at once.
 template <u32 WORDS>
 requires(WORDS >= 2) KELVANE_INLINE void store_runs(u8* out, u64 stride, const simd::Int8* w) {

@@ -18,6 +18,17 @@ KELVANE_INLINE void load_octet(Vec2* out, const DigitSource& s, const u8* p) {
   for (u32 v = 0; v < 4; v++) out[v] = {_mm_cvtepi32_pd(_mm_set_epi32(0, 0, d[2 * v + 1], d[2 * v]))};
 }
 
+template <u32 WORDS>
+requires(WORDS >= 2) KELVANE_INLINE void store_runs(u8* out, u64 stride, const simd::Int2* w) {
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_unpacklo_epi64(w[0].v, w[1].v));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(out + stride), _mm_unpackhi_epi64(w[0].v, w[1].v));
+  if constexpr (WORDS == 3) {
+    const __m128d top = _mm_castsi128_pd(w[2].v);
+    _mm_storel_pd(reinterpret_cast<double*>(out + 16), top);
+    _mm_storeh_pd(reinterpret_cast<double*>(out + stride + 16), top);
+  }
+}
+
 } // namespace
 } // namespace kelvane::km_FFTv2
 

@@ -110,11 +110,14 @@ void btp_t::inverse(u64* out, u64 n, void* TA, const void* TB, void* scratch, bo
   u64 pieces = 1;
   while (!cached_ && pieces < MAX_CARRY_PIECES && quarter / pieces >= 2 * MIN_PIECE_POINTS) pieces *= 2;
   const u64 points = quarter / pieces, run_bytes = points * shape_.b / 8;
+  // An operand of L words has at most 64 L / b + 2 digits that are not zero, with the one above for
+  // balancing; a point's terms are as many as those of the shorter operand, at most half the sum of both.
+  const u64 terms = min_of(shape_.n, 32 * n / shape_.b + 2);
   s64 carries[8 * MAX_CARRY_PIECES];
   const auto carry = [&](u64 piece, Worker worker) {
     s64 top[8];
     const CarryRuns runs{static_cast<u8*>(scratch) + piece * run_bytes, quarter * shape_.b / 8, points / 8,
-                         top};
+                         terms, top};
     kernels_->carry(data + piece * 2 * points, 2 * quarter, cached_, shape_, runs);
     for (u64 h = 0; h < 8; h++) carries[h * pieces + piece] = top[h];
     tick(worker);
