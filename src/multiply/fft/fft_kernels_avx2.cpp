@@ -9,9 +9,9 @@ using simd::Vec4;
 
 // Four digits: their bytes gathered in 32-bit lanes, shifted to the top, the b + 1 bits brought down signed.
 KELVANE_INLINE __m128i four_digits(const DigitSource& s, const u8* p, u32 half) {
-  const __m128i raw = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + (half == 0 ? 0 : s.upper)));
-  const __m128i order = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s.shuffle + 16 * half));
-  const __m128i shift = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s.shift + 4 * half));
+  const __m128i raw = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + (half == 0 ? 0 : s.layout.upper)));
+  const __m128i order = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s.layout.shuffle + 16 * half));
+  const __m128i shift = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s.layout.shift + 4 * half));
   const __m128i top = _mm_sllv_epi32(_mm_shuffle_epi8(raw, order), shift);
   const __m128i d = _mm_sra_epi32(top, _mm_cvtsi32_si128(static_cast<int>(31 - s.b)));
   return _mm_srai_epi32(_mm_add_epi32(d, _mm_set1_epi32(1)), 1);

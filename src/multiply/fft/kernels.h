@@ -13,10 +13,22 @@
 
 namespace kelvane::km_FFTv2 {
 
-// Where the b-bit digits of an operand lie. Eight digits ("an octet") begin at a whole byte; the bits of
-// digit k and the bit below it, b + 1 together, are read as one signed number s, and (s + 1) >> 1 is the
-// balanced digit in [-2^(b-1), 2^(b-1)]: the digit itself, minus 2^b when its own top bit is set, plus 1
-// when that of the digit below is. No carry runs.
+// Where the b-bit digits lie. Eight digits ("an octet") begin at a whole byte; the bits of digit k and the
+// bit below it, b + 1 together, are read as one signed number s, and (s + 1) >> 1 is the balanced digit in
+// [-2^(b-1), 2^(b-1)]: the digit itself, minus 2^b when its own top bit is set, plus 1 when that of the digit
+// below is. No carry runs.
+struct OctetLayout {
+  // The octet's digit j in 32 bits from byte `byte[j]` of the octet (the octet's bytes begin with the byte
+  // below its first digit), shifted left by shift[j], is s followed by zeros.
+  u32 shift[8];
+  u8 byte[8];
+  u32 upper;      // byte from which digits 4..7 are read
+  u8 shuffle[32]; // byte shuffle that does so: digits 0..3 from byte 0, digits 4..7 from byte `upper`
+};
+// That of b-bit digits, b in [8, 21].
+const OctetLayout& octet_layout(u32 b);
+
+// The digits of an operand.
 struct DigitSource {
   static constexpr u64 WINDOW = 32; // bytes that may be read from where an octet begins
 
@@ -25,12 +37,7 @@ struct DigitSource {
   u64 total;       // digits of the transform, 2n
   u32 b;
   bool top_set; // the operand fills all digits and its top bit is set: the last digit must not be balanced
-  // The octet's digit j in 32 bits from byte `byte[j]` of the octet (the octet's bytes begin with the byte
-  // below its first digit), shifted left by shift[j], is s followed by zeros.
-  u32 shift[8];
-  u8 byte[8];
-  u32 upper;      // byte from which digits 4..7 are read
-  u8 shuffle[32]; // byte shuffle that does so: digits 0..3 from byte 0, digits 4..7 from byte `upper`
+  const OctetLayout& layout;
   // Copies of the operand's ends with zeros around them, for windows that reach beyond.
   u64 tail_start;
   u8 head[WINDOW];

@@ -127,9 +127,10 @@ constexpr u64 MAX_SHORT = 14;
 // out = A B for nA >= nB, beyond the basecase's row.
 void multiply_long(const Context& context, u64* out, const u64* A, u64 nA, const u64* B, u64 nB, void* work) {
   if (nB <= MAX_SHORT) return km_MULB::multiply_basecase(out, A, nA, B, nB);
-  const u64 n = nA + nB, bytes = product_cost(n, context.threads, context.reduced_memory);
-  if (n >= CUT_MIN && nA >= CUT_RATIO * nB && multiply_in_pieces(context, out, A, nA, B, nB, work, bytes))
-    return;
+  if (nA + nB >= CUT_MIN && nA >= CUT_RATIO * nB) {
+    const u64 bytes = product_cost(nA + nB, context.threads, context.reduced_memory);
+    if (multiply_in_pieces(context, out, A, nA, B, nB, work, bytes)) return;
+  }
   multiply_whole(context, out, A, nA, B, nB, work);
 }
 
