@@ -90,6 +90,8 @@ struct Kernels {
 
   // data <- the inverse of all steps but the root's of the pointwise product data * other.
   void (*inverse_rest)(double* data, const double* other, const Shape& shape);
+  // forward_rest of data, then inverse_rest, block by block; other may be data.
+  void (*product_rest)(double* data, const double* other, const Shape& shape);
   // The same of all steps below node J.
   void (*inverse_block)(double* data, const double* other, u32 levels, u64 J, const Shape& shape);
   void (*inverse_step)(double* dst, u64 dst_stride, const double* src, u64 src_stride, u64 vectors, u64 J,

@@ -50,9 +50,7 @@ struct Placement {
   void* TB;
   void* scratch;
   Placement(Layout& layout, const abstract_btp& record)
-      : TA(layout.take_bytes(record.transform_bytes())),
-        TB(layout.take_bytes(record.ntp() != nullptr ? record.ntp()->second_bytes()
-                                                     : record.transform_bytes())),
+      : TA(layout.take_bytes(record.transform_bytes())), TB(layout.take_bytes(record.second_bytes())),
         scratch(layout.take_bytes(record.scratch_bytes())) {}
 };
 
@@ -101,10 +99,7 @@ void multiply_whole(const Context& context, u64* out, const u64* A, u64 nA, cons
   const abstract_btp* const record = select(n, context, &storage);
   Layout layout(work, product_cost(n, context.threads, context.reduced_memory));
   const Placement p(layout, *record);
-  if (record->ntp() != nullptr) return record->ntp()->product(out, A, nA, B, nB, p.TA, p.TB, p.scratch);
-  record->forward(p.TA, A, nA, p.scratch);
-  record->forward(p.TB, B, nB, p.scratch);
-  record->inverse_fmul(out, n, p.TA, p.TB, p.scratch);
+  record->product(out, A, nA, B, nB, p.TA, p.TB, p.scratch);
 }
 
 // Not inlined: short squares would pay for its frame.
@@ -114,10 +109,7 @@ void multiply_whole(const Context& context, u64* out, const u64* A, u64 nA, cons
   const abstract_btp* const record = select(n, context, &storage);
   Layout layout(work, product_cost(n, context.threads, context.reduced_memory));
   const Placement p(layout, *record);
-  if (record->ntp() != nullptr)
-    return record->ntp()->product(out, A, nA, nullptr, 0, p.TA, nullptr, p.scratch);
-  record->forward(p.TA, A, nA, p.scratch);
-  record->inverse_fsqr(out, n, p.TA, p.scratch);
+  record->product(out, A, nA, nullptr, 0, p.TA, nullptr, p.scratch);
 }
 
 // Operands of this many words or fewer are multiplied by the schoolbook whatever the other one's length: 0.4
