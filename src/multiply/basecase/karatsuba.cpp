@@ -140,6 +140,7 @@ template <class W> void multiply_any(W* out, const W* A, u64 na, const W* B, u64
 
 void square(u64* out, const u64* A, u64 n, u64* scratch) {
   if (n < Thresholds<u64>::square) return square_basecase(out, A, n);
+  if (USE_ADX && n <= MAX_FIXED_KARATSUBA) return square_karatsuba_adx(out, A, n, scratch);
   square_any(out, A, n, scratch);
 }
 void square(u32* out, const u32* A, u64 n, u32* scratch) {

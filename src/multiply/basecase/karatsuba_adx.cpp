@@ -5,6 +5,7 @@
 #include "multiply/basecase/basecase.h"
 #include "multiply/basecase/karatsuba_steps.h"
 #include "multiply/basecase/km_MULB.h"
+#include "multiply/basecase/rows_adx.h"
 #include "multiply/simd/always_inline.h"
 
 namespace kelvane::km_MULB {
@@ -90,15 +91,76 @@ template <u32 N> KELVANE_INLINE bool difference(u64* D, const u64* A) {
   return negative;
 }
 
-// `middle` holds z1, or its words inverted when NOT; `one` is 1 when z1 is subtracted.
-template <u32 N, bool NOT> KELVANE_INLINE void add_to_middle(u64* out, const u64* middle, u64 one) {
+// The middle of a level, with z1 or, when NOT, its words inverted in `middle`, and `one` 1 when z1 is
+// subtracted. The words of out at h and 2h become S + z1 + L0 and S + z1 + H2 of karatsuba.cpp. Returns both
+// carries.
+struct MiddleCarries {
+  u64 low, high;
+};
+template <u32 N, bool NOT> KELVANE_INLINE MiddleCarries add_in_memory(u64* out, const u64* middle, u64 one) {
   constexpr u32 K = N / 2, H = N - K, HIGH = 2 * K - H;
   u64* const s = out + H;
   const u64 of_s = add<H>(s, s, out + 2 * H);
   const u64 high = add_three<HIGH, H - HIGH, NOT>(out + 2 * H, s, out + 3 * H, middle + H, 0);
   const u64 low = add_three<H, 0, NOT>(s, s, out, middle, one);
-  const u64 from_low = add_small(out + 2 * H, H, low + of_s);
-  add_small(out + 3 * H, HIGH, high + of_s + from_low - one);
+  return {low + of_s, high + of_s};
+}
+
+// Where S has room in the registers: h = 7 and 8.
+#define KELVANE_SUM(I)                                                                                       \
+  "movq 8*(%c[h]+" #I ")(%[o]), %[r" #I "]\n\tadcq 8*(2*%c[h]+" #I ")(%[o]), %[r" #I "]\n\t"
+#define KELVANE_Z1(I) ".rept %c[inverted]\n\tnotq %[t]\n\t.endr\n\tadcxq %[r" #I "], %[t]\n\t"
+#define KELVANE_HIGH(I)                                                                                      \
+  "movq 8*(%c[h]+" #I                                                                                        \
+  ")(%[z1]), %[t]\n\t" KELVANE_Z1(I) ".if " #I " < %c[upper]\n\tadoxq 8*(3*%c[h]+" #I                        \
+                                     ")(%[o]), %[t]\n\t.else\n\tadoxq %[zero], %[t]\n\t.endif\n\t"           \
+                                     "movq %[t], 8*(2*%c[h]+" #I ")(%[o])\n\t"
+#define KELVANE_LOW(I)                                                                                       \
+  "movq 8*" #I "(%[z1]), %[t]\n\t" KELVANE_Z1(I) "adoxq 8*" #I "(%[o]), %[t]\n\t"                            \
+                                                 "movq %[t], 8*(%c[h]+" #I ")(%[o])\n\t"
+#define KELVANE_ALL7(USE) USE(0) USE(1) USE(2) USE(3) USE(4) USE(5) USE(6)
+#define KELVANE_ALL8(USE) KELVANE_ALL7(USE) USE(7)
+#define KELVANE_TAKE_CARRIES(C) "adcxq %[zero], %[" #C "]\n\tadoxq %[zero], %[" #C "]\n\t"
+#define KELVANE_ADD_IN_REGISTERS(H)                                                                          \
+  asm volatile("xorl %k[low], %k[low]\n\t" KELVANE_ALL##H(                                                   \
+                   KELVANE_SUM) "adcq $0, %[low]\n\t"                                                        \
+                                "movq %[low], %[high]\n\t"                                                   \
+                                "xorl %k[zero], %k[zero]\n\t" KELVANE_ALL##H(KELVANE_HIGH)                   \
+                                    KELVANE_TAKE_CARRIES(high) "addq $-1, %[one]\n\t" /* CF = one, OF = 0 */ \
+               KELVANE_ALL##H(KELVANE_LOW) KELVANE_TAKE_CARRIES(low)                                         \
+               : KELVANE_WORDS##H("=&r"), [low] "=&r"(c.low), [high] "=&r"(c.high), [t] "=&r"(t),            \
+                 [zero] "=&r"(zero), [one] "+&rm"(one)                                                       \
+               : [o] "r"(out), [z1] "r"(middle), [h] "i"(H), [upper] "i"(2 * (N / 2) - H),                   \
+                 [inverted] "i"(NOT ? 1 : 0)                                                                 \
+               : "cc", "memory")
+template <u32 N, bool NOT>
+KELVANE_INLINE MiddleCarries add_in_registers(u64* out, const u64* middle, u64 one) {
+  MiddleCarries c;
+  u64 R[8], t, zero;
+  if constexpr (N - N / 2 == 7)
+    KELVANE_ADD_IN_REGISTERS(7);
+  else
+    KELVANE_ADD_IN_REGISTERS(8);
+  return c;
+}
+#undef KELVANE_SUM
+#undef KELVANE_Z1
+#undef KELVANE_HIGH
+#undef KELVANE_LOW
+#undef KELVANE_ALL7
+#undef KELVANE_ALL8
+#undef KELVANE_TAKE_CARRIES
+#undef KELVANE_ADD_IN_REGISTERS
+
+template <u32 N, bool NOT> KELVANE_INLINE void add_to_middle(u64* out, const u64* middle, u64 one) {
+  constexpr u32 K = N / 2, H = N - K;
+  MiddleCarries c;
+  if constexpr (H == 7 || H == 8)
+    c = add_in_registers<N, NOT>(out, middle, one);
+  else
+    c = add_in_memory<N, NOT>(out, middle, one);
+  const u64 from_low = add_small(out + 2 * H, H, c.low);
+  add_small(out + 3 * H, 2 * K - H, c.high + from_low - one);
 }
 template <u32 N> KELVANE_INLINE void add_middle(u64* out, u64* middle, bool minus) {
   const u64 one = minus ? 1 : 0;
