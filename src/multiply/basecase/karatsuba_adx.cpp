@@ -106,33 +106,38 @@ template <u32 N, bool NOT> KELVANE_INLINE MiddleCarries add_in_memory(u64* out, 
   return {low + of_s, high + of_s};
 }
 
-// Where S has room in the registers: h = 7 and 8.
+// The same where S has room in the registers, h = 7 and 8: it need not wait for words just stored.
+// clang-format off
 #define KELVANE_SUM(I)                                                                                       \
   "movq 8*(%c[h]+" #I ")(%[o]), %[r" #I "]\n\tadcq 8*(2*%c[h]+" #I ")(%[o]), %[r" #I "]\n\t"
-#define KELVANE_Z1(I) ".rept %c[inverted]\n\tnotq %[t]\n\t.endr\n\tadcxq %[r" #I "], %[t]\n\t"
+#define KELVANE_ADD_S(I) ".rept %c[inverted]\n\tnotq %[t]\n\t.endr\n\tadcxq %[r" #I "], %[t]\n\t"
 #define KELVANE_HIGH(I)                                                                                      \
-  "movq 8*(%c[h]+" #I                                                                                        \
-  ")(%[z1]), %[t]\n\t" KELVANE_Z1(I) ".if " #I " < %c[upper]\n\tadoxq 8*(3*%c[h]+" #I                        \
-                                     ")(%[o]), %[t]\n\t.else\n\tadoxq %[zero], %[t]\n\t.endif\n\t"           \
-                                     "movq %[t], 8*(2*%c[h]+" #I ")(%[o])\n\t"
+  "movq 8*(%c[h]+" #I ")(%[z1]), %[t]\n\t" KELVANE_ADD_S(I)                                                  \
+  ".if " #I " < %c[upper]\n\tadoxq 8*(3*%c[h]+" #I ")(%[o]), %[t]\n\t"                                       \
+  ".else\n\tadoxq %[zero], %[t]\n\t.endif\n\t"                                                               \
+  "movq %[t], 8*(2*%c[h]+" #I ")(%[o])\n\t"
 #define KELVANE_LOW(I)                                                                                       \
-  "movq 8*" #I "(%[z1]), %[t]\n\t" KELVANE_Z1(I) "adoxq 8*" #I "(%[o]), %[t]\n\t"                            \
-                                                 "movq %[t], 8*(%c[h]+" #I ")(%[o])\n\t"
+  "movq 8*" #I "(%[z1]), %[t]\n\t" KELVANE_ADD_S(I)                                                          \
+  "adoxq 8*" #I "(%[o]), %[t]\n\t"                                                                           \
+  "movq %[t], 8*(%c[h]+" #I ")(%[o])\n\t"
 #define KELVANE_ALL7(USE) USE(0) USE(1) USE(2) USE(3) USE(4) USE(5) USE(6)
 #define KELVANE_ALL8(USE) KELVANE_ALL7(USE) USE(7)
 #define KELVANE_TAKE_CARRIES(C) "adcxq %[zero], %[" #C "]\n\tadoxq %[zero], %[" #C "]\n\t"
 #define KELVANE_ADD_IN_REGISTERS(H)                                                                          \
-  asm volatile("xorl %k[low], %k[low]\n\t" KELVANE_ALL##H(                                                   \
-                   KELVANE_SUM) "adcq $0, %[low]\n\t"                                                        \
-                                "movq %[low], %[high]\n\t"                                                   \
-                                "xorl %k[zero], %k[zero]\n\t" KELVANE_ALL##H(KELVANE_HIGH)                   \
-                                    KELVANE_TAKE_CARRIES(high) "addq $-1, %[one]\n\t" /* CF = one, OF = 0 */ \
+  asm volatile("xorl %k[low], %k[low]\n\t"                                                                   \
+               KELVANE_ALL##H(KELVANE_SUM)                                                                   \
+               "adcq $0, %[low]\n\t"                                                                         \
+               "movq %[low], %[high]\n\t"                                                                    \
+               "xorl %k[zero], %k[zero]\n\t"                                                                 \
+               KELVANE_ALL##H(KELVANE_HIGH) KELVANE_TAKE_CARRIES(high)                                       \
+               "addq $-1, %[one]\n\t" /* CF = one, OF = 0 */                                                 \
                KELVANE_ALL##H(KELVANE_LOW) KELVANE_TAKE_CARRIES(low)                                         \
                : KELVANE_WORDS##H("=&r"), [low] "=&r"(c.low), [high] "=&r"(c.high), [t] "=&r"(t),            \
                  [zero] "=&r"(zero), [one] "+&rm"(one)                                                       \
                : [o] "r"(out), [z1] "r"(middle), [h] "i"(H), [upper] "i"(2 * (N / 2) - H),                   \
                  [inverted] "i"(NOT ? 1 : 0)                                                                 \
                : "cc", "memory")
+// clang-format on
 template <u32 N, bool NOT>
 KELVANE_INLINE MiddleCarries add_in_registers(u64* out, const u64* middle, u64 one) {
   MiddleCarries c;
@@ -144,7 +149,7 @@ KELVANE_INLINE MiddleCarries add_in_registers(u64* out, const u64* middle, u64 o
   return c;
 }
 #undef KELVANE_SUM
-#undef KELVANE_Z1
+#undef KELVANE_ADD_S
 #undef KELVANE_HIGH
 #undef KELVANE_LOW
 #undef KELVANE_ALL7

@@ -7,16 +7,20 @@
 // that number in one rounding has the bit pattern M + x. M is a multiple of 2^b, so with the signed carry c
 //   digit = (M + x + c) mod 2^b,   next carry + M / 2^b = floor((M + x + c) / 2^b)
 // need neither the subtraction of M nor an arithmetic shift. M / 2^b is to be taken off the next point before
-// the carry arrives, so that the chain from digit to digit is one addition and one shift: where M / 2^b <
-// 2^50, that is b >= 13, the number that is added is smaller from the beginning, else it is subtracted.
+// the carry arrives, so that the chain from digit to digit is one addition and one shift. For b > 16 it is
+// below 2^47, and the number that is added to round is that much smaller; else it is subtracted.
 //
 // Where two points fit a word together, |x + 2^b y| < 2^63, they are carried as one digit of 2 b bits: half
-// the chain and a third fewer operations. Here 2^63 takes the place of M: a multiple of 2^(2b). With b >= 13
-// the pair of two M is M modulo 2^64, and 2^63 - 2^(63-2b) - M, which is wanted in addition, is 2^b f for an
-// integer f < 2^50: it comes with the number that is added to the odd points. A point is a sum of at most
-// `terms` products of balanced digits (CarryRuns): |x|, |y| <= t = terms 2^(2b-2). The pair is at most (2^b +
-// 1) t and the carry c at most (c + (2^b + 1) t) / 2^(2b) + 1; both together are below 2^b t (1 + 2^-7), and
-// that is below 2^63 when terms 2^(3b-2) <= 2^63 - 2^56.
+// the chain and a third fewer operations. Here 2^63 takes the place of M: a multiple of 2^(2b).
+// - A point is a sum of at most `terms` products of balanced digits (CarryRuns): |x|, |y| <= t = terms
+// 2^(2b-2).
+//   The pair is at most (2^b + 1) t, and a carry c that is added to it becomes at most (c + (2^b + 1) t) /
+//   2^(2b) + 1: both together stay below 2^b t (1 + 2^-7), which is below 2^63 when terms 2^(3b-2) <= 2^63 -
+//   2^56.
+// - With b >= 13 the two M of a pair are M + 2^b M = M modulo 2^64. What is wanted instead is 2^63 less the
+//   carry's bias, 2^(63-2b): the difference is 2^b f for an integer f < 2^49 (2^63 - M < 2^62, b <= 21),
+//   which comes with the number that is added to round the odd points. |y| <= 2^(63-b) <= 2^50, so |y + f| <
+//   2^51.
 #pragma once
 
 #include "multiply/fft/blocks_impl.h"

@@ -23,9 +23,8 @@ requires(WORDS >= 2) KELVANE_INLINE void store_runs(u8* out, u64 stride, const s
   _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_unpacklo_epi64(w[0].v, w[1].v));
   _mm_storeu_si128(reinterpret_cast<__m128i*>(out + stride), _mm_unpackhi_epi64(w[0].v, w[1].v));
   if constexpr (WORDS == 3) {
-    const __m128d top = _mm_castsi128_pd(w[2].v);
-    _mm_storel_pd(reinterpret_cast<double*>(out + 16), top);
-    _mm_storeh_pd(reinterpret_cast<double*>(out + stride + 16), top);
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(out + 16), w[2].v);
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(out + stride + 16), _mm_unpackhi_epi64(w[2].v, w[2].v));
   }
 }
 
