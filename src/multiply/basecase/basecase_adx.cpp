@@ -74,14 +74,14 @@ template <u32 N> void product(u64* out, const u64* A, u64, const u64* B, u64 nb)
     product_in_memory<N>(out, A, B, nb);
 }
 
-void any_product(u64* out, const u64* A, u64 na, const u64* B, u64 nb) {
+void product_by_blocks(u64* out, const u64* A, u64 na, const u64* B, u64 nb) {
   out[na] = any_row(out, A, na, B[0]);
   for (u64 j = 1; j < nb; j++) out[na + j] = add_any_row(out + j, A, na, B[j]);
 }
 
 } // namespace
 
-constinit const Products ADX_PRODUCTS{{any_product, product<1>, product<2>, product<3>, product<4>,
+constinit const Products ADX_PRODUCTS{{product_by_blocks, product<1>, product<2>, product<3>, product<4>,
                                        product<5>, product<6>, product<7>, product<8>, product<9>,
                                        product<10>, product<11>, product<12>}};
 

@@ -112,13 +112,13 @@ template <u32 N> void square(u64* out, const u64* A, u64) {
   double_and_add_squares<N>(out, A, t + first_kept(N));
 }
 
-void any_square(u64* out, const u64* A, u64 n) {
+void square_as_product(u64* out, const u64* A, u64 n) {
   ADX_PRODUCTS(out, A, n, A, n);
 }
 
 } // namespace
 
-constinit const Squares ADX_SQUARES{{any_square, square<1>, square<2>, square<3>, square<4>, square<5>,
+constinit const Squares ADX_SQUARES{{square_as_product, square<1>, square<2>, square<3>, square<4>, square<5>,
                                      square<6>, square<7>, square<8>, square<9>, square<10>, square<11>,
                                      square<12>}};
 
