@@ -50,7 +50,7 @@ struct Engine {
 struct Operands {
   u64 n;
   Memory a, b, want, out;
-  explicit Operands(u64 n_) : n(n_), a(8 * n), b(8 * n), want(16 * n), out(16 * n) {
+  explicit Operands(u64 n_) : n(n_), a(8 * n), b(8 * n, 1024), want(16 * n, 3072), out(16 * n, 2048) {
     const std::vector<u64> random = random_words(2 * n, n);
     std::copy_n(random.data(), n, a.words());
     std::copy_n(random.data() + n, n, b.words());

@@ -103,14 +103,14 @@ TEST(Basecase, Builds) {
       const Words a = operand(na, pattern, random), b = operand(nb, pattern, random);
       const Words want = expected_product(a, b), square = expected_product(a, a);
       Words out(na + nb), out2(2 * na);
-      km_MULB::multiply_basecase_portable(out.data(), a.data(), na, b.data(), nb);
+      km_MULB::PORTABLE_PRODUCTS(out.data(), a.data(), na, b.data(), nb);
       ASSERT_EQ(difference(out, want), "") << na << " x " << nb;
-      km_MULB::square_basecase_portable(out2.data(), a.data(), na);
+      km_MULB::PORTABLE_SQUARES(out2.data(), a.data(), na);
       ASSERT_EQ(difference(out2, square), "") << na;
       if (!km_MULB::has_adx()) continue;
-      km_MULB::multiply_basecase_adx(out.data(), a.data(), na, b.data(), nb);
+      km_MULB::ADX_PRODUCTS(out.data(), a.data(), na, b.data(), nb);
       ASSERT_EQ(difference(out, want), "") << na << " x " << nb << ", adx";
-      km_MULB::square_basecase_adx(out2.data(), a.data(), na);
+      km_MULB::ADX_SQUARES(out2.data(), a.data(), na);
       ASSERT_EQ(difference(out2, square), "") << na << ", adx";
     }
   }

@@ -24,11 +24,15 @@ struct Areas {
       : TA(record.transform_bytes()), TB(record.transform_bytes()), scratch(record.scratch_bytes()) {}
 };
 
+// The product through two transforms; in one call it must be the same.
 Words product(const btp_t& record, const Areas& at, const Words& a, const Words& b) {
-  Words out(a.size() + b.size());
+  Words out(a.size() + b.size()), at_once(out.size());
   record.forward(at.TA.data(), a.data(), a.size(), at.scratch.data());
   record.forward(at.TB.data(), b.data(), b.size(), at.scratch.data());
   record.inverse_fmul(out.data(), out.size(), at.TA.data(), at.TB.data(), at.scratch.data());
+  record.product(at_once.data(), a.data(), a.size(), &a == &b ? nullptr : b.data(), b.size(), at.TA.data(),
+                 at.TB.data(), at.scratch.data());
+  EXPECT_EQ(difference(at_once, out), "") << "in one call, " << a.size() << " x " << b.size() << " words";
   return out;
 }
 
@@ -37,6 +41,14 @@ Words product(const btp_t& record, const Areas& at, const Words& a, const Words&
 Words peak_operand(u64 n, u32 b) {
   Words a(n, 0);
   for (u64 bit = b - 1; bit < 64 * n; bit += b) a[bit / 64] |= u64{1} << bit % 64;
+  return a;
+}
+
+// The same with all digits but the highest 2^(b-1) - 1: products with the former have the points of the
+// largest size below zero.
+Words opposite_operand(u64 n, u32 b) {
+  Words a = peak_operand(n, b);
+  for (u64& word : a) word = ~word;
   return a;
 }
 
@@ -136,6 +148,28 @@ TEST(Fft, EveryPlanAtItsLimits) {
           ASSERT_EQ(difference(product(record, at, a, b), expected_product(a, b)), "")
               << text(plan, isa) << ", pattern " << static_cast<int>(pattern) << ", " << n - nb << " x "
               << nb;
+        }
+      }
+    }
+  }
+}
+
+// Points as large as the plan has them, of both signs: whether two of them are carried together depends on
+// the length, for the short plans within one and the same plan.
+TEST(Fft, LargestPointsCarry) {
+  for (const simd::Isa isa : supported_isas()) {
+    const Engine engine(7000, isa);
+    for (u64 row = 0; km_FFTv2::plan_of_row(row, 0, 1).b >= 17; row++) {
+      const u64 full = km_FFTv2::plan_of_row(row, 0, 1).capacity_bits / 64;
+      for (u64 n = full - full / 16; n <= full; n += 1 + full / 200) {
+        const Plan plan = km_FFTv2::make_plan(64 * n, 1);
+        const btp_t record(plan, engine.context);
+        const Areas at(record);
+        const Words a = peak_operand(n / 2, plan.b), b = peak_operand(n - n / 2, plan.b),
+                    c = opposite_operand(n - n / 2, plan.b);
+        for (const Words* y : {&a, &b, &c}) {
+          ASSERT_EQ(difference(product(record, at, a, *y), expected_product(a, *y)), "")
+              << text(plan, isa) << ", " << n << " words" << (y == &c ? ", opposite" : "");
         }
       }
     }

@@ -64,11 +64,23 @@ template <class W> void square(W* out, const W* A, u64 n) {
   }
 }
 
-const bool USE_ADX = use_adx();
-using Product = void (*)(u64* out, const u64* A, u64 na, const u64* B, u64 nb);
-const Product PRODUCT = USE_ADX ? multiply_basecase_adx : multiply_basecase_portable;
+void any_product(u64* out, const u64* A, u64 na, const u64* B, u64 nb) {
+  product(out, A, na, B, nb);
+}
+void any_square(u64* out, const u64* A, u64 n) {
+  square(out, A, n);
+}
+
+template <class Table, class F> constexpr Table for_all_lengths(F f) {
+  Table table{};
+  for (auto& entry : table.of_length) entry = f;
+  return table;
+}
 
 } // namespace
+
+constinit const Products PORTABLE_PRODUCTS = for_all_lengths<Products>(any_product);
+constinit const Squares PORTABLE_SQUARES = for_all_lengths<Squares>(any_square);
 
 bool has_adx() {
   return simd_support().adx;
@@ -77,22 +89,19 @@ bool use_adx() {
   return has_adx() && simd::active_isa() != simd::Isa::sse3;
 }
 
-void multiply_basecase_portable(u64* out, const u64* A, u64 na, const u64* B, u64 nb) {
-  product(out, A, na, B, nb);
-}
-void square_basecase_portable(u64* out, const u64* A, u64 n) {
-  square(out, A, n);
-}
+namespace {
+const Products& PRODUCTS = use_adx() ? ADX_PRODUCTS : PORTABLE_PRODUCTS;
+const Squares& SQUARES = use_adx() ? ADX_SQUARES : PORTABLE_SQUARES;
+} // namespace
 
 void multiply_basecase(u64* out, const u64* A, u64 na, const u64* B, u64 nb) {
-  PRODUCT(out, A, na, B, nb);
+  PRODUCTS(out, A, na, B, nb);
 }
 void multiply_basecase(u32* out, const u32* A, u64 na, const u32* B, u64 nb) {
   product(out, A, na, B, nb);
 }
 void square_basecase(u64* out, const u64* A, u64 n) {
-  if (USE_ADX) return square_basecase_adx(out, A, n);
-  square(out, A, n);
+  SQUARES(out, A, n);
 }
 void square_basecase(u32* out, const u32* A, u64 n) {
   square(out, A, n);

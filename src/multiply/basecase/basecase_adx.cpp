@@ -33,56 +33,56 @@ u64 add_any_row(u64* R, const u64* A, u64 n, u64 x) {
 }
 
 // All rows of one fixed length.
-template <u32 N> void product(u64* out, const u64* A, const u64* B, u64 nb) {
+template <u32 N> KELVANE_INLINE void product_in_memory(u64* out, const u64* A, const u64* B, u64 nb) {
   out[N] = row<N>(out, A, B[0], 0);
   for (u64 j = 1; j < nb; j++) out[N + j] = add_row<N>(out + j, A, B[j], 0);
 }
 
-// The shortest products of the recursion: 4 words each, the sum never leaves the registers.
-template <> void product<4>(u64* out, const u64* A, const u64* B, u64 nb) {
-  u64 r0 = 0, r1 = 0, r2 = 0, r3 = 0;
-  for (; nb >= 4; nb -= 4, B += 4, out += 4) {
-    u64 r[8] = {r0, r1, r2, r3};
-    add_register_row<4>(r, A, B[0]);
-    add_register_row<4>(r + 1, A, B[1]);
-    add_register_row<4>(r + 2, A, B[2]);
-    add_register_row<4>(r + 3, A, B[3]);
-    out[0] = r[0];
-    out[1] = r[1];
-    out[2] = r[2];
-    out[3] = r[3];
-    r0 = r[4];
-    r1 = r[5];
-    r2 = r[6];
-    r3 = r[7];
+// r[0, N) <- r + A times ROWS words of B, of which the lowest ROWS words go to out and the others move down.
+template <u32 N, u32 ROWS> KELVANE_INLINE void register_rows(u64* out, u64* r, const u64* A, const u64* B) {
+  u64 s[N + ROWS];
+  for (u32 i = 0; i < N; i++) s[i] = r[i];
+#pragma GCC unroll 8
+  for (u32 j = 0; j < ROWS; j++) {
+    add_register_row<N, 0>(s + j, A, B[j]);
+    store_word(out + j, s[j]);
   }
-  for (; nb > 0; nb--, B++, out++) {
-    u64 r[5] = {r0, r1, r2, r3};
-    add_register_row<4>(r, A, *B);
-    *out = r[0];
-    r0 = r[1];
-    r1 = r[2];
-    r2 = r[3];
-    r3 = r[4];
-  }
-  out[0] = r0;
-  out[1] = r1;
-  out[2] = r2;
-  out[3] = r3;
+  for (u32 i = 0; i < N; i++) r[i] = s[ROWS + i];
 }
 
-using Product = void (*)(u64* out, const u64* A, const u64* B, u64 nb);
-constexpr u64 MAX_FIXED = 12; // the longest rows of the recursion
-constexpr Product PRODUCTS[MAX_FIXED + 1] = {nullptr,     product<1>,  product<2>, product<3>, product<4>,
-                                             product<5>,  product<6>,  product<7>, product<8>, product<9>,
-                                             product<10>, product<11>, product<12>};
+// The sum of short rows never leaves the registers.
+template <u32 N> KELVANE_INLINE void product_in_registers(u64* out, const u64* A, const u64* B, u64 nb) {
+  u64 r[N + 1];
+  first_register_row<N, 0>(r, A, B[0]);
+  store_word(out, r[0]);
+  u64* const s = r + 1;
+  out++, B++, nb--;
+  constexpr u32 BLOCK_ROWS = N - 1;
+  for (; nb >= BLOCK_ROWS; nb -= BLOCK_ROWS, B += BLOCK_ROWS, out += BLOCK_ROWS)
+    register_rows<N, BLOCK_ROWS>(out, s, A, B);
+  for (; nb > 0; nb--, B++, out++) register_rows<N, 1>(out, s, A, B);
+  for (u32 i = 0; i < N; i++) store_word(out + i, s[i]);
+}
 
-} // namespace
+// The longest rows whose sum and the pointers to it have room in the registers.
+constexpr u32 MAX_REGISTER_PRODUCT = 9;
 
-void multiply_basecase_adx(u64* out, const u64* A, u64 na, const u64* B, u64 nb) {
-  if (na <= MAX_FIXED) return PRODUCTS[na](out, A, B, nb);
+template <u32 N> void product(u64* out, const u64* A, u64, const u64* B, u64 nb) {
+  if constexpr (N >= 4 && N <= MAX_REGISTER_PRODUCT)
+    product_in_registers<N>(out, A, B, nb);
+  else
+    product_in_memory<N>(out, A, B, nb);
+}
+
+void product_by_blocks(u64* out, const u64* A, u64 na, const u64* B, u64 nb) {
   out[na] = any_row(out, A, na, B[0]);
   for (u64 j = 1; j < nb; j++) out[na + j] = add_any_row(out + j, A, na, B[j]);
 }
+
+} // namespace
+
+constinit const Products ADX_PRODUCTS{{product_by_blocks, product<1>, product<2>, product<3>, product<4>,
+                                       product<5>, product<6>, product<7>, product<8>, product<9>,
+                                       product<10>, product<11>, product<12>}};
 
 } // namespace kelvane::km_MULB

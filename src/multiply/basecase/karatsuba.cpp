@@ -11,9 +11,6 @@ const bool USE_ADX = use_adx();
 
 // Which half is the larger nobody can foresee: it chooses operands, not branches.
 template <class W> bool difference(W* D, const W* A, u64 n) {
-  if constexpr (sizeof(W) == 8) {
-    if (USE_ADX && n <= MAX_FIXED_KARATSUBA) return difference_adx(D, A, n);
-  }
   const u64 k = n / 2, h = n - k;
   const W* const high = A + h;
   if (k < h && A[k] != 0) {
@@ -42,9 +39,6 @@ template <class W> W add_three(W* D, const W* S, const W* X, const W* Y, u64 n, 
 // -z1 is ~z1 + 1 - W^2h. The middle term is a0 b1 + a1 b0, so the last carry is not negative, and nothing is
 // carried out of the top. H2 has h words, for odd n h - 2.
 template <class W> void add_middle(W* out, W* middle, u64 n, bool minus) {
-  if constexpr (sizeof(W) == 8) {
-    if (USE_ADX && n <= MAX_FIXED_KARATSUBA) return add_middle_adx(out, middle, n, minus);
-  }
   const u64 k = n / 2, h = n - k, of_h2 = 2 * k - h;
   const W one = minus ? 1 : 0, mask = static_cast<W>(W{0} - one);
   for (u64 i = 0; i < 2 * h; i++) middle[i] ^= mask;
@@ -59,6 +53,9 @@ template <class W> void add_middle(W* out, W* middle, u64 n, bool minus) {
 }
 
 template <class W> void multiply_karatsuba(W* out, const W* A, const W* B, u64 n, W* scratch) {
+  if constexpr (sizeof(W) == 8) {
+    if (USE_ADX && n <= MAX_FIXED_KARATSUBA) return multiply_karatsuba_adx(out, A, B, n, scratch);
+  }
   const u64 k = n / 2, h = n - k;
   const bool negative = difference(out, A, n) != difference(out + h, B, n);
   W* const rest = scratch + 2 * h;
@@ -76,6 +73,9 @@ template <class W> void multiply_karatsuba(W* out, const W* A, const W* B, u64 n
 
 template <class W> void square_any(W* out, const W* A, u64 n, W* scratch) {
   if (n < Thresholds<W>::square) return square_basecase(out, A, n);
+  if constexpr (sizeof(W) == 8) {
+    if (USE_ADX && n <= MAX_FIXED_KARATSUBA) return square_karatsuba_adx(out, A, n, scratch);
+  }
   const u64 k = n / 2, h = n - k;
   difference(out, A, n);
   W* const rest = scratch + 2 * h;
@@ -140,6 +140,7 @@ template <class W> void multiply_any(W* out, const W* A, u64 na, const W* B, u64
 
 void square(u64* out, const u64* A, u64 n, u64* scratch) {
   if (n < Thresholds<u64>::square) return square_basecase(out, A, n);
+  if (USE_ADX && n <= MAX_FIXED_KARATSUBA) return square_karatsuba_adx(out, A, n, scratch);
   square_any(out, A, n, scratch);
 }
 void square(u32* out, const u32* A, u64 n, u32* scratch) {

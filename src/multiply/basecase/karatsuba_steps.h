@@ -5,8 +5,8 @@
 //   add_middle   out holds z0 in [0, 2h) and z2 in [2h, 2n): adds z0 + z2 - z1 (`minus`) or z0 + z2 + z1 at
 //                word h, with z1 in middle[0, 2h), which is destroyed.
 //
-// For the longest products of the table's row they come in a second build with mulx's companions adcx and
-// adox (karatsuba_adx.cpp).
+// For the products of the table's row the whole recursion comes in a second build, of functions of fixed
+// length, with mulx's companions adcx and adox (karatsuba_adx.cpp).
 #pragma once
 
 #include "arithmetic/words/add.h"
@@ -15,9 +15,10 @@
 namespace kelvane::km_MULB {
 
 inline constexpr u64 MAX_FIXED_KARATSUBA = 28;
-// For n from the product's threshold to MAX_FIXED_KARATSUBA, on processors with has_adx().
-bool difference_adx(u64* D, const u64* A, u64 n);
-void add_middle_adx(u64* out, u64* middle, u64 n, bool minus);
+// out[0, 2n) <- A B and A^2, for n from the product's or the square's threshold to MAX_FIXED_KARATSUBA, on
+// processors with has_adx(). scratch: scratch_words(n).
+void multiply_karatsuba_adx(u64* out, const u64* A, const u64* B, u64 n, u64* scratch);
+void square_karatsuba_adx(u64* out, const u64* A, u64 n, u64* scratch);
 
 // What both builds share. Internal linkage: one of them is compiled for newer processors.
 namespace {

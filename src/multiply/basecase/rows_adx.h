@@ -80,36 +80,55 @@ template <u32 N> inline u64 add_row(u64* R, const u64* A, u64 x, u64 c) {
 }
 
 // The same in registers, for rows so short that the sum has room there: it need not wait for the words that
-// the row before has stored. R[0, M] are variables of the caller, which the compiler keeps in registers.
-//   first_register_row<M>   R[0, M] <- A[0, M) x
-//   add_register_row<M>     R[0, M] <- R[0, M) + A[0, M) x
+// the row before has stored. R[0, M] are variables of the caller, which the compiler keeps in registers. The
+// row begins at word AT of A, an immediate number: rows of a square begin everywhere.
+//   first_register_row<M, AT>   R[0, M] <- A[AT, AT + M) x
+//   add_register_row<M, AT>     R[0, M] <- R[0, M) + A[AT, AT + M) x
 constexpr u32 MAX_REGISTER_ROW = 9;
 
-template <u32 M> void first_register_row(u64* R, const u64* A, u64 x);
-template <u32 M> void add_register_row(u64* R, const u64* A, u64 x);
+template <u32 M> struct RegisterRow {
+  template <u32 AT> static void first(u64* R, const u64* A, u64 x);
+  template <u32 AT> static void add(u64* R, const u64* A, u64 x);
+};
+template <u32 M, u32 AT> KELVANE_INLINE void first_register_row(u64* R, const u64* A, u64 x) {
+  RegisterRow<M>::template first<AT>(R, A, x);
+}
+template <u32 M, u32 AT> KELVANE_INLINE void add_register_row(u64* R, const u64* A, u64 x) {
+  RegisterRow<M>::template add<AT>(R, A, x);
+}
 
-#define KELVANE_FIRST(AT, R, NEXT) "mulxq " #AT "(%[a]), %[low], %[" #NEXT "]\n\tadcq %[low], %[" #R "]\n\t"
-#define KELVANE_FIRST1 "xorl %k[low], %k[low]\n\tmulxq (%[a]), %[r0], %[r1]\n\t"
-#define KELVANE_FIRST2 KELVANE_FIRST1 KELVANE_FIRST(8, r1, r2)
-#define KELVANE_FIRST3 KELVANE_FIRST2 KELVANE_FIRST(16, r2, r3)
-#define KELVANE_FIRST4 KELVANE_FIRST3 KELVANE_FIRST(24, r3, r4)
-#define KELVANE_FIRST5 KELVANE_FIRST4 KELVANE_FIRST(32, r4, r5)
-#define KELVANE_FIRST6 KELVANE_FIRST5 KELVANE_FIRST(40, r5, r6)
-#define KELVANE_FIRST7 KELVANE_FIRST6 KELVANE_FIRST(48, r6, r7)
-#define KELVANE_FIRST8 KELVANE_FIRST7 KELVANE_FIRST(56, r7, r8)
-#define KELVANE_FIRST9 KELVANE_FIRST8 KELVANE_FIRST(64, r8, r9)
+#define KELVANE_FIRST(I, R, NEXT)                                                                            \
+  "mulxq 8*(%c[at]+" #I ")(%[a]), %[low], %[" #NEXT "]\n\tadcq %[low], %[" #R "]\n\t"
+#define KELVANE_FIRST1 "xorl %k[low], %k[low]\n\tmulxq 8*%c[at](%[a]), %[r0], %[r1]\n\t"
+#define KELVANE_FIRST2 KELVANE_FIRST1 KELVANE_FIRST(1, r1, r2)
+#define KELVANE_FIRST3 KELVANE_FIRST2 KELVANE_FIRST(2, r2, r3)
+#define KELVANE_FIRST4 KELVANE_FIRST3 KELVANE_FIRST(3, r3, r4)
+#define KELVANE_FIRST5 KELVANE_FIRST4 KELVANE_FIRST(4, r4, r5)
+#define KELVANE_FIRST6 KELVANE_FIRST5 KELVANE_FIRST(5, r5, r6)
+#define KELVANE_FIRST7 KELVANE_FIRST6 KELVANE_FIRST(6, r6, r7)
+#define KELVANE_FIRST8 KELVANE_FIRST7 KELVANE_FIRST(7, r7, r8)
+#define KELVANE_FIRST9 KELVANE_FIRST8 KELVANE_FIRST(8, r8, r9)
 
-#define KELVANE_ADD(AT, R, NEXT)                                                                             \
-  "mulxq " #AT "(%[a]), %[low], %[high]\n\tadcxq %[low], %[" #R "]\n\tadoxq %[high], %[" #NEXT "]\n\t"
-#define KELVANE_ADD1 KELVANE_ADD(0, r0, r1)
-#define KELVANE_ADD2 KELVANE_ADD1 KELVANE_ADD(8, r1, r2)
-#define KELVANE_ADD3 KELVANE_ADD2 KELVANE_ADD(16, r2, r3)
-#define KELVANE_ADD4 KELVANE_ADD3 KELVANE_ADD(24, r3, r4)
-#define KELVANE_ADD5 KELVANE_ADD4 KELVANE_ADD(32, r4, r5)
-#define KELVANE_ADD6 KELVANE_ADD5 KELVANE_ADD(40, r5, r6)
-#define KELVANE_ADD7 KELVANE_ADD6 KELVANE_ADD(48, r6, r7)
-#define KELVANE_ADD8 KELVANE_ADD7 KELVANE_ADD(56, r7, r8)
-#define KELVANE_ADD9 KELVANE_ADD8 KELVANE_ADD(64, r8, r9)
+#define KELVANE_ADD(I, R, NEXT)                                                                              \
+  "mulxq 8*(%c[at]+" #I ")(%[a]), %[low], %[high]\n\tadcxq %[low], %[" #R "]\n\tadoxq %[high], %[" #NEXT     \
+  "]\n\t"
+#define KELVANE_ADD1 "mulxq 8*%c[at](%[a]), %[low], %[r1]\n\taddq %[low], %[r0]\n\t"
+#define KELVANE_ADDS2 KELVANE_ADD(0, r0, r1) KELVANE_ADD(1, r1, r2)
+#define KELVANE_ADDS3 KELVANE_ADDS2 KELVANE_ADD(2, r2, r3)
+#define KELVANE_ADDS4 KELVANE_ADDS3 KELVANE_ADD(3, r3, r4)
+#define KELVANE_ADDS5 KELVANE_ADDS4 KELVANE_ADD(4, r4, r5)
+#define KELVANE_ADDS6 KELVANE_ADDS5 KELVANE_ADD(5, r5, r6)
+#define KELVANE_ADDS7 KELVANE_ADDS6 KELVANE_ADD(6, r6, r7)
+#define KELVANE_ADDS8 KELVANE_ADDS7 KELVANE_ADD(7, r7, r8)
+#define KELVANE_ADDS9 KELVANE_ADDS8 KELVANE_ADD(8, r8, r9)
+#define KELVANE_ADD2 "xorl %k[r2], %k[r2]\n\t" KELVANE_ADDS2
+#define KELVANE_ADD3 "xorl %k[r3], %k[r3]\n\t" KELVANE_ADDS3
+#define KELVANE_ADD4 "xorl %k[r4], %k[r4]\n\t" KELVANE_ADDS4
+#define KELVANE_ADD5 "xorl %k[r5], %k[r5]\n\t" KELVANE_ADDS5
+#define KELVANE_ADD6 "xorl %k[r6], %k[r6]\n\t" KELVANE_ADDS6
+#define KELVANE_ADD7 "xorl %k[r7], %k[r7]\n\t" KELVANE_ADDS7
+#define KELVANE_ADD8 "xorl %k[r8], %k[r8]\n\t" KELVANE_ADDS8
+#define KELVANE_ADD9 "xorl %k[r9], %k[r9]\n\t" KELVANE_ADDS9
 
 #define KELVANE_WORDS1(USE) [r0] USE(R[0])
 #define KELVANE_WORDS2(USE) KELVANE_WORDS1(USE), [r1] USE(R[1])
@@ -121,22 +140,25 @@ template <u32 M> void add_register_row(u64* R, const u64* A, u64 x);
 #define KELVANE_WORDS8(USE) KELVANE_WORDS7(USE), [r7] USE(R[7])
 #define KELVANE_WORDS9(USE) KELVANE_WORDS8(USE), [r8] USE(R[8])
 
-// One word more than the row: it takes the last high word and both chains' carries: no overflow.
+// One word more than the row: it takes the last high word and, where both chains have come to their ends, the
+// carry of CF's: no overflow.
 #define KELVANE_REGISTER_ROWS(M)                                                                             \
-  template <> KELVANE_INLINE void first_register_row<M>(u64 * R, const u64* A, u64 x) {                      \
-    u64 low;                                                                                                 \
-    asm(KELVANE_FIRST##M "adcq $0, %[r" #M "]"                                                               \
-        : KELVANE_WORDS##M("=&r"), [r##M] "=&r"(R[M]), [low] "=&r"(low)                                      \
-        : [a] "r"(A), "d"(x), "m"(*reinterpret_cast<const u64(*)[M]>(A))                                     \
-        : "cc");                                                                                             \
-  }                                                                                                          \
-  template <> KELVANE_INLINE void add_register_row<M>(u64 * R, const u64* A, u64 x) {                        \
-    u64 low, high;                                                                                           \
-    asm("xorl %k[r" #M "], %k[r" #M "]\n\t" KELVANE_ADD##M "movl $0, %k[low]\n\tadcxq %[low], %[r" #M "]"    \
-        : KELVANE_WORDS##M("+&r"), [r##M] "=&r"(R[M]), [low] "=&r"(low), [high] "=&r"(high)                  \
-        : [a] "r"(A), "d"(x), "m"(*reinterpret_cast<const u64(*)[M]>(A))                                     \
-        : "cc");                                                                                             \
-  }
+  template <> struct RegisterRow<M> {                                                                        \
+    template <u32 AT> KELVANE_INLINE static void first(u64* R, const u64* A, u64 x) {                        \
+      u64 low;                                                                                               \
+      asm(KELVANE_FIRST##M "adcq $0, %[r" #M "]"                                                             \
+          : KELVANE_WORDS##M("=&r"), [r##M] "=&r"(R[M]), [low] "=&r"(low)                                    \
+          : [a] "r"(A), "d"(x), [at] "i"(AT), "m"(*reinterpret_cast<const u64(*)[M]>(A + AT))                \
+          : "cc");                                                                                           \
+    }                                                                                                        \
+    template <u32 AT> KELVANE_INLINE static void add(u64* R, const u64* A, u64 x) {                          \
+      u64 low, high;                                                                                         \
+      asm(KELVANE_ADD##M "adcq $0, %[r" #M "]"                                                               \
+          : KELVANE_WORDS##M("+&r"), [r##M] "=&r"(R[M]), [low] "=&r"(low), [high] "=&r"(high)                \
+          : [a] "r"(A), "d"(x), [at] "i"(AT), "m"(*reinterpret_cast<const u64(*)[M]>(A + AT))                \
+          : "cc");                                                                                           \
+    }                                                                                                        \
+  };
 KELVANE_REGISTER_ROWS(1)
 KELVANE_REGISTER_ROWS(2)
 KELVANE_REGISTER_ROWS(3)

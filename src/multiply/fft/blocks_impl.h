@@ -119,23 +119,35 @@ template <class V> struct Blocks {
   }
 
   // The pointwise product; of a square, whose `b` is a, (r + i x)^2 = r^2 - x^2 + 2 r x i.
-  template <bool SQUARE> KELVANE_INLINE static C product(const double* a, const double* b) {
-    const C x = C::load(a);
+  template <bool SQUARE> KELVANE_INLINE static C product(C x, const double* b) {
     if constexpr (SQUARE)
       return {fnmadd(x.i, x.i, x.r * x.r), (x.r + x.r) * x.i};
     else
       return mul(x, C::load(b));
   }
 
-  // The two steps of a base block with r = 1. Each goes over all blocks by itself: in a loop over both so
-  // many instructions would stand between a block and the next one that the processor could not work on two
-  // at once.
-  template <bool SQUARE>
-  static void inverse_lanes(double* data, const double* other, u64 J, u64 count, const LaneTable& table) {
-    for (; count > 0; count--, J++, data += L * VECTOR, other += L * VECTOR) {
+  // The steps of a base block with r = 1 about the product. Each goes over all blocks by itself: in a loop
+  // over all of them so many instructions would stand between a block and the next one that the processor
+  // could not work on two at once.
+  template <u32 SKIP> static void forward_columns(double* data, u64 J, u64 count, const LaneTable& table) {
+    for (; count > 0; count--, J++, data += L * VECTOR) {
       C x[L];
-      for (u32 l = 0; l < L; l++) x[l] = product<SQUARE>(data + l * VECTOR, other + l * VECTOR);
-      inverse_radix<LOG>(x, lane_roots(node(table, J), table));
+      for (u32 l = 0; l < L; l++) x[l] = C::load(data + l * VECTOR);
+      radix<LOG, SKIP>(x, column_roots(node(table, J)));
+      transpose_square(x);
+      for (u32 l = 0; l < L; l++) x[l].store(data + l * VECTOR);
+    }
+  }
+  // With FORWARD the lanes' forward step comes before the product.
+  template <bool FORWARD, bool SQUARE>
+  static void product_lanes(double* data, const double* other, u64 J, u64 count, const LaneTable& table) {
+    for (; count > 0; count--, J++, data += L * VECTOR, other += L * VECTOR) {
+      const double* const entry = node(table, J);
+      C x[L];
+      for (u32 l = 0; l < L; l++) x[l] = C::load(data + l * VECTOR);
+      if constexpr (FORWARD) radix<LOG>(x, lane_roots(entry, table));
+      for (u32 l = 0; l < L; l++) x[l] = product<SQUARE>(x[l], other + l * VECTOR);
+      inverse_radix<LOG>(x, lane_roots(entry, table));
       transpose_square(x);
       for (u32 l = 0; l < L; l++) x[l].store(data + l * VECTOR);
     }
@@ -149,49 +161,65 @@ template <class V> struct Blocks {
     }
   }
 
-  template <u32 R, u32 SKIP = 0>
-  static void inverse_base(double* data, const double* other, u64 J, u64 count, const LaneTable& table) {
-    if (data == other) return inverse_base_of<R, SKIP, true>(data, other, J, count, table);
-    inverse_base_of<R, SKIP, false>(data, other, J, count, table);
-  }
-  template <u32 R, u32 SKIP, bool SQUARE>
-  static void inverse_base_of(double* data, const double* other, u64 J, u64 count, const LaneTable& table) {
+  // data <- the inverse of the base blocks' steps of the product data * other, which may be data itself. With
+  // FORWARD the forward steps of data come before; where the registers hold both, the spectrum never leaves
+  // them.
+  template <u32 R, u32 SKIP, bool FORWARD>
+  static void product_base(double* data, const double* other, u64 J, u64 count, const LaneTable& table) {
+    constexpr bool IN_REGISTERS = FORWARD && R == 1 && L == 8;
+    const bool square = data == other;
+    if constexpr (IN_REGISTERS)
+      forward_columns<SKIP>(data, J, count, table);
+    else if constexpr (FORWARD)
+      forward_base<R, SKIP>(data, J, count, table);
     if constexpr (R == 1) {
-      inverse_lanes<SQUARE>(data, other, J, count, table);
+      if (square)
+        product_lanes<IN_REGISTERS, true>(data, other, J, count, table);
+      else
+        product_lanes<IN_REGISTERS, false>(data, other, J, count, table);
       inverse_columns<SKIP>(data, J, count, table);
     } else {
-      for (; count > 0; count--, J++, data += R * L * VECTOR, other += R * L * VECTOR) {
-        const double* const entry = node(table, J);
-        alignas(64) double points[R * L * VECTOR];
-        for (u32 g = 0; g < L; g++) {
-          C x[R], w[R];
-          leaf_roots<R>(w, table, J, g);
-          for (u32 c = 0; c < R; c++) {
-            x[c] = product<SQUARE>(data + (g * R + c) * VECTOR, other + (g * R + c) * VECTOR);
-          }
-          if constexpr (R == 3) {
-            leaf3<-1>(x[0], x[1], x[2]);
-          } else {
-            leaf5<-1>(x[0], x[1], x[2], x[3], x[4]);
-          }
-          x[0].store(points + g * R * VECTOR);
-          for (u32 c = 1; c < R; c++) mul_conj(x[c], w[c]).store(points + (g * R + c) * VECTOR);
-        }
-        const StepRoots<V> lanes = lane_roots(entry, table);
+      if (square)
+        inverse_leaves<R, SKIP, true>(data, other, J, count, table);
+      else
+        inverse_leaves<R, SKIP, false>(data, other, J, count, table);
+    }
+  }
+  // The same for r = 3, 5.
+  template <u32 R, u32 SKIP, bool SQUARE>
+  static void inverse_leaves(double* data, const double* other, u64 J, u64 count, const LaneTable& table) {
+    for (; count > 0; count--, J++, data += R * L * VECTOR, other += R * L * VECTOR) {
+      const double* const entry = node(table, J);
+      alignas(64) double points[R * L * VECTOR];
+      for (u32 g = 0; g < L; g++) {
+        C x[R], w[R];
+        leaf_roots<R>(w, table, J, g);
         for (u32 c = 0; c < R; c++) {
-          C x[L];
-          for (u32 h = 0; h < L; h++) x[h] = C::load(points + (h * R + c) * VECTOR);
-          inverse_radix<LOG>(x, lanes);
-          for (u32 h = 0; h < L; h++) x[h].store(points + (h * R + c) * VECTOR);
+          const u64 at = (g * R + c) * VECTOR;
+          x[c] = product<SQUARE>(C::load(data + at), other + at);
         }
-        const StepRoots<V> columns = column_roots(entry);
-        for (u32 c = 0; c < R; c++) {
-          C x[L];
-          for (u32 l = 0; l < L; l++) x[l] = C::load(points + (c * L + l) * VECTOR);
-          transpose_square(x);
-          inverse_radix<LOG, SKIP>(x, columns);
-          for (u32 l = 0; l < L; l++) x[l].store(data + (l * R + c) * VECTOR);
+        if constexpr (R == 3) {
+          leaf3<-1>(x[0], x[1], x[2]);
+        } else {
+          leaf5<-1>(x[0], x[1], x[2], x[3], x[4]);
         }
+        x[0].store(points + g * R * VECTOR);
+        for (u32 c = 1; c < R; c++) mul_conj(x[c], w[c]).store(points + (g * R + c) * VECTOR);
+      }
+      const StepRoots<V> lanes = lane_roots(entry, table);
+      for (u32 c = 0; c < R; c++) {
+        C x[L];
+        for (u32 h = 0; h < L; h++) x[h] = C::load(points + (h * R + c) * VECTOR);
+        inverse_radix<LOG>(x, lanes);
+        for (u32 h = 0; h < L; h++) x[h].store(points + (h * R + c) * VECTOR);
+      }
+      const StepRoots<V> columns = column_roots(entry);
+      for (u32 c = 0; c < R; c++) {
+        C x[L];
+        for (u32 l = 0; l < L; l++) x[l] = C::load(points + (c * L + l) * VECTOR);
+        transpose_square(x);
+        inverse_radix<LOG, SKIP>(x, columns);
+        for (u32 l = 0; l < L; l++) x[l].store(data + (l * R + c) * VECTOR);
       }
     }
   }
@@ -236,17 +264,24 @@ template <class V> struct Blocks {
     for (u64 c = 0; c < children; c++) forward<R>(data + c * stride, levels - step, J * children + c, table);
   }
 
-  template <u32 R>
-  static void inverse(double* data, const double* other, u32 levels, u64 J, const LaneTable& table) {
-    if (levels == 0) return inverse_base<R>(data, other, J, 1, table);
+  // Back from the product; with FORWARD there and back.
+  template <u32 R, bool FORWARD>
+  static void product_block(double* data, const double* other, u32 levels, u64 J, const LaneTable& table) {
+    if (levels == 0) return product_base<R, 0, FORWARD>(data, other, J, 1, table);
     const u32 step = step_of(levels);
     const u64 vectors = u64{R * L} << (levels - step), stride = vectors * VECTOR;
     const u64 children = u64{1} << step;
+    if constexpr (FORWARD) {
+      if (step == 1) forward_rows<1>(data, stride, data, stride, vectors, J, table);
+      if (step == 2) forward_rows<2>(data, stride, data, stride, vectors, J, table);
+      if (step == 3) forward_rows<3>(data, stride, data, stride, vectors, J, table);
+    }
     if (levels == step) {
-      inverse_base<R>(data, other, J * children, children, table);
+      product_base<R, 0, FORWARD>(data, other, J * children, children, table);
     } else {
       for (u64 c = 0; c < children; c++) {
-        inverse<R>(data + c * stride, other + c * stride, levels - step, J * children + c, table);
+        const u64 at = c * stride;
+        product_block<R, FORWARD>(data + at, other + at, levels - step, J * children + c, table);
       }
     }
     if (step == 1) inverse_rows<1>(data, stride, data, stride, vectors, J, table);
@@ -263,14 +298,16 @@ template <class V> struct Blocks {
     if (q == 2 * LOG + 2) return forward_base<R>(data, 4, 4, *shape.table);
     for (u64 i = 0; i < 4; i++) forward<R>(data + i * shape.n / 2, q - 2 - 2 * LOG, 4 + i, *shape.table);
   }
-  template <u32 R> static void inverse_rest_of(double* data, const double* other, const Shape& shape) {
+  template <u32 R, bool FORWARD>
+  static void product_rest_of(double* data, const double* other, const Shape& shape) {
     const u32 q = shape.q;
-    if (q == 2 * LOG) return inverse_base<R, 2>(data, other, 1, 1, *shape.table);
-    if (q == 2 * LOG + 1) return inverse_base<R, 1>(data, other, 2, 2, *shape.table);
-    if (q == 2 * LOG + 2) return inverse_base<R>(data, other, 4, 4, *shape.table);
+    const LaneTable& table = *shape.table;
+    if (q == 2 * LOG) return product_base<R, 2, FORWARD>(data, other, 1, 1, table);
+    if (q == 2 * LOG + 1) return product_base<R, 1, FORWARD>(data, other, 2, 2, table);
+    if (q == 2 * LOG + 2) return product_base<R, 0, FORWARD>(data, other, 4, 4, table);
     for (u64 i = 0; i < 4; i++) {
       const u64 at = i * shape.n / 2;
-      inverse<R>(data + at, other + at, q - 2 - 2 * LOG, 4 + i, *shape.table);
+      product_block<R, FORWARD>(data + at, other + at, q - 2 - 2 * LOG, 4 + i, table);
     }
   }
 
@@ -280,10 +317,10 @@ template <class V> struct Blocks {
     if (shape.r == 3) return forward_rest_of<3>(data, shape);
     forward_rest_of<5>(data, shape);
   }
-  static void inverse_rest(double* data, const double* other, const Shape& shape) {
-    if (shape.r == 1) return inverse_rest_of<1>(data, other, shape);
-    if (shape.r == 3) return inverse_rest_of<3>(data, other, shape);
-    inverse_rest_of<5>(data, other, shape);
+  template <bool FORWARD> static void product_rest(double* data, const double* other, const Shape& shape) {
+    if (shape.r == 1) return product_rest_of<1, FORWARD>(data, other, shape);
+    if (shape.r == 3) return product_rest_of<3, FORWARD>(data, other, shape);
+    product_rest_of<5, FORWARD>(data, other, shape);
   }
   static void forward_block(double* data, u32 levels, u64 J, const Shape& shape) {
     if (shape.r == 1) return forward<1>(data, levels, J, *shape.table);
@@ -291,9 +328,9 @@ template <class V> struct Blocks {
     forward<5>(data, levels, J, *shape.table);
   }
   static void inverse_block(double* data, const double* other, u32 levels, u64 J, const Shape& shape) {
-    if (shape.r == 1) return inverse<1>(data, other, levels, J, *shape.table);
-    if (shape.r == 3) return inverse<3>(data, other, levels, J, *shape.table);
-    inverse<5>(data, other, levels, J, *shape.table);
+    if (shape.r == 1) return product_block<1, false>(data, other, levels, J, *shape.table);
+    if (shape.r == 3) return product_block<3, false>(data, other, levels, J, *shape.table);
+    product_block<5, false>(data, other, levels, J, *shape.table);
   }
   static void forward_step(double* dst, u64 dst_stride, const double* src, u64 src_stride, u64 vectors, u64 J,
                            const Shape& shape) {

@@ -6,13 +6,21 @@
 // (finish_carries). With M the bit pattern of 1.5 * 2^52, a point value x (|x| < 2^51) scaled and added to
 // that number in one rounding has the bit pattern M + x. M is a multiple of 2^b, so with the signed carry c
 //   digit = (M + x + c) mod 2^b,   next carry + M / 2^b = floor((M + x + c) / 2^b)
-// need neither the subtraction of M nor an arithmetic shift. M / 2^b is taken off the next point before the
-// carry arrives, so that the chain from digit to digit is one addition and one shift.
+// need neither the subtraction of M nor an arithmetic shift. M / 2^b is to be taken off the next point before
+// the carry arrives, so that the chain from digit to digit is one addition and one shift. For b > 16 it is
+// below 2^47, and the number that is added to round is that much smaller; else it is subtracted.
 //
 // Where two points fit a word together, |x + 2^b y| < 2^63, they are carried as one digit of 2 b bits: half
-// the chain and a third fewer operations. Points are at most n 2^(2b-2) (see precision.h), so the pair and
-// the carry, at most 2^-b of it, are below n 2^(3b-2) 17/16. Here 2^63 takes the place of M: a multiple of
-// 2^(2b).
+// the chain and a third fewer operations. Here 2^63 takes the place of M: a multiple of 2^(2b).
+// - A point is a sum of at most `terms` products of balanced digits (CarryRuns): |x|, |y| <= t = terms
+// 2^(2b-2).
+//   The pair is at most (2^b + 1) t, and a carry c that is added to it becomes at most (c + (2^b + 1) t) /
+//   2^(2b) + 1: both together stay below 2^b t (1 + 2^-7), which is below 2^63 when terms 2^(3b-2) <= 2^63 -
+//   2^56.
+// - With b >= 13 the two M of a pair are M + 2^b M = M modulo 2^64. What is wanted instead is 2^63 less the
+//   carry's bias, 2^(63-2b): the difference is 2^b f for an integer f < 2^49 (2^63 - M < 2^62, b <= 21),
+//   which comes with the number that is added to round the odd points. |y| <= 2^(63-b) <= 2^50, so |y + f| <
+//   2^51.
 #pragma once
 
 #include "multiply/fft/blocks_impl.h"
@@ -20,48 +28,42 @@
 namespace kelvane::km_FFTv2 {
 namespace {
 
-// Words w[0, WORDS) of the runs h, lane h of each, to out + h stride. At most 2 b bytes may be written.
-template <u32 WORDS, class I> KELVANE_INLINE void store_runs(u8* out, u64 stride, const I* w) {
-  alignas(64) u64 words[WORDS][I::LANES];
-  for (u32 i = 0; i < WORDS; i++) w[i].store(words[i]);
-  for (u32 h = 0; h < I::LANES; h++) {
-    for (u32 i = 0; i < WORDS; i++) __builtin_memcpy(out + h * stride + 8 * i, &words[i][h], 8);
+// Words w[0, WORDS) of the runs h, lane h of each, to out + h stride. At most 2 b bytes may be written. Two
+// words and more are the instruction sets' own, transposed, so that 16 or 32 bytes of a run leave at once.
+template <u32 WORDS, class I>
+requires(WORDS == 1) KELVANE_INLINE void store_runs(u8* out, u64 stride, const I* w) {
+  alignas(64) u64 words[I::LANES];
+  w[0].store(words);
+  for (u32 h = 0; h < I::LANES; h++) __builtin_memcpy(out + h * stride, &words[h], 8);
+}
+
+// run[h] are the L points of run h, as bit patterns; pair[i] <- points 2 i + 2^b points (2 i + 1), a run to a
+// lane. Pairs are formed before the transposition, which then moves half as many vectors.
+template <class V, class I> KELVANE_INLINE void transpose_pairs(I* pair, const V* run, u32 b) {
+  constexpr u32 L = V::LANES;
+  for (u32 j = 0; j < L / 2; j++) { // runs 2 j and 2 j + 1: a pair of points of both in every 128 bits
+    const V even = unpack_low(run[2 * j], run[2 * j + 1]), odd = unpack_high(run[2 * j], run[2 * j + 1]);
+    pair[j] = I::bits(even) + (I::bits(odd) << b);
   }
+  transpose_pieces(pair);
 }
 
 template <class V, class I> struct Carry {
   using C = Cx<V>;
   using B = Blocks<V>;
-  static constexpr u32 L = V::LANES, GROUPS = 8 / I::LANES;
+  static constexpr u32 L = V::LANES, GROUPS = 8 / L; // an octet is GROUPS vectors of every run
+  static_assert(I::LANES == L);
   static constexpr u64 MAGIC_BITS = 0x4338000000000000;
   static constexpr double MAGIC = 6755399441055744.0; // 1.5 * 2^52
 
-  // The octet's bit patterns M + x, lane for run: in registers when one vector has all runs, else in memory.
-  // In registers pairs are formed before the transposition, which then has half as many vectors: x[i] is
-  // point 2 i plus 2^b times the next one.
-  static constexpr bool IN_REGISTERS = L == 8 && GROUPS == 1;
-  struct Points {
-    I x[IN_REGISTERS ? 8 : 1];
-    alignas(64) double tile[IN_REGISTERS ? 8 : 64]; // [point][run]
-    KELVANE_INLINE I at(u32 group, u32 d) const {
-      if constexpr (IN_REGISTERS)
-        return x[d];
-      else
-        return I::load(tile + 8 * d + group * I::LANES);
-    }
-    KELVANE_INLINE I pair(u32 group, u32 i, u32 b) const {
-      if constexpr (IN_REGISTERS)
-        return x[i];
-      else
-        return at(group, 2 * i) + (at(group, 2 * i + 1) << b);
-    }
-  };
+  // An octet's bit patterns M + x, or pairs of them, of all runs: of vector k the runs k L to k L + L - 1, a
+  // run to a lane.
+  template <bool PAIRS> struct Points { I x[GROUPS][PAIRS ? 4 : 8]; };
 
   template <bool STEP, bool PAIRS>
-  KELVANE_INLINE static void round_octet(Points& points, const double* src, u64 row_stride,
-                                         const StepRoots<V>& roots, C u, V scale, u32 b) {
-    const V magic = V::set1(MAGIC);
-    for (u32 v = 0; v < 8 / L; v++, src += B::VECTOR) {
+  KELVANE_INLINE static void round_octet(Points<PAIRS>& points, const double* src, u64 row_stride,
+                                         const StepRoots<V>& roots, C u, V scale, V magic, u32 b) {
+    for (u32 v = 0; v < GROUPS; v++, src += B::VECTOR) {
       C x[4];
       for (u32 j = 0; j < 4; j++) x[j] = C::load(src + j * row_stride);
       if constexpr (STEP) inverse_radix4(x[0], x[1], x[2], x[3], roots.w[0], roots.w[1], u);
@@ -70,19 +72,14 @@ template <class V, class I> struct Carry {
         run[j] = fmadd(x[j].r, scale, magic);
         run[j + 4] = fmadd(x[j].i, scale, magic);
       }
-      if constexpr (IN_REGISTERS && PAIRS) {
-        transpose_pairs(points.x, run, b);
-        continue;
-      }
-      for (u32 h = 0; h < 8; h += L) {
-        V t[L];
-        for (u32 j = 0; j < L; j++) t[j] = run[h + j];
-        transpose(t);
-        for (u32 d = 0; d < L; d++) {
-          if constexpr (IN_REGISTERS)
-            points.x[d] = I::bits(t[d]);
-          else
-            t[d].store(points.tile + (v * L + d) * 8 + h);
+      for (u32 k = 0; k < GROUPS; k++) {
+        if constexpr (PAIRS) {
+          transpose_pairs(points.x[k] + v * L / 2, run + k * L, b);
+        } else {
+          V t[L];
+          for (u32 j = 0; j < L; j++) t[j] = run[k * L + j];
+          transpose(t);
+          for (u32 d = 0; d < L; d++) points.x[k][v * L + d] = I::bits(t[d]);
         }
       }
     }
@@ -93,23 +90,35 @@ template <class V, class I> struct Carry {
     return PAIRS ? u64{1} << (63 - 2 * b) : MAGIC_BITS >> b;
   }
   // Whether two points fit a word.
-  static bool pairs_fit(const Shape& shape) {
-    return shape.n <= ((u64{1} << 63) - (u64{1} << 59)) >> (3 * shape.b - 2);
+  static bool pairs_fit(u64 terms, u32 b) {
+    return b >= 13 && terms <= ((u64{1} << 63) - (u64{1} << 56)) >> (3 * b - 2);
+  }
+  // Whether rounding takes the carry's bias off: for all pairs, and for all single digits of b > 16.
+  template <u32 WORDS, bool PAIRS> static constexpr bool UNBIASED = PAIRS || WORDS == 3;
+  // What is added to round, of one vector of points.
+  template <u32 WORDS, bool PAIRS> KELVANE_INLINE static V rounding(u32 b) {
+    alignas(64) double magic[L];
+    const u64 bias = carry_bias<PAIRS>(b);
+    for (u32 i = 0; i < L; i++) {
+      double less = UNBIASED<WORDS, PAIRS> ? -static_cast<double>(bias) : 0;
+      if constexpr (PAIRS)
+        less = i % 2 == 0 ? 0 : static_cast<double>(((u64{1} << 63) - bias - MAGIC_BITS) >> b);
+      magic[i] = MAGIC + less;
+    }
+    return V::load(magic);
   }
 
   // The octet's 8 b bits of every run: word w of the runs of group k, a run to a lane, at word[k * WORDS +
   // w].
   template <u32 WORDS, bool PAIRS>
-  KELVANE_INLINE static void pack_octet(I* word, const Points& points, I* carry, u32 b) {
+  KELVANE_INLINE static void pack_octet(I* word, const Points<PAIRS>& points, I* carry, u32 b) {
     for (u32 k = 0; k < GROUPS; k++) {
       I pair[4]; // 2 b bits each, at most 42
       I c = carry[k];
       if constexpr (PAIRS) {
-        const u64 both = MAGIC_BITS + (MAGIC_BITS << b);
-        const I bias = I::set1((u64{1} << 63) - (u64{1} << (63 - 2 * b)) - both);
         const I mask = I::set1((u64{1} << 2 * b) - 1);
         for (u32 i = 0; i < 4; i++) {
-          const I x = (points.pair(k, i, b) + bias) + c;
+          const I x = points.x[k][i] + c;
           pair[i] = x & mask;
           c = x >> 2 * b;
         }
@@ -117,7 +126,7 @@ template <class V, class I> struct Carry {
         const I mask = I::set1((u64{1} << b) - 1), bias = I::set1(MAGIC_BITS >> b);
         I digit[8];
         for (u32 d = 0; d < 8; d++) {
-          const I x = (points.at(k, d) - bias) + c;
+          const I x = (UNBIASED<WORDS, PAIRS> ? points.x[k][d] : points.x[k][d] - bias) + c;
           digit[d] = x & mask;
           c = x >> b;
         }
@@ -143,20 +152,21 @@ template <class V, class I> struct Carry {
     const C u = mul(roots.w[0], roots.w[1]);
     const V scale = V::set1(1.0 / static_cast<double>(shape.n));
     const u32 b = shape.b;
+    const V magic = rounding<WORDS, PAIRS>(b);
     I carry[GROUPS];
     for (u32 k = 0; k < GROUPS; k++) carry[k] = I::set1(carry_bias<PAIRS>(b));
-    Points points;
+    Points<PAIRS> points;
     I word[GROUPS * WORDS];
     u8* out = runs.out;
-    for (u64 o = 1; o < runs.octets; o++, data += (8 / L) * B::VECTOR, out += b) {
-      round_octet<STEP, PAIRS>(points, data, row_stride, roots, u, scale, b);
+    for (u64 o = 1; o < runs.octets; o++, data += GROUPS * B::VECTOR, out += b) {
+      round_octet<STEP, PAIRS>(points, data, row_stride, roots, u, scale, magic, b);
       pack_octet<WORDS, PAIRS>(word, points, carry, b);
       // What is written above the octet's b bytes is overwritten next: the run goes on for at least b bytes.
       for (u32 k = 0; k < GROUPS; k++)
         store_runs<WORDS>(out + k * I::LANES * runs.stride, runs.stride, word + k * WORDS);
     }
     // The last octet ends where another run begins: exactly b bytes, the last eight of them at once.
-    round_octet<STEP, PAIRS>(points, data, row_stride, roots, u, scale, b);
+    round_octet<STEP, PAIRS>(points, data, row_stride, roots, u, scale, magic, b);
     pack_octet<WORDS, PAIRS>(word, points, carry, b);
     alignas(64) u64 words[8 * WORDS]; // word w of run h at 8 w + h
     for (u32 k = 0; k < GROUPS; k++) {
@@ -184,7 +194,7 @@ template <class V, class I> struct Carry {
   }
   template <bool STEP>
   static void run_digits(const double* data, u64 row_stride, const Shape& shape, const CarryRuns& runs) {
-    if (pairs_fit(shape)) return run_bits<STEP, true>(data, row_stride, shape, runs);
+    if (pairs_fit(runs.terms, shape.b)) return run_bits<STEP, true>(data, row_stride, shape, runs);
     run_bits<STEP, false>(data, row_stride, shape, runs);
   }
 

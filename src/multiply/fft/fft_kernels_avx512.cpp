@@ -10,32 +10,13 @@ using simd::Vec8;
 // Bytes gathered in 32-bit lanes, shifted to the top, the b + 1 bits brought down signed.
 KELVANE_INLINE void load_octet(Vec8* out, const DigitSource& s, const u8* p) {
   const __m128i low = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-  const __m128i high = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + s.upper));
+  const __m128i high = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + s.layout.upper));
   const __m256i raw = _mm256_inserti128_si256(_mm256_castsi128_si256(low), high, 1);
-  const __m256i order = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s.shuffle));
-  const __m256i shift = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s.shift));
+  const __m256i order = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s.layout.shuffle));
+  const __m256i shift = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s.layout.shift));
   const __m256i top = _mm256_sllv_epi32(_mm256_shuffle_epi8(raw, order), shift);
   const __m256i d = _mm256_sra_epi32(top, _mm_cvtsi32_si128(static_cast<int>(31 - s.b)));
   out[0] = {_mm512_cvtepi32_pd(_mm256_srai_epi32(_mm256_add_epi32(d, _mm256_set1_epi32(1)), 1))};
-}
-
-// run[h] are eight points of run h; pair[i] <- points 2 i + 2^b points (2 i + 1), a run to a lane.
-KELVANE_INLINE void transpose_pairs(simd::Int8* pair, const Vec8 (&run)[8], u32 b) {
-  __m512i two[4]; // of runs 2 j and 2 j + 1: a pair of points of both in every 128 bits
-  for (u32 j = 0; j < 4; j++) {
-    const simd::Int8 even{_mm512_castpd_si512(_mm512_unpacklo_pd(run[2 * j].v, run[2 * j + 1].v))};
-    const simd::Int8 odd{_mm512_castpd_si512(_mm512_unpackhi_pd(run[2 * j].v, run[2 * j + 1].v))};
-    two[j] = (even + (odd << b)).v;
-  }
-  // 0x88 takes the 128-bit pieces 0 and 2 of each, 0xdd pieces 1 and 3.
-  const __m512i low02 = _mm512_shuffle_i64x2(two[0], two[1], 0x88);
-  const __m512i low13 = _mm512_shuffle_i64x2(two[0], two[1], 0xdd);
-  const __m512i high02 = _mm512_shuffle_i64x2(two[2], two[3], 0x88);
-  const __m512i high13 = _mm512_shuffle_i64x2(two[2], two[3], 0xdd);
-  pair[0].v = _mm512_shuffle_i64x2(low02, high02, 0x88);
-  pair[1].v = _mm512_shuffle_i64x2(low13, high13, 0x88);
-  pair[2].v = _mm512_shuffle_i64x2(low02, high02, 0xdd);
-  pair[3].v = _mm512_shuffle_i64x2(low13, high13, 0xdd);
 }
 
 // Words of eight runs, transposed: 16 or 32 bytes of a run at once.

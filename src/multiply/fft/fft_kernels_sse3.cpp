@@ -12,10 +12,20 @@ KELVANE_INLINE void load_octet(Vec2* out, const DigitSource& s, const u8* p) {
   s32 d[8];
   for (u32 j = 0; j < 8; j++) {
     u32 x;
-    __builtin_memcpy(&x, p + (j < 4 ? 0 : s.upper) + s.byte[j], 4);
-    d[j] = ((static_cast<s32>(x << s.shift[j]) >> drop) + 1) >> 1;
+    __builtin_memcpy(&x, p + (j < 4 ? 0 : s.layout.upper) + s.layout.byte[j], 4);
+    d[j] = ((static_cast<s32>(x << s.layout.shift[j]) >> drop) + 1) >> 1;
   }
   for (u32 v = 0; v < 4; v++) out[v] = {_mm_cvtepi32_pd(_mm_set_epi32(0, 0, d[2 * v + 1], d[2 * v]))};
+}
+
+template <u32 WORDS>
+requires(WORDS >= 2) KELVANE_INLINE void store_runs(u8* out, u64 stride, const simd::Int2* w) {
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_unpacklo_epi64(w[0].v, w[1].v));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(out + stride), _mm_unpackhi_epi64(w[0].v, w[1].v));
+  if constexpr (WORDS == 3) {
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(out + 16), w[2].v);
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(out + stride + 16), _mm_unpackhi_epi64(w[2].v, w[2].v));
+  }
 }
 
 } // namespace

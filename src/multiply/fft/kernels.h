@@ -13,10 +13,22 @@
 
 namespace kelvane::km_FFTv2 {
 
-// Where the b-bit digits of an operand lie. Eight digits ("an octet") begin at a whole byte; the bits of
-// digit k and the bit below it, b + 1 together, are read as one signed number s, and (s + 1) >> 1 is the
-// balanced digit in [-2^(b-1), 2^(b-1)]: the digit itself, minus 2^b when its own top bit is set, plus 1
-// when that of the digit below is. No carry runs.
+// Where the b-bit digits lie. Eight digits ("an octet") begin at a whole byte; the bits of digit k and the
+// bit below it, b + 1 together, are read as one signed number s, and (s + 1) >> 1 is the balanced digit in
+// [-2^(b-1), 2^(b-1)]: the digit itself, minus 2^b when its own top bit is set, plus 1 when that of the digit
+// below is. No carry runs.
+struct OctetLayout {
+  // The octet's digit j in 32 bits from byte `byte[j]` of the octet (the octet's bytes begin with the byte
+  // below its first digit), shifted left by shift[j], is s followed by zeros.
+  u32 shift[8];
+  u8 byte[8];
+  u32 upper;      // byte from which digits 4..7 are read
+  u8 shuffle[32]; // byte shuffle that does so: digits 0..3 from byte 0, digits 4..7 from byte `upper`
+};
+// That of b-bit digits, b in [8, 21].
+const OctetLayout& octet_layout(u32 b);
+
+// The digits of an operand.
 struct DigitSource {
   static constexpr u64 WINDOW = 32; // bytes that may be read from where an octet begins
 
@@ -25,12 +37,7 @@ struct DigitSource {
   u64 total;       // digits of the transform, 2n
   u32 b;
   bool top_set; // the operand fills all digits and its top bit is set: the last digit must not be balanced
-  // The octet's digit j in 32 bits from byte `byte[j]` of the octet (the octet's bytes begin with the byte
-  // below its first digit), shifted left by shift[j], is s followed by zeros.
-  u32 shift[8];
-  u8 byte[8];
-  u32 upper;      // byte from which digits 4..7 are read
-  u8 shuffle[32]; // byte shuffle that does so: digits 0..3 from byte 0, digits 4..7 from byte `upper`
+  const OctetLayout& layout;
   // Copies of the operand's ends with zeros around them, for windows that reach beyond.
   u64 tail_start;
   u8 head[WINDOW];
@@ -55,11 +62,13 @@ struct Shape {
 };
 
 // Eight runs of `octets` octets each, far apart: run h of quarter-row h mod 4, real parts first. Run h's
-// words go to out + h * stride bytes; its carry out of the top to carry[h].
+// words go to out + h * stride bytes; its carry out of the top to carry[h]. Every point is the sum of at most
+// `terms` products of two digits.
 struct CarryRuns {
   u8* out;
   u64 stride;
   u64 octets;
+  u64 terms;
   s64* carry;
 };
 
@@ -81,6 +90,8 @@ struct Kernels {
 
   // data <- the inverse of all steps but the root's of the pointwise product data * other.
   void (*inverse_rest)(double* data, const double* other, const Shape& shape);
+  // forward_rest of data, then inverse_rest, block by block; other may be data.
+  void (*product_rest)(double* data, const double* other, const Shape& shape);
   // The same of all steps below node J.
   void (*inverse_block)(double* data, const double* other, u32 levels, u64 J, const Shape& shape);
   void (*inverse_step)(double* dst, u64 dst_stride, const double* src, u64 src_stride, u64 vectors, u64 J,

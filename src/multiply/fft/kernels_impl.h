@@ -19,7 +19,8 @@ template <class V, class I> constexpr Kernels make_kernels(const char* name) {
           Blocks<V>::forward_rest,
           Blocks<V>::forward_block,
           Blocks<V>::forward_step,
-          Blocks<V>::inverse_rest,
+          Blocks<V>::template product_rest<false>,
+          Blocks<V>::template product_rest<true>,
           Blocks<V>::inverse_block,
           Blocks<V>::inverse_step,
           Carry<V, I>::carry};

@@ -62,12 +62,21 @@ public:
   void forward(void* T, const u64* A, u64 L, void* scratch) const override;
   void inverse_fmul(u64* out, u64 n, void* TA, const void* TB, void* scratch) const override;
   void inverse_fsqr(u64* out, u64 n, void* T, void* scratch) const override;
+  void product(u64* out, const u64* A, u64 LA, const u64* B, u64 LB, void* TA, void* TB,
+               void* scratch) const override;
   // TA <- the points of the product, not yet scaled by 2/N and rounded; the first part of inverse_fmul, for
   // measurements of the rounding error.
   void inverse_points(void* TA, const void* TB, void* scratch) const;
 
 private:
   void inverse(u64* out, u64 n, void* TA, const void* TB, void* scratch, bool words) const;
+  // Of a transform that fits the cache the root's step from digits; and the root's inverse step to words,
+  // out[0, n).
+  void first_step(double* T, const u64* A, u64 L) const;
+  void last_step(u64* out, u64 n, const double* T, void* scratch) const;
+  // No point of a product of n words is the sum of more products of two digits.
+  u64 terms(u64 n) const;
+  void require_table() const;
   void tick(km_MULv3::Worker worker) const;
 
   Plan plan_;

@@ -1,5 +1,5 @@
-#include <algorithm>
 #include <array>
+#include <bit>
 
 #include "multiply/fft/km_FFTv2.h"
 #include "shell/exception.h"
@@ -35,6 +35,16 @@ constexpr bool ascending() {
 }
 static_assert(ascending() && ROWS[PLANS - 1].capacity() == MAX_BITS);
 
+// The first row of at least 2^i bits: a plan is chosen for every product, and at most a few rows above it.
+constexpr auto FIRST_ROWS = [] {
+  std::array<u8, 35> first{};
+  for (u64 i = 0; i < first.size(); i++) {
+    while (ROWS[first[i]].capacity() < u64{1} << i) first[i]++;
+  }
+  return first;
+}();
+static_assert(MAX_BITS == u64{1} << (FIRST_ROWS.size() - 1));
+
 } // namespace
 
 Plan plan_of_row(u64 row, u64 bits, u64 threads) {
@@ -54,10 +64,10 @@ Plan plan_of_row(u64 row, u64 bits, u64 threads) {
 }
 
 Plan make_plan(u64 bits, u64 threads) {
-  const auto row = std::lower_bound(ROWS.begin(), ROWS.end(), bits,
-                                    [](const Row& r, u64 wanted) { return r.capacity() < wanted; });
-  if (row == ROWS.end()) throw km_exception(ERROR_BEYOND_TABLE, "");
-  return plan_of_row(static_cast<u64>(row - ROWS.begin()), bits, threads);
+  if (bits > MAX_BITS) throw km_exception(ERROR_BEYOND_TABLE, "");
+  u64 row = FIRST_ROWS[static_cast<u64>(std::bit_width(bits | 1)) - 1];
+  while (ROWS[row].capacity() < bits) row++;
+  return plan_of_row(row, bits, threads);
 }
 
 } // namespace kelvane::km_FFTv2

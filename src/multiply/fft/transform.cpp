@@ -59,17 +59,41 @@ void btp_t::tick(Worker worker) const {
   if (worker.driver && progress_ != nullptr) progress_->tick();
 }
 
+// An operand of L words has at most 64 L / b + 2 digits that are not zero, with the one above for balancing;
+// a point has no more terms than the shorter operand has digits, at most half the sum of both.
+u64 btp_t::terms(u64 n) const {
+  return min_of(shape_.n, 32 * n / shape_.b + 2);
+}
+
+void btp_t::first_step(double* T, const u64* A, u64 L) const {
+  const u64 quarter = shape_.n / 4;
+  kernels_->digits_step(T, 2 * quarter, shape_, DigitSource(A, L, shape_.n, shape_.b), 0, quarter / 8);
+}
+
+void btp_t::last_step(u64* out, u64 n, const double* T, void* scratch) const {
+  const u64 quarter = shape_.n / 4, run_bytes = quarter * shape_.b / 8;
+  s64 carries[8];
+  kernels_->carry(T, 2 * quarter, true, shape_,
+                  {static_cast<u8*>(scratch), run_bytes, quarter / 8, terms(n), carries});
+  auto* const words = static_cast<u64*>(scratch);
+  finish_carries(words, plan_.capacity_bits / 64, carries, 8, run_bytes);
+  std::memcpy(out, words, 8 * n);
+  tick({0, true});
+}
+
+void btp_t::require_table() const {
+  if (shape_.table != nullptr) return;
+  assert_fail(INVALID_FUNCTION_PARAMETERS, L"km_FFTv2::btp_t::forward()", L"There are no twiddle tables.");
+}
+
 void btp_t::forward(void* T, const u64* A, u64 L, void* scratch) const {
-  if (shape_.table == nullptr) {
-    assert_fail(INVALID_FUNCTION_PARAMETERS, L"km_FFTv2::btp_t::forward()", L"There are no twiddle tables.");
-  }
-  const DigitSource digits(A, L, shape_.n, shape_.b);
+  require_table();
   auto* const data = static_cast<double*>(T);
   if (cached_) {
-    const u64 quarter = shape_.n / 4;
-    kernels_->digits_step(data, 2 * quarter, shape_, digits, 0, quarter / 8);
+    first_step(data, A, L);
     return kernels_->forward_rest(data, shape_);
   }
+  const DigitSource digits(A, L, shape_.n, shape_.b);
   auto* const buffers = static_cast<double*>(scratch);
   const Tiling tiling(*kernels_, shape_, shape_.q, 1);
   const u64 children = tiling.children();
@@ -100,22 +124,42 @@ void btp_t::inverse_points(void* TA, const void* TB, void* scratch) const {
   }
 }
 
+void btp_t::product(u64* out, const u64* A, u64 LA, const u64* B, u64 LB, void* TA, void* TB,
+                    void* scratch) const {
+  const bool is_square = B == nullptr;
+  if (!is_square) forward(TB, B, LB, scratch);
+  if (!cached_) {
+    forward(TA, A, LA, scratch);
+    return inverse(out, is_square ? 2 * LA : LA + LB, TA, is_square ? TA : TB, scratch, true);
+  }
+  require_table();
+  auto* const data = static_cast<double*>(TA);
+  first_step(data, A, LA);
+  kernels_->product_rest(data, is_square ? data : static_cast<const double*>(TB), shape_);
+  last_step(out, is_square ? 2 * LA : LA + LB, data, scratch);
+}
+
 void btp_t::inverse(u64* out, u64 n, void* TA, const void* TB, void* scratch, bool words) const {
   auto* const data = static_cast<double*>(TA);
   const auto* const other = static_cast<const double*>(TB);
-  const u64 quarter = shape_.n / 4;
+  if (cached_) {
+    kernels_->inverse_rest(data, other, shape_);
+    if (words) last_step(out, n, data, scratch);
+    return;
+  }
 
   // The words of the product are put together in scratch from pieces, each the same part of every quarter,
   // both parts of the points: eight runs of digits. A power of two of pieces.
+  const u64 quarter = shape_.n / 4;
   u64 pieces = 1;
-  while (!cached_ && pieces < MAX_CARRY_PIECES && quarter / pieces >= 2 * MIN_PIECE_POINTS) pieces *= 2;
+  while (pieces < MAX_CARRY_PIECES && quarter / pieces >= 2 * MIN_PIECE_POINTS) pieces *= 2;
   const u64 points = quarter / pieces, run_bytes = points * shape_.b / 8;
   s64 carries[8 * MAX_CARRY_PIECES];
   const auto carry = [&](u64 piece, Worker worker) {
     s64 top[8];
     const CarryRuns runs{static_cast<u8*>(scratch) + piece * run_bytes, quarter * shape_.b / 8, points / 8,
-                         top};
-    kernels_->carry(data + piece * 2 * points, 2 * quarter, cached_, shape_, runs);
+                         terms(n), top};
+    kernels_->carry(data + piece * 2 * points, 2 * quarter, false, shape_, runs);
     for (u64 h = 0; h < 8; h++) carries[h * pieces + piece] = top[h];
     tick(worker);
   };
@@ -127,12 +171,6 @@ void btp_t::inverse(u64* out, u64 n, void* TA, const void* TB, void* scratch, bo
     const u64 first = n * piece / pieces, end = n * (piece + 1) / pieces;
     std::memcpy(out + first, product + first, 8 * (end - first));
   };
-
-  if (cached_) {
-    kernels_->inverse_rest(data, other, shape_);
-    if (words) km_MULv3::run_phases(1, Phase{1, carry}, Phase{1, finish}, Phase{1, copy});
-    return;
-  }
   auto* const buffers = static_cast<double*>(scratch);
   const Tiling tiling(*kernels_, shape_, shape_.q, 1);
   const u64 children = tiling.children();

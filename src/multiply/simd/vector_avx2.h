@@ -50,10 +50,19 @@ KELVANE_INLINE void transpose(Vec4 (&x)[4]) {
   x[3].v = _mm256_permute2f128_pd(b, d, 0x31);
 }
 
+// The even elements of both, in turn, and the odd ones: a0 b0 a2 b2, a1 b1 a3 b3.
+KELVANE_INLINE Vec4 unpack_low(Vec4 a, Vec4 b) {
+  return {_mm256_unpacklo_pd(a.v, b.v)};
+}
+KELVANE_INLINE Vec4 unpack_high(Vec4 a, Vec4 b) {
+  return {_mm256_unpackhi_pd(a.v, b.v)};
+}
+
 struct Int4 {
   static constexpr u32 LANES = 4;
   __m256i v;
 
+  KELVANE_INLINE static Int4 bits(Vec4 a) { return {_mm256_castpd_si256(a.v)}; }
   KELVANE_INLINE static Int4 load(const void* p) {
     return {_mm256_load_si256(static_cast<const __m256i*>(p))};
   }
@@ -71,6 +80,13 @@ struct Int4 {
     return {_mm256_srl_epi64(a.v, _mm_cvtsi32_si128(static_cast<int>(s)))};
   }
 };
+
+// Transposes the square of pieces of 128 bits.
+KELVANE_INLINE void transpose_pieces(Int4* x) {
+  const __m256i a = x[0].v, b = x[1].v;
+  x[0].v = _mm256_permute2x128_si256(a, b, 0x20);
+  x[1].v = _mm256_permute2x128_si256(a, b, 0x31);
+}
 
 } // namespace
 } // namespace kelvane::simd

@@ -67,6 +67,14 @@ KELVANE_INLINE void transpose(Vec8 (&x)[8]) {
   }
 }
 
+// The even elements of both, in turn, and the odd ones: a0 b0 a2 b2 ..., a1 b1 a3 b3 ...
+KELVANE_INLINE Vec8 unpack_low(Vec8 a, Vec8 b) {
+  return {_mm512_unpacklo_pd(a.v, b.v)};
+}
+KELVANE_INLINE Vec8 unpack_high(Vec8 a, Vec8 b) {
+  return {_mm512_unpackhi_pd(a.v, b.v)};
+}
+
 struct Int8 {
   static constexpr u32 LANES = 8;
   __m512i v;
@@ -87,6 +95,18 @@ struct Int8 {
     return {_mm512_srl_epi64(a.v, _mm_cvtsi32_si128(static_cast<int>(s)))};
   }
 };
+
+// Transposes the square of pieces of 128 bits. 0x88 takes the pieces 0 and 2 of each, 0xdd pieces 1 and 3.
+KELVANE_INLINE void transpose_pieces(Int8* x) {
+  const __m512i low02 = _mm512_shuffle_i64x2(x[0].v, x[1].v, 0x88);
+  const __m512i low13 = _mm512_shuffle_i64x2(x[0].v, x[1].v, 0xdd);
+  const __m512i high02 = _mm512_shuffle_i64x2(x[2].v, x[3].v, 0x88);
+  const __m512i high13 = _mm512_shuffle_i64x2(x[2].v, x[3].v, 0xdd);
+  x[0].v = _mm512_shuffle_i64x2(low02, high02, 0x88);
+  x[1].v = _mm512_shuffle_i64x2(low13, high13, 0x88);
+  x[2].v = _mm512_shuffle_i64x2(low02, high02, 0xdd);
+  x[3].v = _mm512_shuffle_i64x2(low13, high13, 0xdd);
+}
 
 } // namespace
 } // namespace kelvane::simd

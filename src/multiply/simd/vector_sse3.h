@@ -44,11 +44,20 @@ KELVANE_INLINE void transpose(Vec2 (&x)[2]) {
   x[1].v = _mm_unpackhi_pd(a, b);
 }
 
+// The even elements of both, and the odd ones: a0 b0, a1 b1.
+KELVANE_INLINE Vec2 unpack_low(Vec2 a, Vec2 b) {
+  return {_mm_unpacklo_pd(a.v, b.v)};
+}
+KELVANE_INLINE Vec2 unpack_high(Vec2 a, Vec2 b) {
+  return {_mm_unpackhi_pd(a.v, b.v)};
+}
+
 // Two 64-bit integers.
 struct Int2 {
   static constexpr u32 LANES = 2;
   __m128i v;
 
+  KELVANE_INLINE static Int2 bits(Vec2 a) { return {_mm_castpd_si128(a.v)}; }
   KELVANE_INLINE static Int2 load(const void* p) { return {_mm_load_si128(static_cast<const __m128i*>(p))}; }
   KELVANE_INLINE static Int2 set1(u64 x) { return {_mm_set1_epi64x(static_cast<long long>(x))}; }
   KELVANE_INLINE void store(void* p) const { _mm_store_si128(static_cast<__m128i*>(p), v); }
@@ -65,6 +74,9 @@ struct Int2 {
     return {_mm_srl_epi64(a.v, _mm_cvtsi32_si128(static_cast<int>(s)))};
   }
 };
+
+// Transposes the square of pieces of 128 bits, which is one piece.
+KELVANE_INLINE void transpose_pieces(Int2*) {}
 
 } // namespace
 } // namespace kelvane::simd

@@ -50,9 +50,7 @@ struct Placement {
   void* TB;
   void* scratch;
   Placement(Layout& layout, const abstract_btp& record)
-      : TA(layout.take_bytes(record.transform_bytes())),
-        TB(layout.take_bytes(record.ntp() != nullptr ? record.ntp()->second_bytes()
-                                                     : record.transform_bytes())),
+      : TA(layout.take_bytes(record.transform_bytes())), TB(layout.take_bytes(record.second_bytes())),
         scratch(layout.take_bytes(record.scratch_bytes())) {}
 };
 
@@ -101,10 +99,7 @@ void multiply_whole(const Context& context, u64* out, const u64* A, u64 nA, cons
   const abstract_btp* const record = select(n, context, &storage);
   Layout layout(work, product_cost(n, context.threads, context.reduced_memory));
   const Placement p(layout, *record);
-  if (record->ntp() != nullptr) return record->ntp()->product(out, A, nA, B, nB, p.TA, p.TB, p.scratch);
-  record->forward(p.TA, A, nA, p.scratch);
-  record->forward(p.TB, B, nB, p.scratch);
-  record->inverse_fmul(out, n, p.TA, p.TB, p.scratch);
+  record->product(out, A, nA, B, nB, p.TA, p.TB, p.scratch);
 }
 
 // Not inlined: short squares would pay for its frame.
@@ -114,10 +109,7 @@ void multiply_whole(const Context& context, u64* out, const u64* A, u64 nA, cons
   const abstract_btp* const record = select(n, context, &storage);
   Layout layout(work, product_cost(n, context.threads, context.reduced_memory));
   const Placement p(layout, *record);
-  if (record->ntp() != nullptr)
-    return record->ntp()->product(out, A, nA, nullptr, 0, p.TA, nullptr, p.scratch);
-  record->forward(p.TA, A, nA, p.scratch);
-  record->inverse_fsqr(out, n, p.TA, p.scratch);
+  record->product(out, A, nA, nullptr, 0, p.TA, nullptr, p.scratch);
 }
 
 // Operands of this many words or fewer are multiplied by the schoolbook whatever the other one's length: 0.4
@@ -127,9 +119,10 @@ constexpr u64 MAX_SHORT = 14;
 // out = A B for nA >= nB, beyond the basecase's row.
 void multiply_long(const Context& context, u64* out, const u64* A, u64 nA, const u64* B, u64 nB, void* work) {
   if (nB <= MAX_SHORT) return km_MULB::multiply_basecase(out, A, nA, B, nB);
-  const u64 n = nA + nB, bytes = product_cost(n, context.threads, context.reduced_memory);
-  if (n >= CUT_MIN && nA >= CUT_RATIO * nB && multiply_in_pieces(context, out, A, nA, B, nB, work, bytes))
-    return;
+  if (nA + nB >= CUT_MIN && nA >= CUT_RATIO * nB) {
+    const u64 bytes = product_cost(nA + nB, context.threads, context.reduced_memory);
+    if (multiply_in_pieces(context, out, A, nA, B, nB, work, bytes)) return;
+  }
   multiply_whole(context, out, A, nA, B, nB, work);
 }
 
@@ -211,6 +204,7 @@ void multiply_over(const Context& context, u64* out, const u64* A, u64 nA, const
 }
 
 void square(const Context& context, u64* out, const u64* A, u64 nA, void* work) {
+  if (nA < km_MULB::Thresholds<u64>::square) return km_MULB::square_basecase(out, A, nA);
   if (2 * nA <= BKT_MAX) return km_MULB::square(out, A, nA, static_cast<u64*>(work));
   square_whole(context, out, A, nA, work);
 }

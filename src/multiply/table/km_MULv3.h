@@ -69,6 +69,17 @@ public:
   // The same transform for a single use: the next inverse must consume it, as TA or TB. Cheaper where the
   // algorithm can leave a part of the work to the inverse.
   virtual void forward_once(void* T, const u64* A, u64 L, void* scratch) const { forward(T, A, L, scratch); }
+  // out[0, LA + LB) <- A B; A^2 with B null. TA: transform_bytes(); TB: second_bytes(), none for a square.
+  // Faster than forward, forward, inverse; a record made with reduced_memory may have a smaller
+  // second_bytes().
+  virtual u64 second_bytes() const { return transform_bytes(); }
+  virtual void product(u64* out, const u64* A, u64 LA, const u64* B, u64 LB, void* TA, void* TB,
+                       void* scratch) const {
+    forward(TA, A, LA, scratch);
+    if (B == nullptr) return inverse_fsqr(out, 2 * LA, TA, scratch);
+    forward(TB, B, LB, scratch);
+    inverse_fmul(out, LA + LB, TA, TB, scratch);
+  }
   // The record's further abilities, null when it has none.
   virtual const abstract_ntp* ntp() const { return nullptr; }
 
@@ -101,12 +112,6 @@ public:
   // out[0, wrap_words()) <- a number in [0, M] congruent to the sum modulo M. Here only each operand must fit
   // wrap_words(); their product may be longer, and the sum may be negative.
   virtual void inverse_wrapped(u64* out, const Term* terms, u64 count, void* scratch) const = 0;
-
-  // out[0, LA + LB) <- A B; A^2 with B null. TA: transform_bytes(); TB: second_bytes(), none for a square.
-  // Faster than forward, forward, inverse; a record made with reduced_memory has a smaller second_bytes().
-  virtual u64 second_bytes() const = 0;
-  virtual void product(u64* out, const u64* A, u64 LA, const u64* B, u64 LB, void* TA, void* TB,
-                       void* scratch) const = 0;
 };
 
 // Caller's storage for a parameter record; records own nothing and need no destruction.
