@@ -155,49 +155,38 @@ namespace {
 struct TailPlacement {
   u64 *Q, *R;
   MergePlacement merge;
-  TailPlacement(Layout& layout, u64 product_words, u64 tail_words, const km_MULv3::Context& context)
-      : Q(layout.take<u64>(product_words)), R(layout.take<u64>(tail_words + 3)),
+  TailPlacement(Layout& layout, u64 product_words, u64 keep, const km_MULv3::Context& context)
+      : Q(layout.take<u64>(product_words)), R(layout.take<u64>(keep + 3)),
         merge(layout, product_words, context) {}
 };
 
 } // namespace
 
-u64 kc_BSS_P2B2_BBP::tail_merge_bytes(u64 segment_words, u64 tail_words,
+u64 kc_BSS_P2B2_BBP::tail_merge_bytes(u64 segment_words, u64 tail_words, u64 keep,
                                       const km_MULv3::Context& context) const {
   Layout layout;
-  TailPlacement(layout, segment_words + tail_words + 3, tail_words, context);
+  TailPlacement(layout, segment_words + tail_words + 3, keep, context);
   return layout.used();
 }
 
-void kc_BSS_P2B2_BBP::merge_tail(const km_MULv3::Context& context, u64 begin, u64 end, u64 terms,
-                                 kob_cdi_EFPh* segment, kob_cdi_EFPh* tail, u64 keep, void* work, u64 bytes,
-                                 const Check& check) const {
-  const u64 n = longest(segment) + longest(tail) + 3;
+void kc_BSS_P2B2_BBP::merge_tail(const km_MULv3::Context& context, const TailMerge& merge, void* work,
+                                 u64 bytes) const {
+  const u64 n = longest(merge.segment) + longest(merge.tail) + 3;
   Layout layout(work, bytes);
-  const TailPlacement place(layout, n, keep, context);
+  const TailPlacement place(layout, n, merge.keep, context);
   kob_cdi_EFPh Q, R;
   Q.attach(place.Q, n);
-  R.attach(place.R, keep + 3);
-  combine(context, place.merge, n, segment, tail, Q, R, shift * (terms - end), ((end - begin) & 1) != 0,
-          keep);
-  check(Q);
-  check(R);
-  Q.truncate(keep);
-  R.truncate(keep);
-  tail[0].set_copy(Q);
-  tail[1].set_copy(R);
+  R.attach(place.R, merge.keep + 3);
+  combine(context, place.merge, n, merge.segment, merge.tail, Q, R, shift * (merge.terms - merge.end),
+          ((merge.end - merge.begin) & 1) != 0, merge.keep);
+  merge.settle(0, Q);
+  merge.settle(1, R);
 }
 
-void kc_BSS_P2B2_BBP::BSR_memory(const Schedule& schedule, u64, const km_MULv3::Context& context,
-                                 u64* out_peak, u64* out_result, u64* out_temp) const {
-  const ScheduledSum sum(*this, schedule.precision_words);
-  *out_peak = sum.work_bytes(context) / sizeof(u64);
-  *out_result = sum.capacity();
-  *out_temp = INTEGERS * (schedule.largest_segment() + 4);
-}
-
-u64 sum_capacity_BBP(const kc_BSS_P2B2_BBP& series, u64 precision_words) {
-  return ScheduledSum(series, precision_words).capacity();
+void kc_BSS_P2B2_BBP::BSR_memory(const Schedule& schedule, u64 first_segment,
+                                 const km_MULv3::Context& context, u64* out_peak, u64* out_result,
+                                 u64* out_temp) const {
+  ScheduledSum(*this, schedule).memory(first_segment, context, out_peak, out_result, out_temp);
 }
 
 u64 sum_work_bytes(const kc_BSS_P2B2_BBP& series, u64 precision_words, const km_MULv3::Context& context) {

@@ -16,6 +16,8 @@
 #pragma once
 
 #include <algorithm>
+#include <cmath>
+#include <string>
 
 #include "arithmetic/redundancy.h"
 #include "series/common_factors.h"
@@ -35,6 +37,15 @@ struct RecursionLevels {
 
 // Merges of smaller ranges are not worth a look at the clock; they do not count in the progress.
 inline constexpr u64 PROGRESS_WORDS = 64;
+
+// Sum over the recursion's levels of the cost of all merges of a level, for progress: the words of a level
+// add up to those of the whole range.
+inline double recursion_cost(double range_words) {
+  double cost = 0;
+  for (double words = range_words; words >= PROGRESS_WORDS; words /= 2)
+    cost += range_words * std::log2(words);
+  return cost;
+}
 
 // A Shape is a series seen by the recursion:
 //   static constexpr u64 INTEGERS                  integers per range (at most 4)
