@@ -8,6 +8,8 @@
 // positive. The series alternates: subtract when m - a is odd, add when it is even.
 #pragma once
 
+#include <algorithm>
+
 #include "series/kc_BSS.h"
 #include "series/schedule.h"
 #include "series/series_context.h"
@@ -40,9 +42,15 @@ public:
              const kob_cdi_EFPh* right, kob_cdi_EFPh* out, bool need_first, void* work, u64 bytes) const;
   double merge_cost(u64 words) const;
   Schedule schedule(u64 precision_words) const { return build_schedule(*this, precision_words); }
-  u64 last_capacity(u64 words, u64) const { return words; }
+  // A segment's buffers together take a product of R.
+  u64 last_capacity(u64 words, u64 product_words) const {
+    return std::max(words, product_words + SPARE_WORDS - std::min(words, product_words));
+  }
   u64 tail_merge_bytes(u64 segment_words, u64 tail_words, u64 keep, const km_MULv3::Context& context) const;
   void merge_tail(const km_MULv3::Context& context, const TailMerge& merge, void* work, u64 bytes) const;
+
+  // Of a merge's products beyond the operands' words: the shift's words and those of R are rounded up.
+  static constexpr u64 SPARE_WORDS = 3;
 
 protected:
   kc_BSS_P2B2_BBP(u64 overhead, u64 shift_) : memory_overhead(overhead), shift(shift_) {}
