@@ -70,7 +70,9 @@ void invert_modulo_power(const km_MULv3::Context& context, u64* inverse, u64 wor
 
 // The cost of a product holds two transforms and their scratch, for every length up to that.
 u64 ExactDivision::memory_bytes(u64 quotient_words) {
-  return km_MULv3::memory_cost(2 * quotient_words, 1) / 2 + Layout::ALIGNMENT;
+  Layout layout;
+  layout.take_bytes(km_MULv3::memory_cost(2 * quotient_words, 1) / 2);
+  return layout.used();
 }
 
 u64 ExactDivision::work_bytes(u64 quotient_words) {
@@ -87,7 +89,7 @@ ExactDivision::ExactDivision(const km_MULv3::Context& context, const u64* invers
 }
 
 void ExactDivision::divide(u64* out, const u64* X, u64 n, void* work) const {
-  Layout layout(work, ~u64{0});
+  Layout layout(work, work_bytes(words_));
   const DividePlacement place(layout, words_, parameters_->transform_bytes(), parameters_->scratch_bytes());
   parameters_->forward_once(place.transform, X, n, place.scratch);
   parameters_->inverse_fmul(place.product, n + words_, place.transform, inverse_transform_, place.scratch);

@@ -6,8 +6,8 @@
 // (each half at the capacity of the larger), so that the last ones lie side by side, and behind them one area
 // used first by the recursion below and then by the merge. Integers grow faster with the index than linearly,
 // so the right half is never smaller than the left and the need of a range is found by walking
-// down its right spine: O(log N), the same placement as the run. A range that is divided by its common factor
-// has its undivided integers there, too.
+// down its right spine: O(log N), the same placement as the run. A range that is divided by what all of its
+// level have in common has its undivided integers there, too; the divisor lies in front of everything.
 //
 // Threads. Large ranges are summed one half after the other, their merges on all threads (one product
 // can feed them); below a size where it can not, halves run in parallel, each with half of the
@@ -32,7 +32,7 @@ namespace kelvane {
 struct RecursionLevels {
   u64 serial = 0;  // levels whose halves run one after the other
   u64 forked = 0;  // levels below them whose halves run in parallel
-  u64 divided = 0; // 2^d: the ranges d levels below this one are divided by their common factors
+  u64 divided = 0; // 2^d: the ranges d levels below this one are divided by their common factor
 };
 
 // Merges of smaller ranges are not worth a look at the clock; they do not count in the progress.

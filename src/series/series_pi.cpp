@@ -2,20 +2,14 @@
 
 namespace kelvane {
 
-namespace {
-
-constexpr u64 BLOCK = 1024; // terms, see CommonFactors
-
-} // namespace
-
 // p(k) has no event of 2, and of 3 one at most where q(k) has three: these two primes are left out.
 Series_Pi_Chudnovsky::Series_Pi_Chudnovsky()
     : kc_BSS_P2B3_Type0(true, true, 17, 8),
-      factors_({{2, -1, 1}, {6, -5, 1}, {6, -1, 1}}, {{1, 0, 3}}, true, 3, {2, 3}, 5, 1, BLOCK) {}
+      factors_({{2, -1, 1}, {6, -5, 1}, {6, -1, 1}}, {{1, 0, 3}}, true, 3, {2, 3}, 5, 1) {}
 
 Series_Pi_Ramanujan::Series_Pi_Ramanujan()
     : kc_BSS_P2B3_Type0(false, true, 17, 12),
-      factors_({{2, -1, 1}, {4, -3, 1}, {4, -1, 1}}, {{1, 0, 3}}, true, 3, {2, 3}, 5, 1, BLOCK) {}
+      factors_({{2, -1, 1}, {4, -3, 1}, {4, -1, 1}}, {{1, 0, 3}}, true, 3, {2, 3}, 5, 1) {}
 
 u64 Series_Pi_Chudnovsky::terms(u64 precision_words) const {
   return static_cast<u64>(1.3585106930018276 * static_cast<double>(precision_words)) + 2;
