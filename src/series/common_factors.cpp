@@ -40,8 +40,7 @@ double CommonFactors::removed(u64 terms, u64 level) const {
 HypergeometricFactors::HypergeometricFactors(std::vector<LinearForm> numerators,
                                              std::vector<LinearForm> denominators, bool plain, u64 exponents,
                                              std::vector<u64> excluded, u64 smallest, u64 reach_)
-    : CommonFactors(smallest, reach_, exponents), plain_(plain), exponents_(static_cast<double>(exponents)),
-      per_term_(PSI) {
+    : CommonFactors(smallest, reach_, exponents), exponents_(static_cast<double>(exponents)), per_term_(PSI) {
   for (const u64 p : excluded) per_term_ += std::log(static_cast<double>(p)) / static_cast<double>(p - 1);
   const auto add = [&](const LinearForm& form, bool numerator) {
     Form f{form, numerator, std::vector<u64>(form.factor, form.factor)};

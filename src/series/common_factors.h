@@ -89,7 +89,6 @@ private:
   };
   u64 exponent_from(u64 q, u64 start, u64 terms, const Event* events, u64 count) const;
   std::vector<Form> forms_;
-  bool plain_;
   double exponents_, per_term_;
 };
 
