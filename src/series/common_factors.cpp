@@ -53,7 +53,7 @@ HypergeometricFactors::HypergeometricFactors(std::vector<LinearForm> numerators,
         }
     forms_.push_back(f);
   };
-  // Events at the same index: see exponent().
+  // Events at the same index: see exponent_from().
   if (plain)
     for (const LinearForm& form : numerators) add(form, true);
   for (const LinearForm& form : denominators) add(form, false);
