@@ -26,7 +26,7 @@ double CommonFactors::log_at_most(double terms) const {
 }
 
 u64 CommonFactors::level(u64 terms) const {
-  return terms < 2 * BLOCK ? 0 : std::bit_floor(terms / BLOCK);
+  return terms < 2 * block ? 0 : std::bit_floor(terms / block);
 }
 
 // Blocks have floor(terms / level) terms or one more. The bound is taken at a real length below that, so that
@@ -39,8 +39,9 @@ double CommonFactors::removed(u64 terms, u64 level) const {
 
 HypergeometricFactors::HypergeometricFactors(std::vector<LinearForm> numerators,
                                              std::vector<LinearForm> denominators, bool plain, u64 exponents,
-                                             std::vector<u64> excluded, u64 smallest, u64 reach_)
-    : CommonFactors(smallest, reach_, exponents), exponents_(static_cast<double>(exponents)), per_term_(PSI) {
+                                             std::vector<u64> excluded, u64 smallest, u64 reach_, u64 block_)
+    : CommonFactors(smallest, reach_, block_, exponents), exponents_(static_cast<double>(exponents)),
+      per_term_(PSI) {
   for (const u64 p : excluded) per_term_ += std::log(static_cast<double>(p)) / static_cast<double>(p - 1);
   const auto add = [&](const LinearForm& form, bool numerator) {
     Form f{form, numerator, std::vector<u64>(form.factor, form.factor)};

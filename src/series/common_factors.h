@@ -36,14 +36,13 @@ public:
   // The least e(q) of all ranges of so many terms, for a power q of a prime from smallest_prime on. 0 for
   // q > reach terms.
   virtual u64 exponent(u64 q, u64 terms) const = 0;
-  // Bounds of ln G for every block of `terms` terms (from BLOCK on), a lower one for the sizes of what is
+  // Bounds of ln G for every block of `terms` terms (from block on), a lower one for the sizes of what is
   // left, an upper one for the buffers of G.
   virtual double log_at_least(double terms) const = 0;
   double log_at_most(double terms) const;
 
   const u64 smallest_prime, reach;
-  // Ranges of BLOCK to 2 BLOCK - 1 terms are divided. Measured: 512 to 2048 are alike, more are slower.
-  static constexpr u64 BLOCK = 1024;
+  const u64 block; // ranges of `block` to 2 block - 1 terms are divided
 
   // 2^d when a segment of so many terms is divided in its ranges d >= 1 halvings below the whole; 0: not at
   // all.
@@ -53,8 +52,8 @@ public:
 
 protected:
   // events: of one side's forms at most, counted with their exponents, per period.
-  CommonFactors(u64 smallest_prime_, u64 reach_, u64 events)
-      : smallest_prime(smallest_prime_), reach(reach_), events_(events) {}
+  CommonFactors(u64 smallest_prime_, u64 reach_, u64 block_, u64 events)
+      : smallest_prime(smallest_prime_), reach(reach_), block(block_), events_(events) {}
 
 private:
   const u64 events_;
@@ -73,7 +72,7 @@ public:
   // plain: a(k) contains p(k). `exponents`: least sum of the exponents of the numerators, and of the
   // denominators, for every prime but those in `excluded`.
   HypergeometricFactors(std::vector<LinearForm> numerators, std::vector<LinearForm> denominators, bool plain,
-                        u64 exponents, std::vector<u64> excluded, u64 smallest, u64 reach_);
+                        u64 exponents, std::vector<u64> excluded, u64 smallest, u64 reach_, u64 block_);
   u64 exponent(u64 q, u64 terms) const override;
   double log_at_least(double terms) const override;
 

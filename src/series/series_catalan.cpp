@@ -6,7 +6,7 @@ namespace kelvane {
 
 Series_Catalan_Lupas::Series_Catalan_Lupas()
     : kc_BSS_P2B3_Type0(true, false, 19, 10),
-      factors_({{1, 0, 3}, {2, -1, 1}}, {{4, -3, 2}, {4, -1, 2}}, false, 4, {2}, 3, 2) {}
+      factors_({{1, 0, 3}, {2, -1, 1}}, {{4, -3, 2}, {4, -1, 2}}, false, 4, {2}, 3, 2, 1024) {}
 
 u64 Series_Catalan_Lupas::terms(u64 precision_words) const {
   return static_cast<u64>(32.0 * static_cast<double>(precision_words)) + 2;
@@ -36,7 +36,7 @@ void Series_Catalan_Lupas::term(u64 k, SeriesTerm& t) const {
   t.horner(j, 19);
 }
 
-HuventFactors::HuventFactors() : CommonFactors(5, 8, 18) {}
+HuventFactors::HuventFactors() : CommonFactors(5, 8, 1024, 18) {}
 
 u64 HuventFactors::exponent(u64 q, u64 terms) const {
   const u64 multiples = (12 * terms - 1) / q, events = 2 * (multiples - (multiples + 3) / 4);

@@ -247,18 +247,18 @@ template <class Series> void expect_divided(const Series& series, u64 a, u64 ter
 
 TEST(CommonFactors, DividedRangesAreTheExactOnesOverOneNumber) {
   for (const Case& c : cases()) {
-    constexpr u64 block = CommonFactors::BLOCK;
+    const u64 block = c.series->common_factors()->block;
     expect_divided(*c.series, 0, 2 * block, c.name);
     expect_divided(*c.series, 100001, 2 * block + 333, c.name);
   }
   // Long enough for transforms over prime fields, and for a P with shorter ones of its own.
   const Series_Pi_Chudnovsky chudnovsky;
   const kc_BSS_P2B3_Type0& pi = chudnovsky;
-  expect_divided(pi, 7, 8 * CommonFactors::BLOCK, "Chudnovsky");
+  expect_divided(pi, 7, 8 * chudnovsky.common_factors()->block, "Chudnovsky");
   const Series_Catalan_Huvent huvent;
   const kc_BSS_P2B2_BBP& series = huvent;
-  expect_divided(series, 0, 4 * CommonFactors::BLOCK + 1, "Huvent");
-  expect_divided(series, 54321, 2 * CommonFactors::BLOCK, "Huvent");
+  expect_divided(series, 0, 4 * huvent.common_factors()->block + 1, "Huvent");
+  expect_divided(series, 54321, 2 * huvent.common_factors()->block, "Huvent");
 }
 
 // Flips a bit of a quotient: the second time that a divided range's integers are handed over.
@@ -276,7 +276,7 @@ private:
 
 TEST(CommonFactors, AFlippedWordOfAQuotientIsFound) {
   const Series_Pi_Chudnovsky series;
-  const u64 a = 1000, b = a + 2 * CommonFactors::BLOCK, m = a + (b - a) / 2;
+  const u64 a = 1000, b = a + 2 * series.common_factors()->block, m = a + (b - a) / 2;
   const kc_BSS_P2B3_Type0& shape = series;
   for (u64 times = 4; times <= 6; times++) { // three integers merged, then three quotients
     FlipQuotient flip(a, m, times);
