@@ -9,40 +9,6 @@ namespace kelvane {
 
 namespace {
 
-// Quotients of fewer words than this are formed in one step.
-constexpr u64 SHORT = 32;
-// More parts than two make the inverse shorter and the products more; measured, parts of the divisor's length
-// are best, and of more than four no part is gained.
-constexpr u64 MAX_PARTS = 4;
-
-u64 step_words(u64 divisor_words, u64 quotient_words) {
-  if (quotient_words < SHORT) return quotient_words;
-  const u64 parts = std::clamp((quotient_words + divisor_words / 2) / divisor_words, u64{2}, MAX_PARTS);
-  return (quotient_words + parts - 1) / parts;
-}
-// Words of the longest product: k words of the quotient by the inverse or by the divisor. The products of the
-// inverse's own steps are shorter.
-u64 product_words(u64 divisor_words, u64 k) {
-  return k + std::max(k, divisor_words) + 2;
-}
-
-// Buffers in the order in which they are used: the inverse, a product, and then either one more product of
-// the Newton steps and its work or the transforms.
-struct Placement {
-  u64 *inverse, *product, *second;
-  u8* transforms;
-  u64 bytes; // of the transforms
-  Placement(Layout& layout, u64 divisor_words, u64 k, const km_MULv3::Context& context)
-      : inverse(layout.take<u64>(k)), product(layout.take<u64>(product_words(divisor_words, k))),
-        second(layout.take<u64>(product_words(divisor_words, k))),
-        bytes(layout.measuring()
-                  ? 2 * km_MULv3::memory_cost(product_words(divisor_words, k), context.threads) +
-                        4 * Layout::ALIGNMENT
-                  : layout.left() / Layout::ALIGNMENT * Layout::ALIGNMENT) {
-    transforms = static_cast<u8*>(layout.take_bytes(bytes));
-  }
-};
-
 // x^-1 mod 2^64 of an odd x: 5 bits of 3x ^ 2 are right, each step doubles them.
 u64 inverse_word(u64 x) {
   u64 y = (3 * x) ^ 2;
@@ -50,67 +16,84 @@ u64 inverse_word(u64 x) {
   return y;
 }
 
+// The two products of a Newton step to n words, of at most 3/2 n and n + 1 words.
+struct InversePlacement {
+  u64 *residual, *correction;
+  void* work;
+  InversePlacement(Layout& layout, u64 n, const km_MULv3::Context& context)
+      : residual(layout.take<u64>(n + n / 2 + 2)), correction(layout.take<u64>(n + 2)),
+        work(layout.take_bytes(km_MULv3::memory_cost(n + n / 2 + 2, context.threads))) {}
+};
+
+km_MULv3::Context one_thread(km_MULv3::Context context) {
+  context.threads = 1;
+  context.reduced_memory = false;
+  return context;
+}
+
+// Work of a quotient: the product, of which the low half is wanted, and its transform.
+struct DividePlacement {
+  u64* product;
+  void *transform, *scratch;
+  DividePlacement(Layout& layout, u64 words, u64 transform_bytes, u64 scratch_bytes)
+      : product(layout.take<u64>(2 * words)), transform(layout.take_bytes(transform_bytes)),
+        scratch(layout.take_bytes(scratch_bytes)) {}
+};
+
 } // namespace
 
-u64 ExactDivision::work_bytes(u64 divisor_words, u64 quotient_words, const km_MULv3::Context& context) {
+u64 inverse_bytes(u64 n, const km_MULv3::Context& context) {
   Layout layout;
-  Placement(layout, divisor_words, step_words(divisor_words, quotient_words), context);
+  InversePlacement(layout, n, context);
   return layout.used();
 }
 
-ExactDivision::ExactDivision(const km_MULv3::Context& context, const u64* G, u64 nG, u64 quotient_words,
-                             void* work, u64 bytes)
-    : G_(G), nG_(nG), k_(step_words(nG, quotient_words)) {
-  km_MULv3::Context full = context;
-  full.reduced_memory = false;
-  Layout layout(work, bytes);
-  const Placement place(layout, nG, k_, full);
-  inverse_ = place.inverse;
-  product_ = place.product;
-  invert(full, place.product, place.second, place.transforms);
-
-  parameters_ = km_MULv3::select(product_words(nG, k_), full, &storage_);
-  Layout transforms(place.transforms, place.bytes);
-  inverse_transform_ = transforms.take_bytes(parameters_->transform_bytes());
-  divisor_transform_ = transforms.take_bytes(parameters_->transform_bytes());
-  passing_ = transforms.take_bytes(parameters_->transform_bytes());
-  scratch_ = transforms.take_bytes(parameters_->scratch_bytes());
-  parameters_->forward(inverse_transform_, inverse_, k_, scratch_);
-  parameters_->forward(divisor_transform_, G, nG, scratch_);
-}
-
 // With n words right, G I = 1 + e B^n modulo B^(2n), and I - I e B^n has 2n.
-void ExactDivision::invert(const km_MULv3::Context& context, u64* t, u64* s, void* work) {
+void invert_modulo_power(const km_MULv3::Context& context, u64* inverse, u64 words, const u64* G, u64 nG,
+                         void* work) {
+  Layout layout(work, inverse_bytes(words, context));
+  const InversePlacement place(layout, words, context);
+  u64 *const t = place.residual, *const s = place.correction;
   u32 halvings = 0;
-  while (((k_ - 1) >> halvings) + 1 > 1) halvings++;
-  inverse_[0] = inverse_word(G_[0]);
+  while (((words - 1) >> halvings) + 1 > 1) halvings++;
+  inverse[0] = inverse_word(G[0]);
   for (u64 n = 1; halvings-- > 0;) {
-    const u64 next = ((k_ - 1) >> halvings) + 1, fresh = next - n, g = std::min(nG_, next);
-    km_MULv3::multiply(context, t, G_, g, inverse_, n, work);
+    const u64 next = ((words - 1) >> halvings) + 1, fresh = next - n, g = std::min(nG, next);
+    km_MULv3::multiply(context, t, G, g, inverse, n, place.work);
     if (g + n < next) std::fill(t + g + n, t + next, u64{0});
-    km_MULv3::multiply(context, s, t + n, fresh, inverse_, fresh, work);
-    words::complement(inverse_ + n, s, fresh);
-    words::add_word(inverse_ + n, fresh, 1);
+    km_MULv3::multiply(context, s, t + n, fresh, inverse, fresh, place.work);
+    words::complement(inverse + n, s, fresh);
+    words::add_word(inverse + n, fresh, 1);
     n = next;
   }
 }
 
-void ExactDivision::divide(u64* out, u64* X, u64 nX) const {
-  const u64 n = nX - nG_ + 1;
-  for (u64 at = 0; at < n; at += k_) {
-    const u64 length = std::min(k_, n - at);
-    parameters_->forward_once(passing_, X + at, length, scratch_);
-    parameters_->inverse_fmul(product_, length + k_, passing_, inverse_transform_, scratch_);
-    std::copy_n(product_, length, out + at);
-    const u64 behind = at + length;
-    if (behind == n) break;
-    parameters_->forward_once(passing_, out + at, length, scratch_);
-    parameters_->inverse_fmul(product_, length + nG_, passing_, divisor_transform_, scratch_);
-    // The low words of the product are those of X and cancel.
-    const u64 count = std::min(nG_, n - behind);
-    const u64 borrow = words::sub_in_place(X + behind, product_ + length, count);
-    words::sub_word(X + behind + count, n - behind - count, borrow);
-  }
+// The cost of a product holds two transforms and their scratch, for every length up to that.
+u64 ExactDivision::memory_bytes(u64 quotient_words) {
+  Layout layout;
+  layout.take_bytes(km_MULv3::memory_cost(2 * quotient_words, 1) / 2);
+  return layout.used();
+}
+
+u64 ExactDivision::work_bytes(u64 quotient_words) {
+  Layout layout;
+  DividePlacement(layout, quotient_words, km_MULv3::memory_cost(2 * quotient_words, 1), 0);
+  return layout.used() + 2 * Layout::ALIGNMENT;
+}
+
+ExactDivision::ExactDivision(const km_MULv3::Context& context, const u64* inverse, u64 quotient_words,
+                             void* memory, void* work)
+    : words_(quotient_words), parameters_(km_MULv3::select(2 * words_, one_thread(context), &storage_)),
+      inverse_transform_(memory) {
+  parameters_->forward(inverse_transform_, inverse, words_, work);
+}
+
+void ExactDivision::divide(u64* out, const u64* X, u64 n, void* work) const {
+  Layout layout(work, work_bytes(words_));
+  const DividePlacement place(layout, words_, parameters_->transform_bytes(), parameters_->scratch_bytes());
+  parameters_->forward_once(place.transform, X, n, place.scratch);
+  parameters_->inverse_fmul(place.product, n + words_, place.transform, inverse_transform_, place.scratch);
+  std::copy_n(place.product, n, out);
 }
 
 } // namespace kelvane

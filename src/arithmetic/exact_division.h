@@ -1,14 +1,11 @@
-// Quotients that are known to be exact, from the low words up.
+// Quotients by a divisor that divides many numbers exactly, from the low words up.
 //
 // For an odd divisor G and a multiple X of it, X/G = X I mod B^n, where B = 2^64, I = G^-1 mod B^n and n are
-// the words of the quotient: the high words of X are not needed at all. I is computed once, to k = n/2 words,
-// by Newton's method (I <- I - I (G I - 1) doubles the words that are right), and serves every dividend:
-//
-//   y <- X I mod B^k,  X <- (X - y G) / B^k        k words of the quotient at a time
-//
-// Cost in products M(k) of k by k words: 2.5 M(k) for the inverse; then, the transforms of I and G being
-// kept, about 2/3 M(k) for each of these products, three of them for a quotient of n = 2k words. Source:
-// Jebelean, An algorithm for exact division (1993); Brent and Zimmermann, Modern Computer Arithmetic,
+// the words of the quotient: neither G nor the high words of X are needed any more. I is computed once by
+// Newton's method (I <- I - I (G I - 1) doubles the words that are right), for 2.5 products of n by n words;
+// its transform is kept, and a quotient costs two transforms, 2/3 of such a product. A quotient by parts,
+// each of which is multiplied by G and subtracted, would make do with a shorter I but take more transforms.
+// Source: Jebelean, An algorithm for exact division (1993); Brent and Zimmermann, Modern Computer Arithmetic,
 // section 1.4.5.
 #pragma once
 
@@ -17,28 +14,36 @@
 
 namespace kelvane {
 
+// inverse[0, n) <- G^-1 mod B^n for odd G[0, nG). work: inverse_bytes(n, context), 64-byte aligned.
+u64 inverse_bytes(u64 n, const km_MULv3::Context& context);
+void invert_modulo_power(const km_MULv3::Context& context, u64* inverse, u64 n, const u64* G, u64 nG,
+                         void* work);
+
+// Quotients by one divisor, on one thread each; several threads may use the object at once. All memory is
+// 64-byte aligned.
 class ExactDivision {
 public:
-  // Bytes of 64-byte aligned work for divisors and quotients of up to so many words.
-  static u64 work_bytes(u64 divisor_words, u64 quotient_words, const km_MULv3::Context& context);
+  // Bytes of the object's memory, and of the work of its construction or of one quotient, for quotients of up
+  // to so many words.
+  static u64 memory_bytes(u64 quotient_words);
+  static u64 work_bytes(u64 quotient_words);
 
-  // G[0, nG) odd, its top word not zero; it is read by divide(). No quotient has more than quotient_words
-  // words.
-  ExactDivision(const km_MULv3::Context& context, const u64* G, u64 nG, u64 quotient_words, void* work,
-                u64 bytes);
-  // out[0, nX - nG + 1) <- X/G, where G divides X and nX >= nG. X is destroyed. When G does not divide X the
-  // words are those of X/G modulo B^(nX - nG + 1): a residue finds that.
-  void divide(u64* out, u64* X, u64 nX) const;
+  // inverse[0, quotient_words): the divisor's modulo B^quotient_words; it is not needed afterwards.
+  ExactDivision(const km_MULv3::Context& context, const u64* inverse, u64 quotient_words, void* memory,
+                void* work);
+  ExactDivision(const ExactDivision&) = delete;
+  ExactDivision& operator=(const ExactDivision&) = delete;
+
+  u64 quotient_words() const { return words_; }
+  // out[0, n) <- X/G from the low n words of X, n <= quotient_words. When G does not divide X the words are
+  // those of X/G modulo B^n: a residue finds that.
+  void divide(u64* out, const u64* X, u64 n, void* work) const;
 
 private:
-  void invert(const km_MULv3::Context& context, u64* t, u64* s, void* work);
-
-  const u64* G_;
-  u64 nG_, k_;
-  u64 *inverse_, *product_;
+  u64 words_;
   km_MULv3::btp_storage storage_;
   const km_MULv3::abstract_btp* parameters_;
-  void *inverse_transform_, *divisor_transform_, *passing_, *scratch_;
+  void* inverse_transform_;
 };
 
 } // namespace kelvane

@@ -24,7 +24,7 @@ WeightedSum lupas() {
 
 // Words of Huvent's Q and numerator, which their factors lengthen by a word.
 u64 slot_words(u64 p) {
-  return sum_capacity_BBP(Series_Catalan_Huvent(), p) + 2;
+  return sum_capacity(p) + 2;
 }
 
 // The blocks of sum_huvent() in order: Q, R, the numerator.

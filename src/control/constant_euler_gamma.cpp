@@ -51,8 +51,7 @@ struct Frame {
   u64 c = 0; // of C/B^2, which begins 4 n nats lower; 0: below the precision, or not asked for
   u64 slot;  // words of D, T, V
   Frame(s32 algorithm, u32 k, u64 precision_words)
-      : p(run_precision(precision_words)),
-        slot(std::max(sum_capacity_AB(Series_EulerGamma_BM_AB(k), p) + 1, number_words(p))) {
+      : p(run_precision(precision_words)), slot(std::max(sum_capacity(p) + 1, number_words(p))) {
     const double behind = nats(precision_words) - 4 * static_cast<double>(u64{1} << k);
     if (algorithm == 1 && behind + 8 > 0)
       c = run_precision(static_cast<u64>(std::max(0.0, behind) * WORDS_PER_NAT) + 2);

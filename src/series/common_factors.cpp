@@ -4,12 +4,7 @@
 #include <bit>
 #include <cmath>
 
-#include "arithmetic/exact_division.h"
-#include "arithmetic/words/add.h"
-#include "arithmetic/words/residue.h"
 #include "series/kc_BSS.h"
-#include "shell/exception.h"
-#include "shell/heap.h"
 
 namespace kelvane {
 
@@ -18,6 +13,8 @@ namespace {
 // psi(x), the sum of ln p over all powers of primes up to x, is below PSI x. (Rosser and Schoenfeld,
 // Approximate formulas for some functions of prime numbers, 1962, whose bounds the others here are, too.)
 constexpr double PSI = 1.03883;
+
+constexpr u64 MAX_FORMS = 16;
 
 } // namespace
 
@@ -43,8 +40,8 @@ double CommonFactors::removed(u64 terms, u64 level) const {
 HypergeometricFactors::HypergeometricFactors(std::vector<LinearForm> numerators,
                                              std::vector<LinearForm> denominators, bool plain, u64 exponents,
                                              std::vector<u64> excluded, u64 smallest, u64 reach_, u64 block_)
-    : CommonFactors(smallest, reach_, block_, exponents), plain_(plain),
-      exponents_(static_cast<double>(exponents)), per_term_(PSI) {
+    : CommonFactors(smallest, reach_, block_, exponents), exponents_(static_cast<double>(exponents)),
+      per_term_(PSI) {
   for (const u64 p : excluded) per_term_ += std::log(static_cast<double>(p)) / static_cast<double>(p - 1);
   const auto add = [&](const LinearForm& form, bool numerator) {
     Form f{form, numerator, std::vector<u64>(form.factor, form.factor)};
@@ -57,7 +54,7 @@ HypergeometricFactors::HypergeometricFactors(std::vector<LinearForm> numerators,
         }
     forms_.push_back(f);
   };
-  // Events at the same index: see exponent().
+  // Events at the same index: see exponent_from().
   if (plain)
     for (const LinearForm& form : numerators) add(form, true);
   for (const LinearForm& form : denominators) add(form, false);
@@ -76,189 +73,52 @@ double HypergeometricFactors::log_at_least(double terms) const {
 // f falls at events of denominators only, and from period to period by the difference of both sides' events:
 // its minimum is at the range's beginning or behind a denominator's event of the first period, or of the last
 // one where f falls. Of events at one index those come first that must not be missed: in a plain series term
-// k contains the numerator's events at k, in others it does not.
-u64 HypergeometricFactors::exponent(u64 q, u64 a, u64 b) const {
-  struct Event {
-    s64 at, change, count;
+// k contains the numerator's events at k, in others it does not. The range's first index is `start` mod q.
+u64 HypergeometricFactors::exponent_from(u64 q, u64 start, u64 terms, const Event* events, u64 count) const {
+  struct Step {
+    u64 at;
+    s64 change, count;
   };
-  Event events[16];
+  Step steps[MAX_FORMS];
   u64 n = 0;
-  const u64 m = b - a, periods = m / q, rest = m % q, start = (a + 1) % q;
+  const u64 periods = terms / q, rest = terms % q;
   s64 total = 0, drift = 0;
-  for (const Form& f : forms_) {
-    const u64 t = f.multiple[f.form.factor == 1 ? 0 : q % f.form.factor];
-    if (t == f.form.factor) continue; // p divides the factor
-    s64 at = (static_cast<s64>(t * q) - f.form.offset) / static_cast<s64>(f.form.factor);
-    at -= static_cast<s64>(start);
-    while (at < 0) at += static_cast<s64>(q);
-    while (at >= static_cast<s64>(q)) at -= static_cast<s64>(q);
-    const s64 weight = static_cast<s64>(f.form.exponent);
-    const s64 count = static_cast<s64>(periods + (static_cast<u64>(at) < rest));
-    drift += f.numerator ? weight : -weight;
-    if (!f.numerator) total += weight * count;
-    if (count == 0) continue;
+  for (u64 k = 0; k < count; k++) {
+    const u64 at = (events[k].at + q - start) % q;
+    const s64 weight = static_cast<s64>(events[k].form->form.exponent);
+    const s64 times = static_cast<s64>(periods + (at < rest));
+    const bool numerator = events[k].form->numerator;
+    drift += numerator ? weight : -weight;
+    if (!numerator) total += weight * times;
+    if (times == 0) continue;
     u64 i = n++;
-    for (; i > 0 && events[i - 1].at > at; i--) events[i] = events[i - 1];
-    events[i] = {at, f.numerator ? weight : -weight, count};
+    for (; i > 0 && steps[i - 1].at > at; i--) steps[i] = steps[i - 1];
+    steps[i] = {at, numerator ? weight : -weight, times};
   }
   s64 least = total, now = total;
   for (u64 i = 0; i < n; i++) {
-    now += events[i].change;
-    if (events[i].change < 0) least = std::min(least, now + std::min<s64>(0, drift) * (events[i].count - 1));
+    now += steps[i].change;
+    if (steps[i].change < 0) least = std::min(least, now + std::min<s64>(0, drift) * (steps[i].count - 1));
   }
   return static_cast<u64>(std::max<s64>(0, least));
 }
 
-namespace {
-
-u64 words_of(double nats) {
-  return static_cast<u64>(nats * WORDS_PER_NAT) + 2;
-}
-
-// Primes up to x: fewer than 1.25506 x / ln x.
-u64 primes_at_most(u64 x) {
-  const double r = static_cast<double>(std::max<u64>(x, 3));
-  return static_cast<u64>(1.25506 * r / std::log(r)) + 2;
-}
-
-struct PrimePower {
-  u64 prime, exponent;
-};
-
-// Work of making G: which odd numbers are composite, the powers, and five buffers of integers, each with room
-// for G from factors packed into words, which may leave half of them empty.
-struct FactorPlacement {
-  u8* composite;
-  PrimePower* powers;
-  u64 *factors, *x, *y, *square;
-  u64 bytes; // of products
-  void* work;
-  FactorPlacement(Layout& layout, u64 limit, u64 words, const km_MULv3::Context& context)
-      : composite(layout.take<u8>(limit / 2 + 1)), powers(layout.take<PrimePower>(primes_at_most(limit))),
-        factors(layout.take<u64>(2 * words + 4)), x(layout.take<u64>(2 * words + 4)),
-        y(layout.take<u64>(2 * words + 4)), square(layout.take<u64>(2 * words + 4)),
-        bytes(km_MULv3::memory_cost(2 * words + 8, context.threads)), work(layout.take_bytes(bytes)) {}
-};
-
-struct DividePlacement {
-  u64* G;
-  void* work;
-  u64 bytes;
-  DividePlacement(Layout& layout, u64 factor_words, u64 least_bytes)
-      : G(layout.take<u64>(2 * factor_words + 4)),
-        bytes(layout.measuring() ? least_bytes : layout.left() / Layout::ALIGNMENT * Layout::ALIGNMENT) {
-    work = layout.take_bytes(bytes);
+// Numerators' events are opening brackets and denominators' closing ones, e(q) being how many match: what
+// enters a range behind never makes it less, so it is least where an event has just been left behind.
+u64 HypergeometricFactors::exponent(u64 q, u64 terms) const {
+  Event events[MAX_FORMS];
+  u64 count = 0;
+  for (const Form& f : forms_) {
+    const u64 t = f.multiple[f.form.factor == 1 ? 0 : q % f.form.factor];
+    if (t == f.form.factor) continue; // p divides the factor
+    const s64 period = static_cast<s64>(q);
+    const s64 at = (static_cast<s64>(t * q) - f.form.offset) / static_cast<s64>(f.form.factor) % period;
+    events[count++] = {static_cast<u64>(at < 0 ? at + period : at), &f};
   }
-};
-
-// G has no more words than what it divides.
-u64 factor_words(const CommonFactors& factors, u64 terms, u64 raw_words) {
-  return std::min(raw_words, words_of(factors.log_at_most(static_cast<double>(terms))));
-}
-
-// The product of n words, in out, with scratch, both of n words; returns its length.
-u64 product_of_words(const km_MULv3::Context& context, const u64* factors, u64 n, u64* out, u64* scratch,
-                     void* work) {
-  if (n <= 16) {
-    out[0] = factors[0];
-    u64 length = 1;
-    for (u64 i = 1; i < n; i++) {
-      const u64 carry = words::mul_word(out, out, length, factors[i]);
-      if (carry != 0) out[length++] = carry;
-    }
-    return length;
-  }
-  const u64 half = n / 2;
-  const u64 low = product_of_words(context, factors, half, scratch, out, work);
-  const u64 high = product_of_words(context, factors + half, n - half, scratch + half, out + half, work);
-  km_MULv3::multiply(context, out, scratch, low, scratch + half, high, work);
-  return words::normalized_length(out, low + high);
-}
-
-// G of [a, b); returns its words. Its exponents' binary digits, highest first: square, and multiply by the
-// primes that have the digit. Most of G is squares, and the products of primes are short.
-u64 make_factor(const CommonFactors& factors, const km_MULv3::Context& context, u64 a, u64 b,
-                const FactorPlacement& place, u64* G) {
-  const u64 limit = factors.reach * (b - a);
-  std::fill_n(place.composite, limit / 2 + 1, u8{0});
-  u64 count = 0, all_exponents = 0;
-  for (u64 p = 3; p <= limit; p += 2) {
-    if (place.composite[p / 2] != 0) continue;
-    if (p <= limit / p)
-      for (u64 n = p * p; n <= limit; n += 2 * p) place.composite[n / 2] = 1;
-    if (p < factors.smallest_prime) continue;
-    u64 e = 0;
-    for (u64 q = p;; q *= p) {
-      e += factors.exponent(q, a, b);
-      if (q > limit / p) break;
-    }
-    if (e != 0) place.powers[count++] = {p, e};
-    all_exponents |= e;
-  }
-
-  G[0] = 1;
-  u64 length = 1;
-  for (u64 digit = static_cast<u64>(std::bit_width(all_exponents)); digit-- > 0;) {
-    u64 n = 0, packed = 1;
-    for (u64 i = 0; i < count; i++) {
-      if ((place.powers[i].exponent >> digit & 1) == 0) continue;
-      const u128 product = static_cast<u128>(packed) * place.powers[i].prime;
-      if (product >> 64 != 0) {
-        place.factors[n++] = packed;
-        packed = place.powers[i].prime;
-      } else {
-        packed = static_cast<u64>(product);
-      }
-    }
-    place.factors[n++] = packed;
-    const u64 by = product_of_words(context, place.factors, n, place.x, place.y, place.work);
-    km_MULv3::square(context, place.square, G, length, place.work);
-    length = words::normalized_length(place.square, 2 * length);
-    km_MULv3::multiply(context, G, place.square, length, place.x, by, place.work);
-    length = words::normalized_length(G, length + by);
-  }
-  return length;
-}
-
-} // namespace
-
-u64 divide_block_bytes(const CommonFactors& factors, u64 terms, u64 raw_words, u64 quotient_words,
-                       const km_MULv3::Context& context) {
-  const u64 words = factor_words(factors, terms, raw_words);
-  Layout factor;
-  FactorPlacement(factor, factors.reach * terms, words, context);
-  Layout layout;
-  DividePlacement(layout, words,
-                  std::max(factor.used(), ExactDivision::work_bytes(words, quotient_words + 1, context)));
-  return layout.used();
-}
-
-void divide_block(const CommonFactors& factors, const km_MULv3::Context& context, u64 a, u64 b,
-                  kob_cdi_EFPh* integers, kob_cdi_EFPh* out, u64 count, void* work, u64 bytes) {
-  u64 raw_words = 0;
-  for (u64 i = 0; i < count; i++) raw_words = std::max(raw_words, integers[i].L);
-  const u64 words = factor_words(factors, b - a, raw_words);
-  Layout layout(work, bytes);
-  const DividePlacement place(layout, words, 0);
-  Layout factor(place.work, place.bytes);
-  const u64 n = make_factor(factors, context, a, b,
-                            FactorPlacement(factor, factors.reach * (b - a), words, context), place.G);
-
-  u64 longest = 0;
-  for (u64 i = 0; i < count; i++) {
-    if (integers[i].L < n || integers[i].L - n + 1 > out[i].AL) fatal("Insufficient Allocated Space");
-    longest = std::max(longest, integers[i].L - n + 1);
-  }
-  const ExactDivision division(context, place.G, n, longest, place.work, place.bytes);
-  const u64 inverse = residue::inverse(residue::hash_words(place.G, n));
-  for (u64 i = 0; i < count; i++) {
-    kob_cdi_EFPh &x = integers[i], &y = out[i];
-    division.divide(y.buffer, x.T, x.L);
-    y.T = y.buffer;
-    y.exp = x.exp;
-    y.L = words::normalized_length(y.T, x.L - n + 1);
-    y.hash = residue::mul(x.hash, inverse);
-  }
+  u64 least = count == 0 ? 0 : ~u64{0};
+  for (u64 k = 0; k < count; k++)
+    least = std::min(least, exponent_from(q, (events[k].at + 1) % q, terms, events, count));
+  return least;
 }
 
 } // namespace kelvane

@@ -1,4 +1,4 @@
-// What the integers of a block of terms have in common, known beforehand.
+// What the integers of blocks of terms have in common, known beforehand.
 //
 // P and Q of a range [a, b) are products of values of linear forms, and every term of R contains the
 // numerators up to its index k and the denominators behind it. For a prime power q call an index an event of
@@ -16,16 +16,15 @@
 // ever with shorter integers. Where there is no P and R is a sum of fractions over the factors of Q, a term
 // lacks the events at its own index alone, and e(q) is the number of all events less the most at one index.
 //
-// Events have the period q, so e(q) has a closed form: nothing is factored, no factors are kept. A range of m
-// terms loses about w (ln m - 2) nats a term, w being the exponents of p(k)'s forms together. That costs
-// about as much as one level of the recursion and shortens all levels above; measured, a second time higher
-// up does not pay.
+// Events have the period q, so e(q) has a closed form: nothing is factored, no factors are kept. Its least
+// value over all ranges of so many terms is smaller by half the exponents w of p(k)'s forms on average, for
+// every q, and gives one divisor for all blocks of a segment: about a tenth less than each block's own G, but
+// nothing is left to do for a block but the quotients. A range of m terms loses about w (ln m - 2.5) nats a
+// term. That costs about as much as one level of the recursion and shortens all levels above.
 #pragma once
 
 #include <vector>
 
-#include "arithmetic/kob_cdi_EFPh.h"
-#include "multiply/table/km_MULv3.h"
 #include "shell/types.h"
 
 namespace kelvane {
@@ -34,8 +33,9 @@ class CommonFactors {
 public:
   virtual ~CommonFactors() = default;
 
-  // e(q), for a power q of a prime from smallest_prime on, q <= reach (b - a).
-  virtual u64 exponent(u64 q, u64 a, u64 b) const = 0;
+  // The least e(q) of all ranges of so many terms, for a power q of a prime from smallest_prime on. 0 for
+  // q > reach terms.
+  virtual u64 exponent(u64 q, u64 terms) const = 0;
   // Bounds of ln G for every block of `terms` terms (from block on), a lower one for the sizes of what is
   // left, an upper one for the buffers of G.
   virtual double log_at_least(double terms) const = 0;
@@ -73,7 +73,7 @@ public:
   // denominators, for every prime but those in `excluded`.
   HypergeometricFactors(std::vector<LinearForm> numerators, std::vector<LinearForm> denominators, bool plain,
                         u64 exponents, std::vector<u64> excluded, u64 smallest, u64 reach_, u64 block_);
-  u64 exponent(u64 q, u64 a, u64 b) const override;
+  u64 exponent(u64 q, u64 terms) const override;
   double log_at_least(double terms) const override;
 
 private:
@@ -82,17 +82,13 @@ private:
     bool numerator;
     std::vector<u64> multiple; // t by q mod factor: factor divides t q - offset
   };
+  struct Event {
+    u64 at; // the form's first one, in [0, q)
+    const Form* form;
+  };
+  u64 exponent_from(u64 q, u64 start, u64 terms, const Event* events, u64 count) const;
   std::vector<Form> forms_;
-  bool plain_;
   double exponents_, per_term_;
 };
-
-// Divides the integers of [a, b) by G(a, b): out[i] <- integers[i] / G for `count` of them, each of up to
-// raw_words words and destroyed. A quotient's residue is made from the integer's. Fatal "Insufficient
-// Allocated Space" when a quotient does not fit. work: divide_block_bytes(...) bytes, 64-byte aligned.
-u64 divide_block_bytes(const CommonFactors& factors, u64 terms, u64 raw_words, u64 quotient_words,
-                       const km_MULv3::Context& context);
-void divide_block(const CommonFactors& factors, const km_MULv3::Context& context, u64 a, u64 b,
-                  kob_cdi_EFPh* integers, kob_cdi_EFPh* out, u64 count, void* work, u64 bytes);
 
 } // namespace kelvane

@@ -52,6 +52,14 @@ public:
   // The level that is divided when [a, b) is summed as a segment, and the words of its integers then.
   u64 divided_level(u64 a, u64 b) const;
   u64 segment_words(u64 a, u64 b) const { return range_words(a, b, divided_level(a, b)); }
+
+  // Words of the buffers of a range's integers. Two halves of up to range_words each have up to two words
+  // more in sum than the range itself; a product may have a zero word on top before it is trimmed, and an
+  // addition needs a guard word. Of the first integer in shapes where it is shorter: their own.
+  static constexpr u64 CAPACITY_GUARD = 4;
+  u64 capacity(u64 a, u64 b, u64 level = 0) const { return range_words(a, b, level) + CAPACITY_GUARD; }
+  u64 first_capacity(u64 a, u64 b, u64 level = 0) const { return capacity(a, b, level); }
+  u64 segment_capacity(u64 a, u64 b) const { return capacity(a, b, divided_level(a, b)); }
 };
 
 } // namespace kelvane

@@ -39,24 +39,10 @@ u64 longest(const kob_cdi_EFPh* x) {
   return std::max(x[0].L, x[1].L);
 }
 
-// Work of a merge: the two products of R, or their operands where the products are added as transforms, and
-// the products' own memory.
-struct MergePlacement {
-  u64 *first, *second;
-  u64 work_bytes;
-  void* work;
-  MergePlacement(Layout& layout, u64 product_words, const km_MULv3::Context& context)
-      : first(layout.take<u64>(product_words + 1)), second(layout.take<u64>(product_words + 1)),
-        work_bytes(layout.measuring() ? products_bytes(product_words, context)
-                                      : layout.left() / Layout::ALIGNMENT * Layout::ALIGNMENT),
-        work(layout.take_bytes(work_bytes)) {}
-
-private:
-  static u64 products_bytes(u64 words, const km_MULv3::Context& context) {
-    const u64 bytes = km_MULv3::memory_cost(words, context.threads, context.reduced_memory);
-    return context.reduced_memory ? bytes : std::max(bytes, MergeProducts::work_bytes(context, words));
-  }
-};
+// The left range's integers lie side by side; this takes both their buffers.
+void attach_over(kob_cdi_EFPh& x, const kob_cdi_EFPh* left) {
+  x.attach(left[0].buffer, static_cast<u64>(left[1].buffer - left[0].buffer) + left[1].AL);
+}
 
 // x <- x 2^(64 words): the exponent alone.
 void shift_words(kob_cdi_EFPh& x, s64 words) {
@@ -64,76 +50,96 @@ void shift_words(kob_cdi_EFPh& x, s64 words) {
   x.hash = residue::mul(x.hash, residue::weight(words));
 }
 
-// first <- Rl Qr, second <- Ql Rr, Q <- Ql Qr. Within the FFT's lengths, whose transforms are short, each
-// operand is transformed once; else, where the work may not hold three transforms, Ql twice.
-void form_products(const km_MULv3::Context& context, u64 n, const kob_cdi_EFPh* left,
-                   const kob_cdi_EFPh* right, kob_cdi_EFPh& first, kob_cdi_EFPh& second, kob_cdi_EFPh& Q,
-                   void* work, u64 bytes) {
-  if (n > km_MULv3::LONGEST_BASECASE && n <= km_MULv3::LONGEST_FFT) {
-    km_MULv3::btp_storage storage;
-    const km_MULv3::abstract_btp& record = *km_MULv3::select(n, context, &storage);
-    if (3 * record.transform_bytes() + record.scratch_bytes() + 4 * Layout::ALIGNMENT <= bytes) {
-      Layout layout(work, bytes);
-      void* data[3];
-      for (void*& x : data) x = layout.take_bytes(record.transform_bytes());
-      void* const scratch = layout.take_bytes(record.scratch_bytes());
-      kob_cdi_EFPh::Transform ql, qr, passing;
-      qr.forward(record, data[0], right[0], scratch);
-      ql.forward(record, data[1], left[0], scratch);
-      passing.forward_once(record, data[2], left[1], scratch);
-      first.set_inverse_fmul(passing, qr, scratch);
-      passing.forward_once(record, data[2], right[1], scratch);
-      second.set_inverse_fmul(passing, ql, scratch);
-      return Q.set_inverse_fmul(ql, qr, scratch);
-    }
-  }
-  SharedProducts products(context, n, work, bytes);
-  products.keep(right[0]);
-  products.multiply(Q, left[0]);
-  products.multiply(first, left[1]);
-  products.keep(left[0]);
-  products.multiply(second, right[1]);
+// Work of a merge: three transforms of products of up to product_words words and their scratch.
+// km_MULv3::memory_cost() holds two for every such product.
+u64 transform_bytes(u64 product_words, const km_MULv3::Context& context) {
+  const u64 two = km_MULv3::memory_cost(product_words, context.threads);
+  return two + two / 2 + 5 * Layout::ALIGNMENT;
 }
 
-// Q <- Ql Qr, R <- (Rl Qr) 2^bits -/+ Ql Rr. Exact in R's own buffer for keep = ~0; else R is cut to keep + 1
-// words or, as a whole product, left in the placement's buffer of its spent operand.
-void combine(const km_MULv3::Context& context, const MergePlacement& place, u64 n, const kob_cdi_EFPh* left,
-             const kob_cdi_EFPh* right, kob_cdi_EFPh& Q, kob_cdi_EFPh& R, u64 bits, bool subtract, u64 keep) {
-  kob_cdi_EFPh first, second;
-  first.attach(place.first, n + 1);
-  second.attach(place.second, n + 1);
-  // Words by which the first product's last word then lies above the second's: zeros written out below one of
-  // the operands make up for them, so that both products can be added as transforms.
-  const s64 above = left[1].exp + right[0].exp + static_cast<s64>(bits / 64) - left[0].exp - right[1].exp;
-  const u64 below_left = above > 0 ? static_cast<u64>(above) : 0;
-  const u64 below_right = above < 0 ? static_cast<u64>(-above) : 0;
-  const u64 longest_product =
-      std::max(left[1].L + below_left + 1 + right[0].L, left[0].L + right[1].L + below_right);
-  const bool elsewhere = keep != ~u64{0};
-  if (longest_product <= n && (elsewhere || longest_product <= R.AL)) {
-    if (MergeProducts products(context, longest_product, place.work, place.work_bytes); products.possible()) {
-      first.set_shifted(left[1], 64 * below_left + bits % 64, ~u64{0});
-      shift_words(first, static_cast<s64>(bits / 64) - static_cast<s64>(below_left));
-      second.set_shifted(right[1], 64 * below_right, ~u64{0});
-      shift_words(second, -static_cast<s64>(below_right));
-      if (elsewhere) R.attach(place.first, n + 1);
-      return products.merge_fractions(left[0], first, right[0], second, subtract, Q, R);
-    }
+// Q = Ql Qr and R = (Rl Qr) 2^bits -/+ Ql Rr, for operands that it destroys. Every operand is transformed
+// once. Where the work holds four transforms, both products of R are added before one inverse; with three,
+// which are what takes the most memory at the end of a sum, Rl and Rr pass one after the other.
+class FractionMerge {
+public:
+  FractionMerge(const km_MULv3::Context& context, const kob_cdi_EFPh* left, const kob_cdi_EFPh* right,
+                u64 bits, bool subtract, void* work, u64 bytes)
+      : left_(left), right_(right), bits_(bits), subtract_(subtract) {
+    // Words by which the last word of Rl Qr 2^bits lies above that of Ql Rr: zeros written out below one of
+    // the operands make up for them, so that both products can be added as transforms.
+    const s64 above = left[1].exp + right[0].exp + static_cast<s64>(bits / 64) - left[0].exp - right[1].exp;
+    below_left_ = above > 0 ? static_cast<u64>(above) : 0;
+    below_right_ = above < 0 ? static_cast<u64>(-above) : 0;
+    sum_words_ = std::max(left[1].L + below_left_ + 1 + right[0].L, left[0].L + right[1].L + below_right_);
+
+    km_MULv3::Context full = context;
+    full.reduced_memory = false;
+    const u64 n = longest(left) + longest(right) + kc_BSS_P2B2_BBP::SPARE_WORDS;
+    record_ = km_MULv3::select(n, full, &storage_);
+    Layout measure;
+    place(measure, 4);
+    four_ = record_->ntp() != nullptr && sum_words_ <= n && measure.used() <= bytes;
+    Layout layout(work, bytes);
+    place(layout, four_ ? 4 : 3);
+    qr_.forward(*record_, data_[0], right[0], scratch_);
+    ql_.forward(*record_, data_[1], left[0], scratch_);
   }
-  form_products(context, n, left, right, first, second, Q, place.work, place.work_bytes);
-  R.set_shifted(first, bits, keep);
-  if (subtract)
-    R.sub_in_place(second);
-  else
-    R.add_in_place(second);
-}
+
+  // Q needs a buffer of its own, which also holds a product of R; R's may be that of the left range. R is
+  // exact for keep = ~0, else cut to keep + 1 words or a whole product.
+  void run(kob_cdi_EFPh& Q, kob_cdi_EFPh& R, u64 keep) {
+    if (four_ && sum_words_ <= R.AL) {
+      add_transforms(Q, R);
+    } else {
+      multiply_fraction(Q, left_[1], qr_); // Rl Qr
+      R.set_shifted(Q, bits_, keep);
+      multiply_fraction(Q, right_[1], ql_); // Ql Rr
+      if (subtract_)
+        R.sub_in_place(Q);
+      else
+        R.add_in_place(Q);
+    }
+    Q.set_inverse_fmul(ql_, qr_, scratch_);
+  }
+
+private:
+  void place(Layout& layout, u64 transforms) {
+    for (u64 i = 0; i < transforms; i++) data_[i] = layout.take_bytes(record_->transform_bytes());
+    scratch_ = layout.take_bytes(record_->scratch_bytes());
+  }
+  void multiply_fraction(kob_cdi_EFPh& out, const kob_cdi_EFPh& x, const kob_cdi_EFPh::Transform& by) {
+    kob_cdi_EFPh::Transform passing;
+    passing.forward_once(*record_, data_[2], x, scratch_);
+    out.set_inverse_fmul(passing, by, scratch_);
+  }
+  // R of both products' transforms; the operands with their zeros in Q's buffer and over the left range.
+  void add_transforms(kob_cdi_EFPh& Q, kob_cdi_EFPh& R) {
+    kob_cdi_EFPh::Transform rl, rr;
+    Q.set_shifted(left_[1], 64 * below_left_ + bits_ % 64, ~u64{0});
+    shift_words(Q, static_cast<s64>(bits_ / 64) - static_cast<s64>(below_left_));
+    rl.forward_once(*record_, data_[2], Q, scratch_);
+    kob_cdi_EFPh shifted;
+    attach_over(shifted, left_);
+    shifted.set_shifted(right_[1], 64 * below_right_, ~u64{0});
+    shift_words(shifted, -static_cast<s64>(below_right_));
+    rr.forward_once(*record_, data_[3], shifted, scratch_);
+    R.set_inverse_fmul_ext(rl, qr_, ql_, rr, subtract_, scratch_);
+  }
+
+  const kob_cdi_EFPh *left_, *right_;
+  u64 bits_;
+  bool subtract_, four_;
+  u64 below_left_, below_right_, sum_words_; // of the longer of R's products, zeros included
+  km_MULv3::btp_storage storage_;
+  const km_MULv3::abstract_btp* record_;
+  void *data_[4], *scratch_;
+  kob_cdi_EFPh::Transform ql_, qr_;
+};
 
 } // namespace
 
 u64 kc_BSS_P2B2_BBP::merge_bytes(u64 capacity, const km_MULv3::Context& context) const {
-  Layout layout;
-  MergePlacement(layout, 2 * capacity + 3, context);
-  return layout.used();
+  return transform_bytes(2 * capacity + SPARE_WORDS, context);
 }
 
 double kc_BSS_P2B2_BBP::merge_cost(u64 words) const {
@@ -143,61 +149,52 @@ double kc_BSS_P2B2_BBP::merge_cost(u64 words) const {
 
 void kc_BSS_P2B2_BBP::merge(const km_MULv3::Context& context, u64 a, u64 m, u64 b, const kob_cdi_EFPh* left,
                             const kob_cdi_EFPh* right, kob_cdi_EFPh* out, bool, void* work, u64 bytes) const {
-  const u64 n = longest(left) + longest(right) + 3; // the shift's words and those of R are rounded up
-  Layout layout(work, bytes);
-  const MergePlacement place(layout, n, context);
-  combine(context, place, n, left, right, out[0], out[1], shift * (b - m), ((m - a) & 1) != 0, ~u64{0});
+  FractionMerge(context, left, right, shift * (b - m), ((m - a) & 1) != 0, work, bytes)
+      .run(out[0], out[1], ~u64{0});
 }
 
 namespace {
 
-// Work of a segment's merge with its tail: the new Q as a whole product, the new R, and a merge's own.
+// Work of a segment's merge with its tail: the new Q as a whole product, and the transforms.
 struct TailPlacement {
-  u64 *Q, *R;
-  MergePlacement merge;
-  TailPlacement(Layout& layout, u64 product_words, u64 tail_words, const km_MULv3::Context& context)
-      : Q(layout.take<u64>(product_words)), R(layout.take<u64>(tail_words + 3)),
-        merge(layout, product_words, context) {}
+  u64* Q;
+  u64 work_bytes;
+  void* work;
+  TailPlacement(Layout& layout, u64 product_words, const km_MULv3::Context& context)
+      : Q(layout.take<u64>(product_words)),
+        work_bytes(layout.measuring() ? transform_bytes(product_words, context)
+                                      : layout.left() / Layout::ALIGNMENT * Layout::ALIGNMENT),
+        work(layout.take_bytes(work_bytes)) {}
 };
 
 } // namespace
 
-u64 kc_BSS_P2B2_BBP::tail_merge_bytes(u64 segment_words, u64 tail_words,
+u64 kc_BSS_P2B2_BBP::tail_merge_bytes(u64 segment_words, u64 tail_words, u64,
                                       const km_MULv3::Context& context) const {
   Layout layout;
-  TailPlacement(layout, segment_words + tail_words + 3, tail_words, context);
+  TailPlacement(layout, segment_words + tail_words + SPARE_WORDS, context);
   return layout.used();
 }
 
-void kc_BSS_P2B2_BBP::merge_tail(const km_MULv3::Context& context, u64 begin, u64 end, u64 terms,
-                                 kob_cdi_EFPh* segment, kob_cdi_EFPh* tail, u64 keep, void* work, u64 bytes,
-                                 const Check& check) const {
-  const u64 n = longest(segment) + longest(tail) + 3;
+void kc_BSS_P2B2_BBP::merge_tail(const km_MULv3::Context& context, const TailMerge& merge, void* work,
+                                 u64 bytes) const {
+  const u64 n = longest(merge.segment) + longest(merge.tail) + SPARE_WORDS;
   Layout layout(work, bytes);
-  const TailPlacement place(layout, n, keep, context);
+  const TailPlacement place(layout, n, context);
   kob_cdi_EFPh Q, R;
   Q.attach(place.Q, n);
-  R.attach(place.R, keep + 3);
-  combine(context, place.merge, n, segment, tail, Q, R, shift * (terms - end), ((end - begin) & 1) != 0,
-          keep);
-  check(Q);
-  check(R);
-  Q.truncate(keep);
-  R.truncate(keep);
-  tail[0].set_copy(Q);
-  tail[1].set_copy(R);
+  attach_over(R, merge.segment);
+  FractionMerge(context, merge.segment, merge.tail, shift * (merge.terms - merge.end),
+                ((merge.end - merge.begin) & 1) != 0, place.work, place.work_bytes)
+      .run(Q, R, merge.keep);
+  merge.settle(0, Q);
+  merge.settle(1, R);
 }
 
-void kc_BSS_P2B2_BBP::BSR_memory(const Schedule& schedule, u64, const km_MULv3::Context& context,
-                                 u64* out_peak, u64* out_result, u64* out_temp) const {
-  const ScheduledSum sum(*this, schedule.precision_words);
-  *out_peak = sum.work_bytes(context) / sizeof(u64);
-  *out_result = sum.capacity();
-  *out_temp = INTEGERS * (schedule.largest_segment() + 4);
-}
-
-u64 sum_capacity_BBP(const kc_BSS_P2B2_BBP& series, u64 precision_words) {
-  return ScheduledSum(series, precision_words).capacity();
+void kc_BSS_P2B2_BBP::BSR_memory(const Schedule& schedule, u64 first_segment,
+                                 const km_MULv3::Context& context, u64* out_peak, u64* out_result,
+                                 u64* out_temp) const {
+  ScheduledSum(*this, schedule).memory(first_segment, context, out_peak, out_result, out_temp);
 }
 
 u64 sum_work_bytes(const kc_BSS_P2B2_BBP& series, u64 precision_words, const km_MULv3::Context& context) {

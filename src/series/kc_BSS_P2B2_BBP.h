@@ -8,11 +8,12 @@
 // positive. The series alternates: subtract when m - a is odd, add when it is even.
 #pragma once
 
-#include <functional>
+#include <algorithm>
 
 #include "series/kc_BSS.h"
 #include "series/schedule.h"
 #include "series/series_context.h"
+#include "series/tail_merge.h"
 
 namespace kelvane {
 
@@ -34,10 +35,6 @@ public:
   // The shape's part in the recursion (see recursion.h) and in the summation (see scheduled_sum.h).
   static constexpr u64 INTEGERS = 2, TAILS = 2;
   static constexpr double MERGE_WEIGHT = 0.75;
-  using Check = std::function<void(const kob_cdi_EFPh&)>;
-  u64 capacity(u64 a, u64 b, u64 level = 0) const { return range_words(a, b, level) + 4; } // as for P, Q, R
-  u64 first_capacity(u64 a, u64 b, u64 level = 0) const { return capacity(a, b, level); }
-  u64 segment_capacity(u64 a, u64 b) const { return capacity(a, b, divided_level(a, b)); }
   bool is_leaf(u64 a, u64 b) const { return b - a == 1 || range_words(a, b) < END_WORDS; }
   void leaf(u64 a, u64 b, kob_cdi_EFPh* out) const;
   u64 merge_bytes(u64 capacity, const km_MULv3::Context& context) const;
@@ -45,9 +42,15 @@ public:
              const kob_cdi_EFPh* right, kob_cdi_EFPh* out, bool need_first, void* work, u64 bytes) const;
   double merge_cost(u64 words) const;
   Schedule schedule(u64 precision_words) const { return build_schedule(*this, precision_words); }
-  u64 tail_merge_bytes(u64 segment_words, u64 tail_words, const km_MULv3::Context& context) const;
-  void merge_tail(const km_MULv3::Context& context, u64 begin, u64 end, u64 terms, kob_cdi_EFPh* segment,
-                  kob_cdi_EFPh* tail, u64 keep, void* work, u64 bytes, const Check& check) const;
+  // A segment's buffers together take a product of R.
+  u64 last_capacity(u64 words, u64 product_words) const {
+    return std::max(words, product_words + SPARE_WORDS - std::min(words, product_words));
+  }
+  u64 tail_merge_bytes(u64 segment_words, u64 tail_words, u64 keep, const km_MULv3::Context& context) const;
+  void merge_tail(const km_MULv3::Context& context, const TailMerge& merge, void* work, u64 bytes) const;
+
+  // Of a merge's products beyond the operands' words: the shift's words and those of R are rounded up.
+  static constexpr u64 SPARE_WORDS = 3;
 
 protected:
   kc_BSS_P2B2_BBP(u64 overhead, u64 shift_) : memory_overhead(overhead), shift(shift_) {}
@@ -56,8 +59,8 @@ private:
   static constexpr u64 END_WORDS = 64;
 };
 
-// Q and R of [0, N) for the precision; see ScheduledSum. Advances context.multiply.progress by sum_cost().
-u64 sum_capacity_BBP(const kc_BSS_P2B2_BBP& series, u64 precision_words);
+// Q and R of [0, N) for the precision, in buffers of sum_capacity() words; see ScheduledSum. Advances
+// context.multiply.progress by sum_cost().
 u64 sum_work_bytes(const kc_BSS_P2B2_BBP& series, u64 precision_words, const km_MULv3::Context& context);
 double sum_cost(const kc_BSS_P2B2_BBP& series, u64 precision_words);
 void sum_series_quietly(const kc_BSS_P2B2_BBP& series, u64 precision_words, const SeriesContext& context,

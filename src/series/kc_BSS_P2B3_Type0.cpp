@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "series/leaf_integer.h"
+#include "series/scheduled_sum.h"
 #include "series/shared_products.h"
 
 namespace kelvane {
@@ -93,6 +94,59 @@ void kc_BSS_P2B3_Type0::merge(const km_MULv3::Context& context, u64 a, u64 m, u6
     out[0].set_product(context, left[0], right[0], place.work);
   else
     products.multiply(out[0], right[0]); // Pl Pr
+}
+
+namespace {
+
+// Work of a segment's merge with its tail: its first product, the others where they can not be formed over
+// the segment, then the products' own memory.
+struct TailPlacement {
+  u64 *first, *second;
+  void* work;
+  TailPlacement(Layout& layout, u64 product_words, const km_MULv3::Context& context)
+      : first(layout.take<u64>(product_words + 1)), second(layout.take<u64>(words_beside(product_words))),
+        work(layout.take_bytes(
+            km_MULv3::memory_cost(product_words, context.threads, context.reduced_memory))) {}
+};
+
+} // namespace
+
+u64 kc_BSS_P2B3_Type0::tail_merge_bytes(u64 segment_words, u64 tail_words, u64,
+                                        const km_MULv3::Context& context) const {
+  Layout layout;
+  TailPlacement(layout, segment_words + tail_words, context);
+  return layout.used();
+}
+
+void kc_BSS_P2B3_Type0::merge_tail(const km_MULv3::Context& context, const TailMerge& merge, void* work,
+                                   u64 bytes) const {
+  kob_cdi_EFPh *const segment = merge.segment, &Q = merge.tail[0], &R = merge.tail[1], first, second;
+  const u64 n = longest(segment) + std::max(Q.L, R.L);
+  Layout layout(work, bytes);
+  const TailPlacement place(layout, n, context);
+  first.attach(place.first, n + 1);
+
+  SharedProducts products(context, n, place.work);
+  products.keep(Q);
+  products.multiply(first, segment[2]); // Rl Qr; R's buffer is free now
+  if (km_MULv3::may_multiply_over(n)) {
+    second.attach(segment[1].buffer, segment[1].AL + segment[2].AL);
+    products.multiply_over(second, segment[1]); // Ql Qr
+  } else {
+    second.attach(place.second, n + 1);
+    products.multiply(second, segment[1]);
+  }
+  merge.settle(0, second);
+  products.keep(segment[0]);
+  products.multiply(second, R); // Pl Rr
+  combine(first, second, merge.end - merge.begin);
+  merge.settle(1, first);
+}
+
+void kc_BSS_P2B3_Type0::BSR_memory(const Schedule& schedule, u64 first_segment,
+                                   const km_MULv3::Context& context, u64* out_peak, u64* out_result,
+                                   u64* out_temp) const {
+  ScheduledSum(*this, schedule).memory(first_segment, context, out_peak, out_result, out_temp);
 }
 
 } // namespace kelvane

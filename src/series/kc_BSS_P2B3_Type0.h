@@ -15,6 +15,7 @@
 #include "series/kc_BSS.h"
 #include "series/schedule.h"
 #include "series/series_context.h"
+#include "series/tail_merge.h"
 
 namespace kelvane {
 
@@ -63,16 +64,15 @@ public:
                   u64* out_peak, u64* out_result, u64* out_temp) const override;
   virtual void term(u64 k, SeriesTerm& t) const = 0; // k >= 1
 
-  // The shape's part in the recursion (see recursion.h).
-  static constexpr u64 INTEGERS = 3;
-  u64 capacity(u64 a, u64 b, u64 level = 0) const { return range_words(a, b, level) + CAPACITY_GUARD; }
+  // The shape's part in the recursion (see recursion.h) and in the summation (see scheduled_sum.h).
+  static constexpr u64 INTEGERS = 3, TAILS = 2;
+  static constexpr double MERGE_WEIGHT = 1;
   // P is shorter than Q by what the terms converge: log_size is that of the leading terms of q(k), whose
   // ratio to those of p(k) log_convergence is.
   u64 first_capacity(u64 a, u64 b, u64 level = 0) const {
     const double nats = range_nats(a, b, level) - log_convergence(a, b);
     return static_cast<u64>(std::max(0.0, nats) * WORDS_PER_NAT) + 2 + CAPACITY_GUARD;
   }
-  u64 segment_capacity(u64 a, u64 b) const { return capacity(a, b, divided_level(a, b)); }
   bool is_leaf(u64 a, u64 b) const {
     return b - a == 1 || range_words(a, b) < std::min(LEAF_THRESHOLDS * end_threshold, LONGEST_LEAF);
   }
@@ -81,6 +81,14 @@ public:
   void merge(const km_MULv3::Context& context, u64 a, u64 m, u64 b, const kob_cdi_EFPh* left,
              const kob_cdi_EFPh* right, kob_cdi_EFPh* out, bool need_P, void* work, u64 bytes) const;
   double merge_cost(u64 words) const;
+  Schedule schedule(u64 precision_words) const { return build_schedule(*this, precision_words); }
+  // The buffers of Q and R together take a whole product: once R itself has been multiplied, the merge's
+  // other products are formed over both.
+  u64 last_capacity(u64 words, u64 product_words) const {
+    return std::max(words, product_words + 1 - std::min(words, product_words));
+  }
+  u64 tail_merge_bytes(u64 segment_words, u64 tail_words, u64 keep, const km_MULv3::Context& context) const;
+  void merge_tail(const km_MULv3::Context& context, const TailMerge& merge, void* work, u64 bytes) const;
 
   // R = Rl Qr +/- Pl Rr from R = Rl Qr and x = Pl Rr, the left range being `left_terms` long. x may be
   // destroyed: where terms hardly fall, three terms have a right half larger than their left one.
@@ -104,9 +112,6 @@ protected:
 private:
   // Measured: appending terms in word arithmetic beats short merges up to 64 words.
   static constexpr u64 LEAF_THRESHOLDS = 8, LONGEST_LEAF = 64;
-  // Two halves of up to range_words each have up to two words more in sum than the range itself; a product
-  // may have a zero word on top before it is trimmed, and an addition needs a guard word.
-  static constexpr u64 CAPACITY_GUARD = 4;
 };
 
 } // namespace kelvane

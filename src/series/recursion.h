@@ -6,8 +6,8 @@
 // (each half at the capacity of the larger), so that the last ones lie side by side, and behind them one area
 // used first by the recursion below and then by the merge. Integers grow faster with the index than linearly,
 // so the right half is never smaller than the left and the need of a range is found by walking
-// down its right spine: O(log N), the same placement as the run. A range that is divided by its common factor
-// has its undivided integers there, too.
+// down its right spine: O(log N), the same placement as the run. A range that is divided by what all of its
+// level have in common has its undivided integers there, too; the divisor lies in front of everything.
 //
 // Threads. Large ranges are summed one half after the other, their merges on all threads (one product
 // can feed them); below a size where it can not, halves run in parallel, each with half of the
@@ -16,9 +16,11 @@
 #pragma once
 
 #include <algorithm>
+#include <cmath>
+#include <string>
 
 #include "arithmetic/redundancy.h"
-#include "series/common_factors.h"
+#include "series/block_divisor.h"
 #include "series/series_context.h"
 #include "shell/exception.h"
 #include "shell/heap.h"
@@ -30,11 +32,20 @@ namespace kelvane {
 struct RecursionLevels {
   u64 serial = 0;  // levels whose halves run one after the other
   u64 forked = 0;  // levels below them whose halves run in parallel
-  u64 divided = 0; // 2^d: the ranges d levels below this one are divided by their common factors
+  u64 divided = 0; // 2^d: the ranges d levels below this one are divided by their common factor
 };
 
 // Merges of smaller ranges are not worth a look at the clock; they do not count in the progress.
 inline constexpr u64 PROGRESS_WORDS = 64;
+
+// Sum over the recursion's levels of the cost of all merges of a level, for progress: the words of a level
+// add up to those of the whole range.
+inline double recursion_cost(double range_words) {
+  double cost = 0;
+  for (double words = range_words; words >= PROGRESS_WORDS; words /= 2)
+    cost += range_words * std::log2(words);
+  return cost;
+}
 
 // A Shape is a series seen by the recursion:
 //   static constexpr u64 INTEGERS                  integers per range (at most 4)
@@ -82,23 +93,48 @@ public:
   // Bytes of work for run() over [a, b).
   static u64 work_bytes(const Shape& shape, u64 a, u64 b, const km_MULv3::Context& context,
                         RecursionLevels levels) {
+    const u64 bytes = range_bytes(shape, a, b, context, levels);
+    if (levels.divided == 0) return bytes;
+    const BlockSizes sizes = block_sizes(shape, a, b, levels.divided);
+    return BlockDivisor::memory_bytes(sizes) +
+           std::max(bytes, BlockDivisor::build_bytes(*shape.common_factors(), sizes, context));
+  }
+
+  // out[0, INTEGERS) <- the integers of [a, b). Throws kc_BSRModularCheckFailed.
+  void run(u64 a, u64 b, kob_cdi_EFPh* out, bool need_first, u64 threads, RecursionLevels levels, void* work,
+           u64 bytes) const {
+    if (levels.divided == 0) return run_range(a, b, out, need_first, threads, levels, work, bytes);
+    const BlockSizes sizes = block_sizes(shape_, a, b, levels.divided);
+    const u64 kept = BlockDivisor::memory_bytes(sizes);
+    u8* const area = static_cast<u8*>(work) + kept;
+    km_MULv3::Context multiply = context_.multiply;
+    multiply.threads = threads;
+    const BlockDivisor divisor(*shape_.common_factors(), sizes, multiply, work, area, bytes - kept);
+    Recursion(shape_, context_, &divisor)
+        .run_range(a, b, out, need_first, threads, levels, area, bytes - kept);
+  }
+
+private:
+  Recursion(const Shape& shape, const SeriesContext& context, const BlockDivisor* divisor)
+      : shape_(shape), context_(context), divisor_(divisor) {}
+
+  // The same over a range of any level, the divisor having its memory.
+  static u64 range_bytes(const Shape& shape, u64 a, u64 b, const km_MULv3::Context& context,
+                         RecursionLevels levels) {
     if (shape.is_leaf(a, b)) return 0;
     Layout layout;
     const Placement place(layout, shape, a, b, levels.divided);
     const bool fork = levels.serial == 0 && levels.forked > 0;
     km_MULv3::Context inner = context;
     inner.threads = fork ? (context.threads + 1) / 2 : child_thread_count(context.threads, levels);
-    const u64 child = aligned(work_bytes(shape, place.m, b, inner, below(levels)));
+    const u64 child = aligned(range_bytes(shape, place.m, b, inner, below(levels)));
     u64 area = std::max(fork ? 2 * child : child, shape.merge_bytes(place.capacity, context));
-    if (place.divide)
-      area = std::max(area, divide_block_bytes(*shape.common_factors(), b - a, place.raw_capacity,
-                                               shape.capacity(a, b, levels.divided), context));
+    if (place.divide) area = std::max(area, BlockDivisor::work_bytes(block_sizes(shape, a, b, 1)));
     return layout.used() + area;
   }
 
-  // out[0, INTEGERS) <- the integers of [a, b). Throws kc_BSRModularCheckFailed.
-  void run(u64 a, u64 b, kob_cdi_EFPh* out, bool need_first, u64 threads, RecursionLevels levels, void* work,
-           u64 bytes) const {
+  void run_range(u64 a, u64 b, kob_cdi_EFPh* out, bool need_first, u64 threads, RecursionLevels levels,
+                 void* work, u64 bytes) const {
     if (shape_.is_leaf(a, b)) return shape_.leaf(a, b, out);
     Layout layout(work, bytes);
     const Placement place(layout, shape_, a, b, levels.divided);
@@ -117,7 +153,7 @@ public:
       Block first{a, place.m, left, true, threads / 2, area, half};
       Block second{place.m, b, right, need_first, (threads + 1) / 2, area + half, half};
       const s32 status = fork_join(first, second, [&](const Block& k) {
-        run(k.a, k.b, k.out, k.need_first, k.threads, below(levels), k.work, k.bytes);
+        run_range(k.a, k.b, k.out, k.need_first, k.threads, below(levels), k.work, k.bytes);
       });
       // The half has told what happened; the computation is abandoned through the same exception.
       if (status == ERROR_REDUNDANCY)
@@ -126,8 +162,8 @@ public:
       if (status != 0) fatal("Computation Failed");
     } else {
       const u64 t = child_thread_count(threads, levels);
-      run(a, place.m, left, true, t, below(levels), area, area_bytes);
-      run(place.m, b, right, need_first, t, below(levels), area, area_bytes);
+      run_range(a, place.m, left, true, t, below(levels), area, area_bytes);
+      run_range(place.m, b, right, need_first, t, below(levels), area, area_bytes);
     }
 
     km_MULv3::Context multiply = context_.multiply;
@@ -136,15 +172,13 @@ public:
     const u64 first = need_first ? 0 : 1;
     check(merged, first, a, b);
     if (place.divide) {
-      divide_block(*shape_.common_factors(), multiply, a, b, merged + first, out + first,
-                   Shape::INTEGERS - first, area, area_bytes);
+      for (u64 i = first; i < Shape::INTEGERS; i++) divisor_->divide(merged[i], out[i], area);
       check(out, first, a, b); // a quotient has the residue of the integer over that of the divisor
     }
     if (context_.multiply.progress != nullptr && place.capacity >= PROGRESS_WORDS)
       context_.multiply.progress->add(shape_.merge_cost(place.capacity));
   }
 
-private:
   void check(kob_cdi_EFPh* results, u64 first, u64 a, u64 b) const {
     const kob_cdi_EFPh* list[Shape::INTEGERS];
     for (u64 i = first; i < Shape::INTEGERS; i++) {
@@ -182,6 +216,12 @@ private:
     u64 bytes;
   };
 
+  // Of the blocks of [a, b), the last one being the longest.
+  static BlockSizes block_sizes(const Shape& shape, u64 a, u64 b, u64 divided) {
+    const u64 terms = (b - a) / divided;
+    for (; divided > 1; divided >>= 1) a += (b - a) / 2;
+    return {terms, shape.capacity(a, b, 0), shape.capacity(a, b, 1) + 1, shape.first_capacity(a, b, 1) + 1};
+  }
   static u64 aligned(u64 bytes) {
     return (bytes + Layout::ALIGNMENT - 1) / Layout::ALIGNMENT * Layout::ALIGNMENT;
   }
@@ -196,6 +236,7 @@ private:
 
   const Shape& shape_;
   const SeriesContext& context_;
+  const BlockDivisor* divisor_ = nullptr;
 };
 
 } // namespace kelvane

@@ -6,7 +6,7 @@ namespace kelvane {
 
 Series_Catalan_Lupas::Series_Catalan_Lupas()
     : kc_BSS_P2B3_Type0(true, false, 19, 10),
-      factors_({{1, 0, 3}, {2, -1, 1}}, {{4, -3, 2}, {4, -1, 2}}, false, 4, {2}, 3, 1, 2048) {}
+      factors_({{1, 0, 3}, {2, -1, 1}}, {{4, -3, 2}, {4, -1, 2}}, false, 4, {2}, 3, 2, 1024) {}
 
 u64 Series_Catalan_Lupas::terms(u64 precision_words) const {
   return static_cast<u64>(32.0 * static_cast<double>(precision_words)) + 2;
@@ -38,14 +38,13 @@ void Series_Catalan_Lupas::term(u64 k, SeriesTerm& t) const {
 
 HuventFactors::HuventFactors() : CommonFactors(5, 8, 1024, 18) {}
 
-u64 HuventFactors::exponent(u64 q, u64 a, u64 b) const {
-  const u64 low = (12 * a + 12) / q, high = (12 * b + 11) / q;
-  const u64 events = 2 * ((high - high / 4) - (low - low / 4));
+u64 HuventFactors::exponent(u64 q, u64 terms) const {
+  const u64 multiples = (12 * terms - 1) / q, events = 2 * (multiples - (multiples + 3) / 4);
   const u64 at_one_index = q == 5 ? 6 : q == 7 ? 4 : 2;
   return events > at_one_index ? events - at_one_index : 0;
 }
 
-// X = 12 m - 1 successive numbers hold T >= floor(X/q) multiples of q, of which 4 divides at most (T + 3)/4:
+// Of T >= floor(X/q) multiples of q 4 divides (T + 3)/4 at most:
 // e(q) >= 3/2 floor(X/q) - 7/2, and 10.4 nats less in all for 5 and 7. The sum of floor(X/q) ln p over all q
 // is ln X!; taken for q <= X/3 only, where e(q) > 0, it is less by psi(X) + psi(X/2) - 2 psi(X/3), and with
 // psi(x) < 1.03883 x that leaves 3/2 ln X! - 2.5107 X. 2 and 3 are not among the primes: 3/2 X (ln 2 + ln 3 /

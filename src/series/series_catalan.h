@@ -33,12 +33,13 @@ private:
 };
 
 // The nine factors of q(k) are, but for powers of 2 and 3, the numbers n of 12k+1..12k+11 that 4 does not
-// divide. Every fraction lacks the factors of its own k only:
-//   e(q) = 2 (multiples of q that 4 does not divide in (12a + 12, 12b + 11]) - 2 (the most at one k)
+// divide. Every fraction lacks the factors of its own k only: twice the multiples of q that 4 does not divide
+// in (12a + 12, 12b + 11], less twice the most of them at one k. So many numbers, X = 12m - 1, hold T =
+// floor(X/q) multiples of q at least, of which 4 divides floor((T + 3)/4) at most, wherever they begin.
 class HuventFactors final : public CommonFactors {
 public:
   HuventFactors();
-  u64 exponent(u64 q, u64 a, u64 b) const override;
+  u64 exponent(u64 q, u64 terms) const override;
   double log_at_least(double terms) const override;
 };
 

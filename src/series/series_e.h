@@ -27,8 +27,6 @@ public:
 
   // The shape's part in the recursion (see recursion.h).
   static constexpr u64 INTEGERS = 2;
-  u64 capacity(u64 a, u64 b, u64 level = 0) const { return range_words(a, b, level) + 4; }
-  u64 first_capacity(u64 a, u64 b, u64 level = 0) const { return capacity(a, b, level); }
   bool is_leaf(u64 a, u64 b) const { return b - a == 1 || range_words(a, b) < END_THRESHOLD; }
   void leaf(u64 a, u64 b, kob_cdi_EFPh* out) const;
   u64 merge_bytes(u64 capacity, const km_MULv3::Context& context) const;

@@ -203,11 +203,6 @@ void Series_EulerGamma_BM_AB::merge(const km_MULv3::Context& context, u64 a, u64
 
 namespace {
 
-// Sizes of a segment of this capacity merged with tails of up to tail_words words.
-MergeSizes tail_sizes(u64 segment_words, u64 tail_words, u64 keep) {
-  return {segment_words / 3 + 3, tail_words, segment_words, tail_words, keep};
-}
-
 // Work of a segment's merge with its tail: the new D as a whole product, the new T and V, and a merge's own.
 struct TailPlacement {
   u64 *D, *T, *V;
@@ -219,16 +214,17 @@ struct TailPlacement {
 
 } // namespace
 
-u64 Series_EulerGamma_BM_AB::tail_merge_bytes(u64 segment_words, u64 tail_words,
+u64 Series_EulerGamma_BM_AB::tail_merge_bytes(u64 segment_words, u64 tail_words, u64 keep,
                                               const km_MULv3::Context& context) const {
   Layout layout;
-  TailPlacement(layout, tail_sizes(segment_words, tail_words, tail_words), context);
+  TailPlacement(layout, {segment_words / 3 + 3, tail_words, segment_words, tail_words, keep}, context);
   return layout.used();
 }
 
-void Series_EulerGamma_BM_AB::merge_tail(const km_MULv3::Context& context, u64 begin, u64 end, u64,
-                                         kob_cdi_EFPh* segment, kob_cdi_EFPh* tail, u64 keep, void* work,
-                                         u64 bytes, const Check& check) const {
+void Series_EulerGamma_BM_AB::merge_tail(const km_MULv3::Context& context, const TailMerge& merge, void* work,
+                                         u64 bytes) const {
+  const kob_cdi_EFPh *const segment = merge.segment, *const tail = merge.tail;
+  const u64 keep = merge.keep;
   const MergeSizes sizes{std::max(segment[ID].L, segment[IH].L), tail[0].L,
                          std::max(segment[IT].L, segment[IV].L), std::max(tail[1].L, tail[2].L), keep};
   Layout layout(work, bytes);
@@ -237,25 +233,14 @@ void Series_EulerGamma_BM_AB::merge_tail(const km_MULv3::Context& context, u64 b
   out[ID].attach(place.D, sizes.dl + sizes.dr);
   out[IT].attach(place.T, keep + 3);
   out[IV].attach(place.V, keep + 3);
-  combine(context, place.merge, sizes, segment, right, out, 2 * k_ * (end - begin), keep, false);
-  for (u64 i = 0; i < TAILS; i++) {
-    kob_cdi_EFPh& x = out[ID + i];
-    check(x);
-    x.truncate(keep);
-    tail[i].set_copy(x);
-  }
+  combine(context, place.merge, sizes, segment, right, out, 2 * k_ * (merge.end - merge.begin), keep, false);
+  for (u64 i = 0; i < TAILS; i++) merge.settle(i, out[ID + i]);
 }
 
-void Series_EulerGamma_BM_AB::BSR_memory(const Schedule& schedule, u64, const km_MULv3::Context& context,
-                                         u64* out_peak, u64* out_result, u64* out_temp) const {
-  const ScheduledSum sum(*this, schedule.precision_words);
-  *out_peak = sum.work_bytes(context) / sizeof(u64);
-  *out_result = sum.capacity();
-  *out_temp = INTEGERS * (schedule.largest_segment() + 4);
-}
-
-u64 sum_capacity_AB(const Series_EulerGamma_BM_AB& series, u64 precision_words) {
-  return ScheduledSum(series, precision_words).capacity();
+void Series_EulerGamma_BM_AB::BSR_memory(const Schedule& schedule, u64 first_segment,
+                                         const km_MULv3::Context& context, u64* out_peak, u64* out_result,
+                                         u64* out_temp) const {
+  ScheduledSum(*this, schedule).memory(first_segment, context, out_peak, out_result, out_temp);
 }
 
 u64 sum_work_bytes(const Series_EulerGamma_BM_AB& series, u64 precision_words,

@@ -11,8 +11,6 @@
 // (2015).
 #pragma once
 
-#include <functional>
-
 #include "series/kc_BSS_P2B3_Type0.h"
 
 namespace kelvane {
@@ -43,10 +41,6 @@ public:
   // The shape's part in the recursion (see recursion.h) and in the summation (see scheduled_sum.h).
   static constexpr u64 INTEGERS = 4, TAILS = 3;
   static constexpr double MERGE_WEIGHT = 1.4;
-  using Check = std::function<void(const kob_cdi_EFPh&)>;
-  // As for the P, Q, R shape.
-  u64 capacity(u64 a, u64 b, u64 level = 0) const { return range_words(a, b, level) + 4; }
-  u64 first_capacity(u64 a, u64 b, u64 level = 0) const { return capacity(a, b, level); }
   bool is_leaf(u64 a, u64 b) const { return b - a == 1 || range_words(a, b) < END_WORDS; }
   void leaf(u64 a, u64 b, kob_cdi_EFPh* out) const;
   u64 merge_bytes(u64 capacity, const km_MULv3::Context& context) const;
@@ -54,9 +48,9 @@ public:
              const kob_cdi_EFPh* right, kob_cdi_EFPh* out, bool need_first, void* work, u64 bytes) const;
   double merge_cost(u64 words) const;
   Schedule schedule(u64 precision_words) const;
-  u64 tail_merge_bytes(u64 segment_words, u64 tail_words, const km_MULv3::Context& context) const;
-  void merge_tail(const km_MULv3::Context& context, u64 begin, u64 end, u64 terms, kob_cdi_EFPh* segment,
-                  kob_cdi_EFPh* tail, u64 keep, void* work, u64 bytes, const Check& check) const;
+  u64 last_capacity(u64 words, u64) const { return words; }
+  u64 tail_merge_bytes(u64 segment_words, u64 tail_words, u64 keep, const km_MULv3::Context& context) const;
+  void merge_tail(const km_MULv3::Context& context, const TailMerge& merge, void* work, u64 bytes) const;
 
 private:
   static constexpr u64 END_WORDS = 40;
@@ -65,8 +59,8 @@ private:
   const u32 k_;
 };
 
-// D, T, V of [0, N) for the precision; see ScheduledSum. Advances context.multiply.progress by sum_cost().
-u64 sum_capacity_AB(const Series_EulerGamma_BM_AB& series, u64 precision_words);
+// D, T, V of [0, N) for the precision, in buffers of sum_capacity() words; see ScheduledSum. Advances
+// context.multiply.progress by sum_cost().
 u64 sum_work_bytes(const Series_EulerGamma_BM_AB& series, u64 precision_words,
                    const km_MULv3::Context& context);
 double sum_cost(const Series_EulerGamma_BM_AB& series, u64 precision_words);

@@ -14,23 +14,9 @@
 
 namespace kelvane {
 
-// Both series' numerators are, but for powers of 2 and 3, the numbers of (u (k-1), u k] in some classes
-// modulo u: the odd ones for u = 6, those not divisible by 4 for u = 4. An event of k, three denominators,
-// closes each period of three numerators, so that nothing but what lies before the first k and behind the
-// last one is left:
-//   e(q) = 3 floor(b/q) - (how many of 1..floor(u a/q) are in those classes)
-class PiFactors final : public HypergeometricFactors {
-public:
-  explicit PiFactors(bool chudnovsky);
-  u64 exponent(u64 q, u64 a, u64 b) const override;
-
-private:
-  const bool chudnovsky_;
-};
-
 class Series_Pi_Chudnovsky final : public kc_BSS_P2B3_Type0 {
 public:
-  Series_Pi_Chudnovsky() : kc_BSS_P2B3_Type0(true, true, 17, 8), factors_(true) {}
+  Series_Pi_Chudnovsky();
   u64 terms(u64 precision_words) const override;
   double log_size(u64 x) const override;
   double log_convergence(u64 a, u64 b) const override;
@@ -38,12 +24,12 @@ public:
   const CommonFactors* common_factors() const override { return &factors_; }
 
 private:
-  const PiFactors factors_;
+  const HypergeometricFactors factors_;
 };
 
 class Series_Pi_Ramanujan final : public kc_BSS_P2B3_Type0 {
 public:
-  Series_Pi_Ramanujan() : kc_BSS_P2B3_Type0(false, true, 17, 12), factors_(false) {}
+  Series_Pi_Ramanujan();
   u64 terms(u64 precision_words) const override;
   double log_size(u64 x) const override;
   double log_convergence(u64 a, u64 b) const override;
@@ -51,7 +37,7 @@ public:
   const CommonFactors* common_factors() const override { return &factors_; }
 
 private:
-  const PiFactors factors_;
+  const HypergeometricFactors factors_;
 };
 
 } // namespace kelvane

@@ -3,13 +3,13 @@
 namespace kelvane {
 
 Series_Zeta3_AZ1::Series_Zeta3_AZ1()
-    : kc_BSS_P2B3_Type0(true, false, 22, 12), factors_({{1, 0, 5}}, {{2, -1, 5}}, false, 5, {2}, 3, 1, 2048) {
+    : kc_BSS_P2B3_Type0(true, false, 22, 12), factors_({{1, 0, 5}}, {{2, -1, 5}}, false, 5, {2}, 3, 1, 1024) {
 }
 
 Series_Zeta3_AZ2::Series_Zeta3_AZ2()
     : kc_BSS_P2B3_Type0(true, false, 35, 6),
       factors_({{1, 0, 5}, {2, -1, 3}}, {{3, -2, 1}, {3, -1, 1}, {4, -3, 3}, {4, -1, 3}}, false, 8, {2, 3}, 3,
-               1, 2048) {}
+               2, 1024) {}
 
 u64 Series_Zeta3_AZ1::terms(u64 precision_words) const {
   return static_cast<u64>(6.4 * static_cast<double>(precision_words)) + 2;

@@ -4,9 +4,9 @@
 // work does not hold them, none is kept: each product is formed on its own, one operand's transform prime by
 // prime.
 //
-// MergeProducts: all of a merge's operands transformed once, Rl Qr +- Pl Rr (or Ql Rr) added before one
-// inverse: four transforms at a time. At the top of a recursion they are what would take the most memory of a
-// run; from the level below on, the work that the top needs holds them.
+// MergeProducts: all of a merge's operands transformed once, Rl Qr +- Pl Rr added before one inverse: four
+// transforms at a time. At the top of a recursion they are what would take the most memory of a run; from the
+// level below on, the work that the top needs holds them.
 #pragma once
 
 #include "arithmetic/kob_cdi_EFPh.h"
@@ -119,30 +119,7 @@ public:
     P->set_inverse_fmul(passing, pl, scratch_);
   }
 
-  // Q = Ql Qr, R = Rl Qr + Ql Rr or the difference: Rl and Rr such that both products have the same exponent.
-  void merge_fractions(const kob_cdi_EFPh& Ql, const kob_cdi_EFPh& Rl, const kob_cdi_EFPh& Qr,
-                       const kob_cdi_EFPh& Rr, bool subtract, kob_cdi_EFPh& Q, kob_cdi_EFPh& R) {
-    kob_cdi_EFPh::Transform ql, qr, rl, rr;
-    qr.forward(*parameters_, data_[0], Qr, scratch_);
-    ql.forward(*parameters_, data_[1], Ql, scratch_);
-    rl.forward_once(*parameters_, data_[2], Rl, scratch_);
-    rr.forward_once(*parameters_, data_[3], Rr, scratch_);
-    R.set_inverse_fmul_ext(rl, qr, ql, rr, subtract, scratch_);
-    Q.set_inverse_fmul(ql, qr, scratch_);
-  }
-
-  // Bytes of work for products of up to product_words words.
-  static u64 work_bytes(const km_MULv3::Context& context, u64 product_words) {
-    km_MULv3::Context full = context;
-    full.reduced_memory = false;
-    km_MULv3::btp_storage storage;
-    Layout layout;
-    MergeProducts().place(layout, *km_MULv3::select(product_words, full, &storage));
-    return layout.used();
-  }
-
 private:
-  MergeProducts() = default;
   void place(Layout& layout, const km_MULv3::abstract_btp& record) {
     for (void*& data : data_) data = layout.take_bytes(record.transform_bytes());
     scratch_ = layout.take_bytes(record.scratch_bytes());

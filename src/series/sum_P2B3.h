@@ -11,6 +11,7 @@ namespace kelvane {
 //   work     sum_work_bytes(...) bytes, 64-byte aligned
 // Prints "Summing Series...  ", the number of terms, and shows the meter "Summing: ". Throws
 // kc_BSRModularCheckFailed when a check fails.
+// sum_capacity() is also that of the other shapes' sums.
 u64 sum_capacity(u64 precision_words);
 u64 sum_work_bytes(const kc_BSS_P2B3_Type0& series, u64 precision_words, const km_MULv3::Context& context);
 void sum_series_P2B3(const kc_BSS_P2B3_Type0& series, u64 precision_words, const SeriesContext& context,
@@ -24,9 +25,5 @@ double sum_cost(const kc_BSS_P2B3_Type0& series, u64 precision_words);
 
 // Prints the number of terms and " terms".
 void print_terms(u64 terms);
-
-// Sum over the recursion's levels of the cost of all merges of a level, for progress: the words of a level
-// add up to those of the whole range.
-double recursion_cost(double range_words);
 
 } // namespace kelvane

@@ -151,7 +151,8 @@ template <class Series> void expect_leaf_equals_merges(const Series& series, u64
     Work work(series.merge_bytes(200, context));
     series.leaf(a, a + m, l);
     series.leaf(a + m, a + terms, r);
-    series.merge(context, a, a + m, a + terms, l, r, out, true, work.data(), series.merge_bytes(200, context));
+    series.merge(context, a, a + m, a + terms, l, r, out, true, work.data(),
+                 series.merge_bytes(200, context));
     std::vector<OwnedEFPh> one(N, OwnedEFPh(200));
     for (u64 i = 0; i < N; i++) expected[i].attach(one[i].storage.data(), 200);
     series.leaf(a, a + terms, expected);
@@ -203,8 +204,7 @@ TEST(SeriesHuvent, TheNumeratorIsTheSumOfItsFractions) {
 
 struct Huvent {
   OwnedEFPh Q, R;
-  Huvent(u64 w, u64 threads, SeriesFault* fault = nullptr)
-      : Q(sum_capacity_BBP(Series_Catalan_Huvent(), w)), R(sum_capacity_BBP(Series_Catalan_Huvent(), w)) {
+  Huvent(u64 w, u64 threads, SeriesFault* fault = nullptr) : Q(sum_capacity(w)), R(sum_capacity(w)) {
     const Series_Catalan_Huvent series;
     const SeriesContext context{test::context(4 * w + 128, threads), fault};
     Work work(sum_work_bytes(series, w, context.multiply));
@@ -229,13 +229,12 @@ TEST(SeriesHuvent, EveryPrecisionIsReached) {
 struct AB {
   OwnedEFPh D, T, V;
   AB(u32 k, u64 w, u64 threads, SeriesFault* fault = nullptr)
-      : D(capacity(k, w)), T(capacity(k, w)), V(capacity(k, w)) {
+      : D(sum_capacity(w)), T(sum_capacity(w)), V(sum_capacity(w)) {
     const Series_EulerGamma_BM_AB series(k);
     const SeriesContext context{test::context(4 * w + 128, threads), fault};
     Work work(sum_work_bytes(series, w, context.multiply));
     sum_series_quietly(series, w, context, D, T, V, work.data());
   }
-  static u64 capacity(u32 k, u64 w) { return sum_capacity_AB(Series_EulerGamma_BM_AB(k), w); }
 };
 
 // Plain and refined at the smallest exponents that their error bounds allow, against MPFR.

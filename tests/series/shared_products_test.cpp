@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "series/recursion.h"
+#include "series/series_catalan.h"
 #include "series/series_pi.h"
 #include "series/shared_products.h"
 #include "support/bignum.h"
@@ -133,6 +134,75 @@ TEST(MergeProducts, EveryAmountOfWorkGivesTheSame) {
       EXPECT_TRUE(transforms_shared >= 16 && transforms_shared <= 32) << words << ": " << transforms_shared;
     else
       EXPECT_EQ(transforms_shared, 0u) << words;
+  }
+}
+
+// Q = Ql Qr, R = (Rl Qr) 2^bits -+ Ql Rr with the least work, in which Rl and Rr pass one after the other,
+// and with plenty: as a merge of halves, exactly, and as a segment's with a tail whose R ends above or below
+// Q's last word.
+TEST(FractionMerge, EveryAmountOfWorkGivesTheSame) {
+  const Series_Catalan_Huvent series;
+  constexpr u64 TERMS = 700; // behind the left range: 65.6 words of shift
+  std::vector<u64> lengths{30, 400, 8700, 12000};
+  if (long_run()) lengths.push_back(131000);
+  for (const u64 words : lengths) {
+    Words random(words);
+    const std::vector<u64> Ql = random.number(words), Rl = random.number(words),
+                           Qr = random.number(words - 1), Rr = random.number(words - 2);
+    const u64 capacity = words + 80;
+    for (const u64 threads : {1, 3})
+      for (const bool plenty : {false, true})
+        for (const s64 tail_exponent : {-1, 0, 40, 90}) { // of R, that of Q being 0; -1: halves
+          const bool tail = tail_exponent >= 0;
+          const bool subtract = (words / 10 + threads) % 2 != 0;
+          const km_MULv3::Context context = test::context(4 * words + 400, threads);
+          const std::string what = std::to_string(words) + " words, tail's exponent " +
+                                   std::to_string(tail_exponent) + (plenty ? ", plenty" : ", least");
+          std::vector<u64> storage(2 * capacity + 80);
+          kob_cdi_EFPh left[2];
+          left[0].attach(storage.data(), capacity);
+          left[1].attach(storage.data() + capacity, capacity + 80);
+          left[0].set_words(Ql.data(), words);
+          left[1].set_words(Rl.data(), words);
+          OwnedEFPh right_Q(Qr, 0, capacity), right_R(Rr, std::max<s64>(0, tail_exponent), capacity);
+          kob_cdi_EFPh right[] = {right_Q, right_R};
+          OwnedEFPh out_Q(2 * capacity), out_R(2 * capacity);
+          kob_cdi_EFPh out[] = {out_Q, out_R};
+
+          Z q, r, x;
+          mpz_mul(q.get(), value(left[0], 0).get(), value(right[0], 0).get());
+          mpz_mul(r.get(), value(left[1], 0).get(), value(right[0], 0).get());
+          mpz_mul_2exp(r.get(), r.get(), series.shift * TERMS);
+          mpz_mul(x.get(), value(left[0], 0).get(), value(right[1], 0).get());
+          if (tail && mpz_cmp(x.get(), r.get()) >= 0) continue;
+          if (subtract)
+            mpz_sub(r.get(), r.get(), x.get());
+          else
+            mpz_add(r.get(), r.get(), x.get());
+
+          const u64 first = subtract ? 1 : 2;
+          const u64 least = tail ? series.tail_merge_bytes(capacity, words, 0, context)
+                                 : series.merge_bytes(capacity, context);
+          const u64 bytes = plenty ? 2 * least : least;
+          Work work(bytes);
+          if (!tail) {
+            series.merge(context, 0, first, first + TERMS, left, right, out, true, work.data(), bytes);
+            ASSERT_TRUE(value(out[0], 0) == q && value(out[1], 0) == r) << what;
+            ASSERT_TRUE(out[0].hash == out[0].hash_of_words() && out[1].hash == out[1].hash_of_words())
+                << what;
+            continue;
+          }
+          const u64 keep = words + 20;
+          series.merge_tail(context, {0, first, first + TERMS, keep, left, right}, work.data(), bytes);
+          for (const auto& [number, exact] : {std::pair(right[0], q), std::pair(right[1], r)}) {
+            ASSERT_EQ(number.L, keep) << what;
+            mpz_sub(x.get(), exact.get(), value(number, 0).get());
+            // Each of the two truncations is off by one unit of the last word.
+            mpz_tdiv_q_2exp(x.get(), x.get(), static_cast<mp_bitcnt_t>(64 * number.exp));
+            ASSERT_LE(mpz_cmpabs_ui(x.get(), 1), 0) << what;
+            ASSERT_EQ(number.hash, number.hash_of_words()) << what;
+          }
+        }
   }
 }
 
