@@ -12,8 +12,12 @@
 // Threads. Large ranges are summed one half after the other, their merges on all threads (one product
 // can feed them); below a size where it can not, halves run in parallel, each with half of the
 // threads and its own area. How many levels are serial and how many fork is decided once, from
-// the right spine's sizes, so that neither results nor memory depend on the course of the run.
+// the right spine's sizes, so that neither results nor memory depend on the course of the run. A half that
+// has finished lends its threads to the merges that the other one still has to do: processors are seldom
+// equally fast for long.
 #pragma once
+
+#include <atomic>
 
 #include <algorithm>
 #include <cmath>
@@ -93,7 +97,7 @@ public:
   // Bytes of work for run() over [a, b).
   static u64 work_bytes(const Shape& shape, u64 a, u64 b, const km_MULv3::Context& context,
                         RecursionLevels levels) {
-    const u64 bytes = range_bytes(shape, a, b, context, levels);
+    const u64 bytes = range_bytes(shape, a, b, context, levels, context.threads);
     if (levels.divided == 0) return bytes;
     const BlockSizes sizes = block_sizes(shape, a, b, levels.divided);
     return BlockDivisor::memory_bytes(sizes) +
@@ -103,7 +107,7 @@ public:
   // out[0, INTEGERS) <- the integers of [a, b). Throws kc_BSRModularCheckFailed.
   void run(u64 a, u64 b, kob_cdi_EFPh* out, bool need_first, u64 threads, RecursionLevels levels, void* work,
            u64 bytes) const {
-    if (levels.divided == 0) return run_range(a, b, out, need_first, threads, levels, work, bytes);
+    if (levels.divided == 0) return run_range(a, b, out, need_first, threads, levels, work, bytes, nullptr);
     const BlockSizes sizes = block_sizes(shape_, a, b, levels.divided);
     const u64 kept = BlockDivisor::memory_bytes(sizes);
     u8* const area = static_cast<u8*>(work) + kept;
@@ -111,30 +115,41 @@ public:
     multiply.threads = threads;
     const BlockDivisor divisor(*shape_.common_factors(), sizes, multiply, work, area, bytes - kept);
     Recursion(shape_, context_, &divisor)
-        .run_range(a, b, out, need_first, threads, levels, area, bytes - kept);
+        .run_range(a, b, out, need_first, threads, levels, area, bytes - kept, nullptr);
   }
 
 private:
   Recursion(const Shape& shape, const SeriesContext& context, const BlockDivisor* divisor)
       : shape_(shape), context_(context), divisor_(divisor) {}
 
-  // The same over a range of any level, the divisor having its memory.
+  // The threads of a half that has finished, for the merges of the other.
+  struct Lender {
+    std::atomic<u64> threads{0};
+  };
+  // Merges of halves this long are worth a second thread.
+  static constexpr u64 LENDING_WORDS = u64{1} << 14;
+
+  // The same over a range of any level, the divisor having its memory. Its merge may be lent threads, up to
+  // most_threads in all.
   static u64 range_bytes(const Shape& shape, u64 a, u64 b, const km_MULv3::Context& context,
-                         RecursionLevels levels) {
+                         RecursionLevels levels, u64 most_threads) {
     if (shape.is_leaf(a, b)) return 0;
     Layout layout;
     const Placement place(layout, shape, a, b, levels.divided);
     const bool fork = levels.serial == 0 && levels.forked > 0;
     km_MULv3::Context inner = context;
     inner.threads = fork ? (context.threads + 1) / 2 : child_thread_count(context.threads, levels);
-    const u64 child = aligned(range_bytes(shape, place.m, b, inner, below(levels)));
-    u64 area = std::max(fork ? 2 * child : child, shape.merge_bytes(place.capacity, context));
+    const u64 inner_most = fork ? context.threads : levels.serial > 0 ? inner.threads : most_threads;
+    const u64 child = aligned(range_bytes(shape, place.m, b, inner, below(levels), inner_most));
+    km_MULv3::Context multiply = context;
+    if (place.capacity >= LENDING_WORDS) multiply.threads = std::max(context.threads, most_threads);
+    u64 area = std::max(fork ? 2 * child : child, shape.merge_bytes(place.capacity, multiply));
     if (place.divide) area = std::max(area, BlockDivisor::work_bytes(block_sizes(shape, a, b, 1)));
     return layout.used() + area;
   }
 
   void run_range(u64 a, u64 b, kob_cdi_EFPh* out, bool need_first, u64 threads, RecursionLevels levels,
-                 void* work, u64 bytes) const {
+                 void* work, u64 bytes, const Lender* lender) const {
     if (shape_.is_leaf(a, b)) return shape_.leaf(a, b, out);
     Layout layout(work, bytes);
     const Placement place(layout, shape_, a, b, levels.divided);
@@ -152,8 +167,10 @@ private:
       const u64 half = area_bytes / 2 / Layout::ALIGNMENT * Layout::ALIGNMENT;
       Block first{a, place.m, left, true, threads / 2, area, half};
       Block second{place.m, b, right, need_first, (threads + 1) / 2, area + half, half};
+      Lender halves;
       const s32 status = fork_join(first, second, [&](const Block& k) {
-        run_range(k.a, k.b, k.out, k.need_first, k.threads, below(levels), k.work, k.bytes);
+        run_range(k.a, k.b, k.out, k.need_first, k.threads, below(levels), k.work, k.bytes, &halves);
+        halves.threads.store(k.threads, std::memory_order_relaxed);
       });
       // The half has told what happened; the computation is abandoned through the same exception.
       if (status == ERROR_REDUNDANCY)
@@ -162,12 +179,14 @@ private:
       if (status != 0) fatal("Computation Failed");
     } else {
       const u64 t = child_thread_count(threads, levels);
-      run_range(a, place.m, left, true, t, below(levels), area, area_bytes);
-      run_range(place.m, b, right, need_first, t, below(levels), area, area_bytes);
+      run_range(a, place.m, left, true, t, below(levels), area, area_bytes, lender);
+      run_range(place.m, b, right, need_first, t, below(levels), area, area_bytes, lender);
     }
 
     km_MULv3::Context multiply = context_.multiply;
     multiply.threads = threads;
+    if (lender != nullptr && place.capacity >= LENDING_WORDS)
+      multiply.threads += lender->threads.load(std::memory_order_relaxed);
     shape_.merge(multiply, a, place.m, b, left, right, merged, need_first, area, area_bytes);
     const u64 first = need_first ? 0 : 1;
     check(merged, first, a, b);
