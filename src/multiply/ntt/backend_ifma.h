@@ -133,21 +133,18 @@ struct Ifma {
   // Nodes s2 = s^2, then s and i s. From [2, 12): a in [6, 7.1), b, c in [0, 2); a + b < 9.1, a - b >= 4,
   // x1 + c < 14, x1 - c >= 0. Returns [2, 11.1).
   NTT_INLINE void forward4(V& x0, V& x1, V& x2, V& x3, const Tw& s2, const Tw& s, const Tw& is, const K& k) {
-    const V a = add(red(x0, k), k.p6), b = mul(x2, s2, k), c = mul(x3, s2, k);
-    const V y0 = add(a, b), y2 = sub(a, b);
-    const V t = mul(add(x1, c), s, k), u = mul(sub(x1, c), is, k);
-    x0 = add(y0, t);
-    x1 = sub(y0, t);
-    x2 = add(y2, u);
-    x3 = sub(y2, u);
+    forward4_from(add(red(x0, k), k.p6), x1, x0, x1, x2, x3, s2, s, is, k);
   }
-  // The same from packed points, in [0, 1), which saves a reduction: a in [6, 7), and x1 is raised by 2.
+  // The same from packed points, in [0, 1), which need no reduction: a in [6, 7), and x1 is raised by 2.
   NTT_INLINE void forward4_unpacked(V& x0, V& x1, V& x2, V& x3, const Tw& s2, const Tw& s, const Tw& is,
                                     const K& k) {
-    const V a = add(x0, k.p6), b = mul(x2, s2, k), c = mul(x3, s2, k);
+    forward4_from(add(x0, k.p6), add(x1, k.p2), x0, x1, x2, x3, s2, s, is, k);
+  }
+  NTT_INLINE void forward4_from(V a, V a1, V& x0, V& x1, V& x2, V& x3, const Tw& s2, const Tw& s,
+                                const Tw& is, const K& k) {
+    const V b = mul(x2, s2, k), c = mul(x3, s2, k);
     const V y0 = add(a, b), y2 = sub(a, b);
-    x1 = add(x1, k.p2);
-    const V t = mul(add(x1, c), s, k), u = mul(sub(x1, c), is, k);
+    const V t = mul(add(a1, c), s, k), u = mul(sub(a1, c), is, k);
     x0 = add(y0, t);
     x1 = sub(y0, t);
     x2 = add(y2, u);
