@@ -81,17 +81,14 @@ const StressTest& stress_test(u64 index) {
 StressWindow::StressWindow(Layout& layout, const StressPlan& plan, const abstract_btp& record,
                            const abstract_btp& sample)
     : pool_words(2 * plan.operand_words() + POOL_SHIFTS) {
-  const auto second_bytes = [](const abstract_btp& r) {
-    return r.ntp() != nullptr ? r.ntp()->second_bytes() : r.transform_bytes();
-  };
   pool = layout.take<u64>(pool_words);
   product = layout.take<u64>(plan.words);
   TA = layout.take_bytes(record.transform_bytes());
-  TB = layout.take_bytes(second_bytes(record));
+  TB = layout.take_bytes(record.second_bytes());
   scratch = layout.take_bytes(record.scratch_bytes());
   sample_product = layout.take<u64>(2 * plan.sample_words());
   sample_TA = layout.take_bytes(sample.transform_bytes());
-  sample_TB = layout.take_bytes(second_bytes(sample));
+  sample_TB = layout.take_bytes(sample.second_bytes());
   sample_scratch = layout.take_bytes(sample.scratch_bytes());
 }
 

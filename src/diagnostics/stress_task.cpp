@@ -17,15 +17,6 @@ namespace {
 
 using km_MULv3::abstract_btp;
 
-// out[0, nA + nB) <- A B through a record.
-void multiply(const abstract_btp& record, u64* out, const u64* A, u64 nA, const u64* B, u64 nB, void* TA,
-              void* TB, void* scratch) {
-  if (record.ntp() != nullptr) return record.ntp()->product(out, A, nA, B, nB, TA, TB, scratch);
-  record.forward(TA, A, nA, scratch);
-  record.forward(TB, B, nB, scratch);
-  record.inverse_fmul(out, nA + nB, TA, TB, scratch);
-}
-
 class Worker {
 public:
   explicit Worker(StressTask& task) : t_(task), plan_(*task.plan) {
@@ -71,7 +62,7 @@ private:
     const u64* const B = w.pool + L + 7 * index % POOL_SHIFTS;
     const u64 expected = residue::mul(residue::hash_words(A, L), residue::hash_words(B, L));
     try {
-      multiply(*record_, w.product, A, L, B, L, w.TA, w.TB, w.scratch);
+      record_->product(w.product, A, L, B, L, w.TA, w.TB, w.scratch);
       if (t_.hook != nullptr && *t_.hook) {
         (*t_.hook)({t_.test, t_.pass, t_.task, index, w.pool, w.product, plan_.words});
       }
@@ -90,7 +81,7 @@ private:
   // whole product is compared.
   bool sample_agrees(const StressWindow& w, const u64* A, const u64* B) const {
     const u64 m = plan_.sample_words();
-    multiply(*sample_, w.sample_product, A, m, B, m, w.sample_TA, w.sample_TB, w.sample_scratch);
+    sample_->product(w.sample_product, A, m, B, m, w.sample_TA, w.sample_TB, w.sample_scratch);
     const u64 compared = m == plan_.operand_words() ? 2 * m : m;
     return std::memcmp(w.sample_product, w.product, 8 * compared) == 0;
   }

@@ -17,9 +17,8 @@
 // equally fast for long.
 #pragma once
 
-#include <atomic>
-
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <string>
 

@@ -354,21 +354,6 @@ struct Ifma {
     return sub(k.p6, x);
   }
 
-  // Recombination: residues x in [0, 2) plus a bias below 1, (x - d) f in [0, 2) for a digit d < p_i < 2 p,
-  // and the digit itself, an integer in [0, p).
-  NTT_INLINE V biased(V x, const Tw& bias) {
-    return add(x, bias.w);
-  }
-  NTT_INLINE V first_digit(V x, const K& k) {
-    return reduce_once(red(x, k), k);
-  }
-  NTT_INLINE V garner(V x, V d, const Tw& f, const K& k) {
-    return mul(add(x, sub(k.p2, d)), f, k);
-  }
-  NTT_INLINE V next_digit(V x, const K& k) {
-    return reduce_once(x, k);
-  }
-
   // The digits' limbs of 52 bits, all but the last masked; residue in [2, 2 + 4 * 2).
   //
   // Eight digits fill b bytes, so a group's limbs lie at fixed places behind a whole byte. Limb j of the

@@ -29,8 +29,8 @@
 // y. A row's lists are made from these when they do not lie in the stored ones (see rows_impl.h).
 //
 // Stored per prime: s and u, their inverses, each times 1, w, w^2, with quotients where the backend wants
-// them: 0.8 MB (ifma), 0.8 MB (double8), 1.2 MB (double4), 3.1 MB (integer1). Built on first use, 2 to 5 ms a
-// prime.
+// them: 0.8 MB (ifma), 0.8 MB (double8), 1.2 MB (double4), 3.1 MB (integer1); and factors for the digits'
+// limbs, 4 KB, or 25 KB where residues are scaled. Built on first use, 2 to 5 ms a prime.
 #pragma once
 
 #include "multiply/ntt/primes.h"
