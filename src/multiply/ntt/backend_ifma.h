@@ -10,7 +10,9 @@
 //   where
 //     15 (2^48 - p) < 0.07 p for every prime of the set: in [0, 1.1).
 //
-// Forward values lie in [2, 12), inverse values in [0, 2), packed ones in [0, 1).
+//   mul of x < 8 is below 1 + 8 / 16.
+//
+// Forward values lie in [2, 12), inverse values in [0, 3), packed ones in [0, 1).
 #pragma once
 
 // GCC 12 takes the deliberately undefined pass-through operands of its own intrinsics for mistakes.
@@ -182,7 +184,7 @@ struct Ifma {
 
   NTT_INLINE void inverse2(V& x0, V& x1, const Tw& s, const K& k) {
     const V t = red(add(x0, x1), k);
-    x1 = mul(sub(add(x0, k.p2), x1), s, k);
+    x1 = mul(sub(add(x0, k.p4), x1), s, k);
     x0 = t;
   }
   // The first step, after products, from [0, 8).
@@ -191,29 +193,30 @@ struct Ifma {
     x1 = mul(sub(add(x0, k.p8), x1), s, k);
     x0 = t;
   }
-  // Sums < 4, differences + 2 < 4; of those < 8: all below 16. Returns [0, 2).
+  // y0, y2 < 6; y1, y3 < 1.5, from differences below 7; y0 + y2 < 12, y0 - y2 + 8 < 14. y1 + y3 < 3 stays
+  // as it is.
   NTT_INLINE void inverse4(V& x0, V& x1, V& x2, V& x3, const Tw& s2, const Tw& s, const Tw& is, const K& k) {
-    const V y0 = add(x0, x1), y1 = mul(sub(add(x0, k.p2), x1), s, k);
-    const V y2 = add(x2, x3), y3 = mul(sub(add(x2, k.p2), x3), is, k);
+    const V y0 = add(x0, x1), y1 = mul(sub(add(x0, k.p4), x1), s, k);
+    const V y2 = add(x2, x3), y3 = mul(sub(add(x2, k.p4), x3), is, k);
     x0 = red(add(y0, y2), k);
-    x2 = mul(sub(add(y0, k.p4), y2), s2, k);
-    x1 = red(add(y1, y3), k);
+    x2 = mul(sub(add(y0, k.p8), y2), s2, k);
+    x1 = add(y1, y3);
     x3 = mul(sub(add(y1, k.p2), y3), s2, k);
   }
   // The same to reduced values.
   NTT_INLINE void inverse4_reduced(V& x0, V& x1, V& x2, V& x3, const Tw& s2, const Tw& s, const Tw& is,
                                    const K& k) {
-    const V y0 = add(x0, x1), y1 = mul(sub(add(x0, k.p2), x1), s, k);
-    const V y2 = add(x2, x3), y3 = mul(sub(add(x2, k.p2), x3), is, k);
+    const V y0 = add(x0, x1), y1 = mul(sub(add(x0, k.p4), x1), s, k);
+    const V y2 = add(x2, x3), y3 = mul(sub(add(x2, k.p4), x3), is, k);
     x0 = reduce(add(y0, y2), k);
-    x2 = reduce_once(mul(sub(add(y0, k.p4), y2), s2, k), k);
+    x2 = reduce_once(mul(sub(add(y0, k.p8), y2), s2, k), k);
     x1 = reduce(add(y1, y3), k);
     x3 = reduce_once(mul(sub(add(y1, k.p2), y3), s2, k), k);
   }
-  // From [0, 2): b + c < 4, everything < 8. Returns [0, 1.1).
+  // From [0, 3): b + c < 6, everything < 9. Returns [0, 1.1).
   NTT_INLINE void inverse3(V& x0, V& x1, V& x2, const Tw& minus_half, const Tw& third, const K& k) {
     const V a = x0, b = x1, c = x2;
-    const V m = add(a, mul(add(b, c), minus_half, k)), n = mul(sub(add(b, k.p2), c), third, k);
+    const V m = add(a, mul(add(b, c), minus_half, k)), n = mul(sub(add(b, k.p4), c), third, k);
     x0 = red(add(a, add(b, c)), k);
     x1 = red(add(m, n), k);
     x2 = red(sub(add(m, k.p2), n), k);

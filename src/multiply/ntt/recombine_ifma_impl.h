@@ -4,8 +4,8 @@
 // Coefficients. With P the product of the W primes and M_i = P / p_i, residue i arrives as
 // y_i = x_i / (g_i M_i) modulo p_i, g_i a small multiplier (see twiddles.h), so that the coefficient is
 //     c = sum of y_i g_i M_i  - q P,   0 <= c < P,   q = floor(sum of y_i g_i / p_i).
-// The y_i are in [0, 3), in units of p_i, and not reduced: q < 3 * 8 * 11 < 2^9. The second sum is formed in
-// units of 2^-36: floor(y_i f_i / 2^52) with f_i = floor(2^88 g_i / p_i) falls short by less than 1.2, all of
+// The y_i are in [0, 4), in units of p_i, and not reduced: q < 4 * 8 * 11 < 2^9. The second sum is formed in
+// units of 2^-36: floor(y_i f_i / 2^52) with f_i = floor(2^88 g_i / p_i) falls short by less than 1.25, all of
 // them by less than 10. A right coefficient is below 2^k <= P, k an integer (see shape.h), while P is at most
 // a twentieth below 2^(48 W): c / P < 0.53. So the floor of the sum and 1/4 is q, and what is left of the sum
 // is c / P.
