@@ -29,10 +29,18 @@ struct Ahead {
   u64 stride = 0; // words from part to part
   u64 lines = 0;  // cache lines of a part
   u64 parts = 0;
+  const u64* other = nullptr; // if there, parts that are fetched together with those at `at`
   void advance(u64 count) {
-    for (; count > 0 && parts > 0; count--, parts--, at += stride) {
-      for (u64 i = 0; i < lines; i++) __builtin_prefetch(at + 8 * i, 0, 2);
+    for (; count > 0 && parts > 0; count--, parts--) {
+      fetch(at);
+      if (other != nullptr) fetch(other);
     }
+  }
+
+private:
+  void fetch(const u64*& part) const {
+    for (u64 i = 0; i < lines; i++) __builtin_prefetch(part + 8 * i, 0, 2);
+    part += stride;
   }
 };
 

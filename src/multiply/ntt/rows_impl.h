@@ -96,17 +96,19 @@ void transform_row(const Shape& shape, const Tree& tree, const Constants<F>& c, 
   forward_points<F>(shape, tree, c, x, x);
 }
 
-// Fetch the row at x during the next transform of a row.
-template <class F> void row_ahead(const Shape& shape, const Constants<F>& c, const u64* x) {
+// Fetch the row at x, and the one at `other`, unless null, during the next pass over a row.
+template <class F>
+void row_ahead(const Shape& shape, const Constants<F>& c, const u64* x, const u64* other = nullptr) {
   constexpr u64 POINTS = u64{1} << shape_of(F::BACKEND).base_log;
   if (!shape.stream) return; // the hardware sees to what is near
   const u64 words = shape.words_of(POINTS);
-  c.ahead = {x, words, words / 8, shape.columns() / POINTS};
+  c.ahead = {x, words, words / 8, shape.columns() / POINTS, other};
 }
 
 template <class F> void forward_row(const Shape& shape, u32 prime, u64 row, u64* x, u64* area) {
   const Constants<F> c(prime_table(F::BACKEND, prime));
   const Tree tree = row_tree<F>(shape, prime, 0, row, area + 2 * shape.columns(), c.k);
+  if (row + 1 < shape.rows()) row_ahead<F>(shape, c, x + shape.row_stride());
   transform_row<F>(shape, tree, c, x, area);
 }
 
@@ -124,6 +126,7 @@ void multiply_polynomials(const Shape& shape, const Tree& tree, const Constants<
   const u64* s = tree.s[shape.log_columns - shape_of(F::BACKEND).base_log + 2];
   for (u64 i = 0; i < shape.columns(); i += 64, s += 4) {
     typename F::V v[8];
+    c.ahead.advance(1);
     const auto moduli = F::moduli(s, tree.s_quotients, k);
     const u64 *const xi = x + (PACKED_X ? i / 4 * 3 : i), *const yi = y + (PACKED_Y ? i / 4 * 3 : i);
     if (PACKED_X == PACKED_Y && x == y)
@@ -154,6 +157,7 @@ void multiply_points(const Shape& shape, const Tree& tree, const Constants<F>& c
     multiply(shape, tree, c, out, x.at, y.at, n, count, subtract);
   } else {
     for (u64 i = 0; i < shape.columns(); i += F::LANES) {
+      if (i % (u64{1} << shape_of(F::BACKEND).base_log) == 0) c.ahead.advance(1);
       auto v = F::product(F::load(x.at + i), F::load(y.at + i), k);
       if (n != 0)
         v = F::accumulate(F::load(out + i), v, subtract, k);
@@ -199,6 +203,14 @@ void product_row(const Shape& shape, u32 prime, u64 row, const RowPair* pairs, u
         forward_points<F>(shape, tree, c, pair.y, to);
         y = {to, false};
       }
+    }
+    // The next row's factors, but for the first, which the inverse fetches.
+    if (row + 1 < shape.rows()) {
+      const u64 *const next_x = pair.x + shape.row_stride(), *const next_y = pair.y + shape.row_stride();
+      if (n != 0)
+        row_ahead<F>(shape, c, next_x, pair.y == pair.x ? nullptr : next_y);
+      else if (!pair.x_raw && pair.y != pair.x)
+        row_ahead<F>(shape, c, next_y);
     }
     multiply_points<F>(shape, tree, c, out, x, y, n, count, pair.subtract);
   }
