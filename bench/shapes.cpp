@@ -2,8 +2,9 @@
 //
 //   shapes ISA list WORDS [runs]     one thread: every shape that carries a product of two operands of WORDS
 //                                    words, its time beside the model's, and a square's
-//   shapes ISA shares WORDS [runs]   the phases of one product in the shape that is chosen: nanoseconds and
-//                                    cycles a point and prime, bytes moved a second, on 1 and 2 threads
+//   shapes ISA shares WORDS [runs]   the phases of one product in the shape that is chosen, then rows of a
+//                                    square and of kept transforms: nanoseconds a point and prime, bytes
+//                                    moved a second, on 1 and 2 threads
 //
 // ISA: avx512ifma, avx512, avx2, sse3.
 #include <cstdio>
@@ -94,17 +95,26 @@ void shares(ntt::Backend backend, u64 words, int runs, u64 threads) {
   const auto on_all = [&](u64 tasks, const auto& f) {
     return timed([&] { km_MULv3::run_phases(threads, km_MULv3::Phase{tasks, f}); });
   };
-  std::vector<double> forward, rows, inverse;
+  const auto product_rows = [&](bool square, bool raw) {
+    return on_all(s.w * s.rows(), [&, square, raw](u64 task, km_MULv3::Worker worker) {
+      const u32 prime = static_cast<u32>(task / s.rows());
+      const u64 row = task % s.rows(), at = prime * s.prime_stride() + row * s.row_stride();
+      const ntt::RowPair pair{x.words() + at, (square ? x : y).words() + at, raw, raw, raw, false};
+      kernels.product_row(s, prime, row, &pair, 1, area(worker));
+    });
+  };
+  std::vector<double> forward, rows, inverse, square, kept, keep;
   for (int run = 0; run <= runs; run++) {
     const double f = on_all(2 * s.tiles(), [&](u64 task, km_MULv3::Worker worker) {
       u64* const to = task < s.tiles() ? x.words() : y.words();
       kernels.forward_tile(s, 0, s.w, a.words(), words, task % s.tiles(), to, area(worker));
     });
-    const double r = on_all(s.w * s.rows(), [&](u64 task, km_MULv3::Worker worker) {
+    const double r = product_rows(false, true), q = product_rows(true, true), m = product_rows(false, false);
+    const double t = on_all(s.w * s.rows(), [&](u64 task, km_MULv3::Worker worker) {
       const u32 prime = static_cast<u32>(task / s.rows());
-      const u64 row = task % s.rows(), at = prime * s.prime_stride() + row * s.row_stride();
-      const ntt::RowPair pair{x.words() + at, y.words() + at, true, true, true, false};
-      kernels.product_row(s, prime, row, &pair, 1, area(worker));
+      const u64 row = task % s.rows();
+      kernels.forward_row(s, prime, row, x.words() + prime * s.prime_stride() + row * s.row_stride(),
+                          area(worker));
     });
     const ntt::Output output{out.words(), 2 * words, overhang.words()};
     const double i = on_all(s.tiles(), [&](u64 tile, km_MULv3::Worker worker) {
@@ -114,6 +124,9 @@ void shares(ntt::Backend backend, u64 words, int runs, u64 threads) {
     forward.push_back(f);
     rows.push_back(r);
     inverse.push_back(i);
+    square.push_back(q);
+    kept.push_back(m);
+    keep.push_back(t);
   }
   const double f = median(forward), r = median(rows), i = median(inverse), total = f + r + i;
   // Packed rows are written once, the product's; otherwise both are transformed where they lie.
@@ -123,6 +136,10 @@ void shares(ntt::Backend backend, u64 words, int runs, u64 threads) {
   phase("words to residues, columns (twice)", s, f, total, 2 * data + 16.0 * static_cast<double>(words));
   phase("rows: forward, product, inverse", s, r, total, (s.packed ? 3 : 4) * data);
   phase("columns back, words", s, i, total, data + 16.0 * static_cast<double>(words));
+  std::printf("rows otherwise:\n");
+  phase("of a square", s, median(square), total, 2 * data);
+  phase("forward, to be kept", s, median(keep), total, 2 * data);
+  phase("of two kept ones: product, inverse", s, median(kept), total, 3 * data);
 }
 
 } // namespace
