@@ -4,13 +4,12 @@
 // never carry out of them, so only the value modulo 2^52 counts, and it is right as long as the true value
 // lies in [0, 2^52) = [0, 16 p). All bounds below are in units of p.
 //
-//   mul(x, f) with f = (w, floor(2^52 w / p)): x w - floor(x q / 2^52) p. The floor is less than 2 below
-//     x w / p (1 for itself, x / 2^52 < 1 for q's own): in [0, 2).
+//   mul(x, f) with f = (w, q), q at most 1.14 below 2^52 w / p: x w - floor(x q / 2^52) p. The floor is less
+//     than 1 + 1.14 x / 2^52 below x w / p, x / 2^52 being less than a sixteenth of x's bound: in [0, 2) for
+//     x < 14, in [0, 2.2) for any.
 //   red(x) = x - floor(x / 2^48) p = (x mod 2^48) + floor(x / 2^48) (2^48 - p): below 2^48 + 15 (2^48 - p),
 //   where
 //     15 (2^48 - p) < 0.07 p for every prime of the set: in [0, 1.1).
-//
-//   mul of x < 8 is below 1 + 8 / 16.
 //
 // Forward values lie in [2, 12), inverse values in [0, 3), packed ones in [0, 1).
 #pragma once
@@ -187,14 +186,14 @@ struct Ifma {
     x1 = mul(sub(add(x0, k.p4), x1), s, k);
     x0 = t;
   }
-  // The first step, after products, from [0, 8).
+  // The first step, after products, from [0, 8). Returns [0, 2.2).
   NTT_INLINE void inverse2_first(V& x0, V& x1, const Tw& s, const K& k) {
     const V t = red(add(x0, x1), k);
     x1 = mul(sub(add(x0, k.p8), x1), s, k);
     x0 = t;
   }
-  // y0, y2 < 6; y1, y3 < 1.5, from differences below 7; y0 + y2 < 12, y0 - y2 + 8 < 14. y1 + y3 < 3 stays
-  // as it is.
+  // y0, y2 < 6; y1, y3 < 1.5, from differences below 7: 1 + 1.14 * 7 / 16; y0 + y2 < 12, y0 - y2 + 8 < 14. y1
+  // + y3 < 3 stays as it is.
   NTT_INLINE void inverse4(V& x0, V& x1, V& x2, V& x3, const Tw& s2, const Tw& s, const Tw& is, const K& k) {
     const V y0 = add(x0, x1), y1 = mul(sub(add(x0, k.p4), x1), s, k);
     const V y2 = add(x2, x3), y3 = mul(sub(add(x2, k.p4), x3), is, k);
@@ -240,22 +239,19 @@ struct Ifma {
     }
   }
 
-  // f g as a factor with its exact quotient. With y = f g in [0, 1) p, v = floor(2^99 / p) and
-  // q = 2 floor(16 y v / 2^52), q falls short of 2^52 y / p by less than 2 (1 + 1) = 4; the remainder
-  // 2^52 y - q p is then in [0, 5 p), its multiples of 2^48 are taken first and one p at most is left.
+  // f g as a factor. With y = f g in [0, 1) p, 2^52 y / p = 16 y + y d, d = 16 (2^48 - p) / p < 0.1. With
+  // v = floor(2^55 d), floor(y v / 2^55) is less than (1 + 1/16) / 8 + 1 below y d: q falls short of
+  // 2^52 y / p by less than 1.14, not 1.
   struct Scale {
     Tw by;
     V v;
   };
-  NTT_INLINE V reciprocal(u64 p) { return set(static_cast<u64>((static_cast<u128>(1) << 99) / p)); }
+  NTT_INLINE V reciprocal(u64 p) {
+    return set(static_cast<u64>((static_cast<u128>((u64{1} << 48) - p) << 59) / p));
+  }
   NTT_INLINE Tw scale(V f, const Scale& by, const K& k) {
     const V y = reduce_once(mul(f, by.by, k), k);
-    V q = high(zero(), _mm512_slli_epi64(y, 4), by.v);
-    q = add(q, q);
-    const V r = _mm512_and_si512(low(zero(), q, k.minus_p), set(MASK)), e = _mm512_srli_epi64(r, 48);
-    q = add(q, e);
-    const V s = sub(r, low(zero(), e, k.p));
-    return {y, _mm512_mask_add_epi64(q, _mm512_cmpge_epu64_mask(s, k.p), q, set(1))};
+    return {y, add(_mm512_slli_epi64(y, 4), _mm512_srli_epi64(high(zero(), y, by.v), 3))};
   }
   NTT_INLINE void store(u64* a, u64 quotients, const Tw& f) {
     store(a, f.w);
@@ -263,8 +259,8 @@ struct Ifma {
   }
 
   // Products of polynomials. Lane l of vector t is coefficient t of polynomial l, modulo z^8 - c_l; a block
-  // has eight of them, two for each factor s of the last step: c = s and c = -s. The quotient of p - s is
-  // 2^52 - 1 less that of s, whose division is never exact.
+  // has eight of them, two for each factor s of the last step: c = s and c = -s. For p - s, 2^52 - 2 less the
+  // quotient of s is at most 2 short and not too large.
   NTT_INLINE Tw moduli(const u64* s, u64 quotients, const K& k) {
     const V twice = _mm512_setr_epi64(0, 0, 1, 1, 2, 2, 3, 3);
     const auto pairs = [&](const u64* from) {
@@ -272,7 +268,7 @@ struct Ifma {
           twice, _mm512_castsi256_si512(_mm256_load_si256(reinterpret_cast<const __m256i*>(from))));
     };
     const V w = pairs(s), q = pairs(s + quotients);
-    return {_mm512_mask_sub_epi64(w, 0xaa, k.p, w), _mm512_mask_xor_epi64(q, 0xaa, q, set(MASK))};
+    return {_mm512_mask_sub_epi64(w, 0xaa, k.p, w), _mm512_mask_sub_epi64(q, 0xaa, set(MASK - 1), q)};
   }
   // z <- x y / 2^52, Montgomery's reduction once per coefficient. From x, y in [0, 3.1): of a term's product
   // the high half is below 3.1 * 3.1 / 16 = 0.601, with c y in [0, 2) below 0.39; eight of them < 4.81. The

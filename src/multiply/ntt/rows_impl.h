@@ -31,8 +31,9 @@ Tree direct_tree(const Shape& shape, const PrimeTable& table, u32 direction, u32
   return tree;
 }
 
+// The lists from level `first` on.
 template <class F>
-Tree made_tree(const Shape& shape, u32 prime, u32 direction, u32 third, u64 row, u64* memory,
+Tree made_tree(const Shape& shape, u32 prime, u32 direction, u32 third, u64 row, u32 first, u64* memory,
                const typename F::K& k) {
   constexpr BackendShape KERNEL = shape_of(F::BACKEND);
   constexpr u32 L = F::LANES;
@@ -40,7 +41,7 @@ Tree made_tree(const Shape& shape, u32 prime, u32 direction, u32 third, u64 row,
   RowConstants constants;
   row_constants(constants, F::BACKEND, prime, direction, third, row, shape.log_rows, shape.log_columns);
   const auto reciprocal = F::reciprocal(table.p);
-  // Their quotients, without a division.
+  // Their quotients.
   alignas(64) u64 factors[2 * RowConstants::COUNT];
   const typename F::Scale one{F::broadcast(table.one), reciprocal};
   for (u32 i = 0; i < RowConstants::COUNT; i += L)
@@ -51,7 +52,7 @@ Tree made_tree(const Shape& shape, u32 prime, u32 direction, u32 third, u64 row,
   tree.s_quotients = tree.u_quotients = quotients;
   u64* out = memory;
   const u32 levels = shape.log_columns - KERNEL.base_log + KERNEL.node_levels;
-  for (u32 level = 0; level < levels; level++) {
+  for (u32 level = first; level < levels; level++) {
     const typename F::Scale by{F::broadcast(factors + level, RowConstants::COUNT), reciprocal};
     tree.s[level] = out;
     for (u64 j = 0; j < u64{1} << level; j += L, out += L) {
@@ -68,12 +69,15 @@ Tree made_tree(const Shape& shape, u32 prime, u32 direction, u32 third, u64 row,
   return tree;
 }
 
+// The factors of a row, from level `first` on.
 template <class F>
-Tree row_tree(const Shape& shape, u32 prime, u32 direction, u64 row, u64* memory, const typename F::K& k) {
+Tree row_tree(const Shape& shape, u32 prime, u32 direction, u64 row, u32 first, u64* memory,
+              const typename F::K& k) {
   const u32 third = static_cast<u32>(row >> shape.log_rows);
   const u64 node = row & ((u64{1} << shape.log_rows) - 1);
   if (shape.direct) return direct_tree<F>(shape, prime_table(F::BACKEND, prime), direction, third, node);
-  return made_tree<F>(shape, prime, direction, third, node, memory + direction * shape.row_list_words(), k);
+  return made_tree<F>(shape, prime, direction, third, node, first,
+                      memory + direction * shape.row_list_words(), k);
 }
 
 // to <- the transform of the row at `from`, which may be `to` unless it is packed.
@@ -107,9 +111,14 @@ void row_ahead(const Shape& shape, const Constants<F>& c, const u64* x, const u6
 
 template <class F> void forward_row(const Shape& shape, u32 prime, u64 row, u64* x, u64* area) {
   const Constants<F> c(prime_table(F::BACKEND, prime));
-  const Tree tree = row_tree<F>(shape, prime, 0, row, area + 2 * shape.columns(), c.k);
+  const Tree tree = row_tree<F>(shape, prime, 0, row, 0, area + 2 * shape.columns(), c.k);
   if (row + 1 < shape.rows()) row_ahead<F>(shape, c, x + shape.row_stride());
   transform_row<F>(shape, tree, c, x, area);
+}
+
+// The level of the factors by which the products of polynomials are reduced, the last one.
+template <class F> u32 moduli_level(const Shape& shape) {
+  return shape.log_columns - shape_of(F::BACKEND).base_log + 2;
 }
 
 // A transformed row, a factor of pointwise products.
@@ -123,7 +132,7 @@ template <class F, bool PACKED_X, bool PACKED_Y>
 void multiply_polynomials(const Shape& shape, const Tree& tree, const Constants<F>& c, u64* out, const u64* x,
                           const u64* y, u32 n, u32 count, bool subtract) {
   const auto& k = c.k;
-  const u64* s = tree.s[shape.log_columns - shape_of(F::BACKEND).base_log + 2];
+  const u64* s = tree.s[moduli_level<F>(shape)];
   for (u64 i = 0; i < shape.columns(); i += 64, s += 4) {
     typename F::V v[8];
     c.ahead.advance(1);
@@ -176,11 +185,13 @@ void product_row(const Shape& shape, u32 prime, u64 row, const RowPair* pairs, u
   const u64 C = shape.columns();
   const bool packed = shape.packed;
   u64* const lists = area + 2 * C;
-  // The products of polynomials ask for their moduli.
+  bool raw = false;
+  for (u32 i = 0; i < count; i++) raw = raw || pairs[i].x_raw || pairs[i].y_raw;
   Tree tree{};
-  bool factors = shape_of(F::BACKEND).left_levels != 0;
-  for (u32 i = 0; i < count; i++) factors = factors || pairs[i].x_raw || pairs[i].y_raw;
-  if (factors) tree = row_tree<F>(shape, prime, 0, row, lists, k);
+  if (raw)
+    tree = row_tree<F>(shape, prime, 0, row, 0, lists, k);
+  else if (shape_of(F::BACKEND).left_levels != 0)
+    tree = row_tree<F>(shape, prime, 0, row, moduli_level<F>(shape), lists, k);
 
   // The sum grows where the first row lies, or if that is packed, in the area.
   u64* const out = packed ? area : pairs[0].x;
@@ -214,7 +225,7 @@ void product_row(const Shape& shape, u32 prime, u64 row, const RowPair* pairs, u
     }
     multiply_points<F>(shape, tree, c, out, x, y, n, count, pair.subtract);
   }
-  const Tree back = row_tree<F>(shape, prime, 1, row, lists, k);
+  const Tree back = row_tree<F>(shape, prime, 1, row, 0, lists, k);
   if (row + 1 < shape.rows()) row_ahead<F>(shape, c, pairs[0].x + shape.row_stride());
   if constexpr (F::PACKS) {
     if (packed) return inverse_packed<F>(back, c, out, pairs[0].x, shape.log_columns, BaseBlocks<F>());
