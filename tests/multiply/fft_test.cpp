@@ -3,6 +3,7 @@
 #include <cmath>
 #include <complex>
 
+#include "multiply/fft/carry.h"
 #include "multiply/fft/km_FFTv2.h"
 #include "multiply/fft/precision.h"
 #include "multiply/product_fixture.h"
@@ -172,6 +173,48 @@ TEST(Fft, LargestPointsCarry) {
               << text(plan, isa) << ", " << n << " words" << (y == &c ? ", opposite" : "");
         }
       }
+    }
+  }
+}
+
+// Carries that run far: through all runs, over the end of the caller's result into the rest, out of the top
+// and back at the bottom; runs that end within a word.
+TEST(Fft, CarriesBetweenRuns) {
+  std::mt19937_64 random(46);
+  for (int round = 0; round < 4000; round++) {
+    const u64 count = 8, bytes = 8 + random() % 20, size = count * bytes, below = random() % (count + 1);
+    std::vector<u8> number(size);
+    for (u64 i = 0; i < size; i++) {
+      const u64 run = i / bytes; // runs of zeros, of ones, of anything
+      const u64 kind = (static_cast<u64>(round) * 0x9e3779b97f4a7c15 >> (2 * run)) % 4;
+      number[i] = kind == 0 ? 0 : kind == 1 ? 255 : static_cast<u8>(random());
+    }
+    std::vector<s64> carry(count);
+    for (s64& c : carry) c = static_cast<s64>(random() % 5) - 2;
+    mpz_t want, modulus, term;
+    mpz_inits(want, modulus, term, nullptr);
+    mpz_import(want, size, -1, 1, 0, 0, number.data());
+    for (u64 h = 0; h < count; h++) {
+      mpz_set_si(term, carry[h]);
+      mpz_mul_2exp(term, term, 8 * bytes * (h + 1));
+      mpz_add(want, want, term);
+    }
+    mpz_set_ui(modulus, 1);
+    mpz_mul_2exp(modulus, modulus, 8 * size);
+    mpz_add_ui(modulus, modulus, 1);
+    mpz_mod(want, want, modulus);
+    std::vector<u8> expected(size + 1), result(number), rest(number);
+    mpz_export(expected.data(), nullptr, -1, 1, 0, 0, want);
+    mpz_clears(want, modulus, term, nullptr);
+    if (expected[size] != 0) continue; // 2^(8 size): no product
+    std::fill(result.begin() + static_cast<s64>(below * bytes), result.end(), u8{0xa5});
+    std::fill(rest.begin(), rest.begin() + static_cast<s64>(below * bytes), u8{0xa5});
+    km_FFTv2::finish_carries({result.data(), below, rest.data(), count, bytes}, carry.data());
+    for (u64 i = 0; i < size; i++) {
+      const bool in_rest = i >= below * bytes;
+      ASSERT_EQ((in_rest ? rest : result)[i], expected[i])
+          << "round " << round << ", byte " << i << " of " << count << " runs of " << bytes;
+      ASSERT_EQ((in_rest ? result : rest)[i], 0xa5) << "round " << round << ", byte " << i;
     }
   }
 }

@@ -62,11 +62,10 @@ struct Shape {
 };
 
 // Eight runs of `octets` octets each, far apart: run h of quarter-row h mod 4, real parts first. Run h's
-// words go to out + h * stride bytes; its carry out of the top to carry[h]. Every point is the sum of at most
+// octets * b bytes go to out[h], its carry out of the top to carry[h]. Every point is the sum of at most
 // `terms` products of two digits.
 struct CarryRuns {
-  u8* out;
-  u64 stride;
+  u8* out[8];
   u64 octets;
   u64 terms;
   s64* carry;

@@ -71,13 +71,17 @@ void btp_t::first_step(double* T, const u64* A, u64 L) const {
 }
 
 void btp_t::last_step(u64* out, u64 n, const double* T, void* scratch) const {
+  // Runs that end within the product go there at once.
   const u64 quarter = shape_.n / 4, run_bytes = quarter * shape_.b / 8;
+  auto* const result = reinterpret_cast<u8*>(out);
+  const Runs runs{result, 8 * n / run_bytes, static_cast<u8*>(scratch), 8, run_bytes};
   s64 carries[8];
-  kernels_->carry(T, 2 * quarter, true, shape_,
-                  {static_cast<u8*>(scratch), run_bytes, quarter / 8, terms(n), carries});
-  auto* const words = static_cast<u64*>(scratch);
-  finish_carries(words, plan_.capacity_bits / 64, carries, 8, run_bytes);
-  std::memcpy(out, words, 8 * n);
+  CarryRuns lanes{{}, quarter / 8, terms(n), carries};
+  for (u64 h = 0; h < 8; h++) lanes.out[h] = runs.at(h);
+  kernels_->carry(T, 2 * quarter, true, shape_, lanes);
+  finish_carries(runs, carries);
+  const u64 done = runs.below * run_bytes;
+  std::memcpy(result + done, runs.rest + done, 8 * n - done);
   tick({0, true});
 }
 
@@ -154,19 +158,18 @@ void btp_t::inverse(u64* out, u64 n, void* TA, const void* TB, void* scratch, bo
   u64 pieces = 1;
   while (pieces < MAX_CARRY_PIECES && quarter / pieces >= 2 * MIN_PIECE_POINTS) pieces *= 2;
   const u64 points = quarter / pieces, run_bytes = points * shape_.b / 8;
+  const Runs runs{nullptr, 0, static_cast<u8*>(scratch), 8 * pieces, run_bytes};
   s64 carries[8 * MAX_CARRY_PIECES];
   const auto carry = [&](u64 piece, Worker worker) {
     s64 top[8];
-    const CarryRuns runs{static_cast<u8*>(scratch) + piece * run_bytes, quarter * shape_.b / 8, points / 8,
-                         terms(n), top};
-    kernels_->carry(data + piece * 2 * points, 2 * quarter, false, shape_, runs);
+    CarryRuns lanes{{}, points / 8, terms(n), top};
+    for (u64 h = 0; h < 8; h++) lanes.out[h] = runs.at(h * pieces + piece);
+    kernels_->carry(data + piece * 2 * points, 2 * quarter, false, shape_, lanes);
     for (u64 h = 0; h < 8; h++) carries[h * pieces + piece] = top[h];
     tick(worker);
   };
   auto* const product = static_cast<u64*>(scratch);
-  const auto finish = [&](u64, Worker) {
-    finish_carries(product, plan_.capacity_bits / 64, carries, 8 * pieces, run_bytes);
-  };
+  const auto finish = [&](u64, Worker) { finish_carries(runs, carries); };
   const auto copy = [&](u64 piece, Worker) {
     const u64 first = n * piece / pieces, end = n * (piece + 1) / pieces;
     std::memcpy(out + first, product + first, 8 * (end - first));
