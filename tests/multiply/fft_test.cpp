@@ -177,6 +177,45 @@ TEST(Fft, LargestPointsCarry) {
   }
 }
 
+// Whether two points are carried together may depend on the operands' norms: digits of one size make points
+// as large as the norms allow for, on both sides of the limit, of both signs.
+TEST(Fft, PointsAtTheLimitOfPairs) {
+  for (const simd::Isa isa : supported_isas()) {
+    const Engine engine(1200, isa);
+    for (u64 row = 0; km_FFTv2::plan_of_row(row, 0, 1).b >= 18; row++) {
+      const u64 full = km_FFTv2::plan_of_row(row, 0, 1).capacity_bits / 64;
+      for (const u64 n : {full, full - full / 12, full / 2 + full / 3}) {
+        const Plan plan = km_FFTv2::make_plan(64 * n, 1);
+        const btp_t record(plan, engine.context);
+        const Areas at(record);
+        const u64 na = n / 2, nb = n - na, terms = 64 * na / plan.b;
+        const double limit =
+            std::sqrt(std::ldexp(1.0 / static_cast<double>(terms), 63 - static_cast<int>(plan.b)));
+        for (const double part : {0.5, 0.98, 0.99, 0.994, 0.997, 1.0, 1.003, 1.01, 1.2, 1.4}) {
+          const u64 digit = static_cast<u64>(limit * part);
+          if (digit >> (plan.b - 1) != 0) continue;
+          const auto constant = [&](u64 words, u64 field) {
+            Words a(words + 1, 0);
+            for (u64 bit = 0; bit < 64 * words; bit += plan.b) {
+              a[bit / 64] |= field << bit % 64;
+              if (bit % 64 + plan.b > 64) a[bit / 64 + 1] |= field >> (64 - bit % 64);
+            }
+            a.pop_back();
+            return a;
+          };
+          const Words a = constant(na, digit), b = constant(nb, digit),
+                      c = constant(nb, (u64{1} << plan.b) - 1 - digit);
+          for (const Words* y : {&a, &b, &c}) {
+            ASSERT_EQ(difference(product(record, at, a, *y), expected_product(a, *y)), "")
+                << text(plan, isa) << ", " << n << " words of digits " << digit
+                << (y == &c ? ", opposite" : "");
+          }
+        }
+      }
+    }
+  }
+}
+
 // Carries that run far: through all runs, over the end of the caller's result into the rest, out of the top
 // and back at the bottom; runs that end within a word.
 TEST(Fft, CarriesBetweenRuns) {

@@ -12,11 +12,9 @@
 //
 // Where two points fit a word together, |x + 2^b y| < 2^63, they are carried as one digit of 2 b bits: half
 // the chain and a third fewer operations. Here 2^63 takes the place of M: a multiple of 2^(2b).
-// - A point is a sum of at most `terms` products of balanced digits (CarryRuns): |x|, |y| <= t = terms
-// 2^(2b-2).
-//   The pair is at most (2^b + 1) t, and a carry c that is added to it becomes at most (c + (2^b + 1) t) /
-//   2^(2b) + 1: both together stay below 2^b t (1 + 2^-7), which is below 2^63 when terms 2^(3b-2) <= 2^63 -
-//   2^56.
+// - Let |x|, |y| <= t. The pair is at most (2^b + 1) t, and a carry c that is added to it
+//   becomes at most (c + (2^b + 1) t) / 2^(2b) + 1: both together stay below 2^b t (1 + 2^-7), which is below
+//   2^63 when 2^b t <= 2^63 - 2^56 (pairs_fit).
 // - With b >= 13 the two M of a pair are M + 2^b M = M modulo 2^64. What is wanted instead is 2^63 less the
 //   carry's bias, 2^(63-2b): the difference is 2^b f for an integer f < 2^49 (2^63 - M < 2^62, b <= 21),
 //   which comes with the number that is added to round the odd points. |y| <= 2^(63-b) <= 2^50, so |y + f| <
@@ -88,10 +86,6 @@ template <class V, class I> struct Carry {
   // What a carry is too large by.
   template <bool PAIRS> KELVANE_INLINE static u64 carry_bias(u32 b) {
     return PAIRS ? u64{1} << (63 - 2 * b) : MAGIC_BITS >> b;
-  }
-  // Whether two points fit a word.
-  static bool pairs_fit(u64 terms, u32 b) {
-    return b >= 13 && terms <= ((u64{1} << 63) - (u64{1} << 56)) >> (3 * b - 2);
   }
   // Whether rounding takes the carry's bias off: for all pairs, and for all single digits of b > 16.
   template <u32 WORDS, bool PAIRS> static constexpr bool UNBIASED = PAIRS || WORDS == 3;
@@ -205,7 +199,7 @@ template <class V, class I> struct Carry {
   }
   template <bool STEP>
   static void run_digits(const double* data, u64 row_stride, const Shape& shape, const CarryRuns& runs) {
-    if (pairs_fit(runs.terms, shape.b)) return run_bits<STEP, true>(data, row_stride, shape, runs);
+    if (runs.pairs) return run_bits<STEP, true>(data, row_stride, shape, runs);
     run_bits<STEP, false>(data, row_stride, shape, runs);
   }
 

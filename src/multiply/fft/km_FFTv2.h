@@ -70,12 +70,12 @@ public:
 
 private:
   void inverse(u64* out, u64 n, void* TA, const void* TB, void* scratch, bool words) const;
-  // Of a transform that fits the cache the root's step from digits; and the root's inverse step to words,
-  // out[0, n).
-  void first_step(double* T, const u64* A, u64 L) const;
-  void last_step(u64* out, u64 n, const double* T, void* scratch) const;
-  // No point of a product of n words is the sum of more products of two digits.
-  u64 terms(u64 n) const;
+  // Of a transform that fits the cache the root's step from digits; with `norm` it returns the sum of their
+  // squares. And the root's inverse step to words, out[0, n); `pairs` as in CarryRuns.
+  double first_step(double* T, const u64* A, u64 L, bool norm) const;
+  void last_step(u64* out, u64 n, const double* T, bool pairs, void* scratch) const;
+  // No point of a product of n words is larger.
+  double largest_point(u64 n) const;
   void require_table() const;
   void tick(km_MULv3::Worker worker) const;
 
