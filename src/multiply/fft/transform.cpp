@@ -34,6 +34,16 @@ u64 min_of(u64 a, u64 b) {
 } // namespace
 
 btp_t::btp_t(const Plan& plan, const km_MULv3::Context& context) : plan_(plan), progress_(context.progress) {
+  set_up(context);
+}
+// The plan is made where it stays: a copy would wait for what has just been written.
+btp_t::btp_t(u64 bits, const km_MULv3::Context& context)
+    : plan_(make_plan(bits, context.threads)), progress_(context.progress) {
+  set_up(context);
+}
+
+void btp_t::set_up(const km_MULv3::Context& context) {
+  const Plan& plan = plan_;
   const km_MULv3::TableSet* const set = context.tables;
   const table_d* const roots = set != nullptr ? set->fft : nullptr;
   if (roots != nullptr && 64 * roots->max_words() < plan.requested_bits) {
