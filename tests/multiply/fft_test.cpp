@@ -3,6 +3,7 @@
 #include <cmath>
 #include <complex>
 
+#include "multiply/fft/carry.h"
 #include "multiply/fft/km_FFTv2.h"
 #include "multiply/fft/precision.h"
 #include "multiply/product_fixture.h"
@@ -172,6 +173,87 @@ TEST(Fft, LargestPointsCarry) {
               << text(plan, isa) << ", " << n << " words" << (y == &c ? ", opposite" : "");
         }
       }
+    }
+  }
+}
+
+// Whether two points are carried together may depend on the operands' norms: digits of one size make points
+// as large as the norms allow for, on both sides of the limit, of both signs.
+TEST(Fft, PointsAtTheLimitOfPairs) {
+  for (const simd::Isa isa : supported_isas()) {
+    const Engine engine(1200, isa);
+    for (u64 row = 0; km_FFTv2::plan_of_row(row, 0, 1).b >= 18; row++) {
+      const u64 full = km_FFTv2::plan_of_row(row, 0, 1).capacity_bits / 64;
+      for (const u64 n : {full, full - full / 12, full / 2 + full / 3}) {
+        const Plan plan = km_FFTv2::make_plan(64 * n, 1);
+        const btp_t record(plan, engine.context);
+        const Areas at(record);
+        const u64 na = n / 2, nb = n - na, terms = 64 * na / plan.b;
+        const double limit =
+            std::sqrt(std::ldexp(1.0 / static_cast<double>(terms), 63 - static_cast<int>(plan.b)));
+        for (const double part : {0.5, 0.98, 0.99, 0.994, 0.997, 1.0, 1.003, 1.01, 1.2, 1.4}) {
+          const u64 digit = static_cast<u64>(limit * part);
+          if (digit >> (plan.b - 1) != 0) continue;
+          const auto constant = [&](u64 words, u64 field) {
+            Words a(words + 1, 0);
+            for (u64 bit = 0; bit < 64 * words; bit += plan.b) {
+              a[bit / 64] |= field << bit % 64;
+              if (bit % 64 + plan.b > 64) a[bit / 64 + 1] |= field >> (64 - bit % 64);
+            }
+            a.pop_back();
+            return a;
+          };
+          const Words a = constant(na, digit), b = constant(nb, digit),
+                      c = constant(nb, (u64{1} << plan.b) - 1 - digit);
+          for (const Words* y : {&a, &b, &c}) {
+            ASSERT_EQ(difference(product(record, at, a, *y), expected_product(a, *y)), "")
+                << text(plan, isa) << ", " << n << " words of digits " << digit
+                << (y == &c ? ", opposite" : "");
+          }
+        }
+      }
+    }
+  }
+}
+
+// Carries that run far: through all runs, over the end of the caller's result into the rest, out of the top
+// and back at the bottom; runs that end within a word.
+TEST(Fft, CarriesBetweenRuns) {
+  std::mt19937_64 random(46);
+  for (int round = 0; round < 4000; round++) {
+    const u64 count = 8, bytes = 8 + random() % 20, size = count * bytes, below = random() % (count + 1);
+    std::vector<u8> number(size);
+    for (u64 i = 0; i < size; i++) {
+      const u64 run = i / bytes; // runs of zeros, of ones, of anything
+      const u64 kind = (static_cast<u64>(round) * 0x9e3779b97f4a7c15 >> (2 * run)) % 4;
+      number[i] = kind == 0 ? 0 : kind == 1 ? 255 : static_cast<u8>(random());
+    }
+    std::vector<s64> carry(count);
+    for (s64& c : carry) c = static_cast<s64>(random() % 5) - 2;
+    mpz_t want, modulus, term;
+    mpz_inits(want, modulus, term, nullptr);
+    mpz_import(want, size, -1, 1, 0, 0, number.data());
+    for (u64 h = 0; h < count; h++) {
+      mpz_set_si(term, carry[h]);
+      mpz_mul_2exp(term, term, 8 * bytes * (h + 1));
+      mpz_add(want, want, term);
+    }
+    mpz_set_ui(modulus, 1);
+    mpz_mul_2exp(modulus, modulus, 8 * size);
+    mpz_add_ui(modulus, modulus, 1);
+    mpz_mod(want, want, modulus);
+    std::vector<u8> expected(size + 1), result(number), rest(number);
+    mpz_export(expected.data(), nullptr, -1, 1, 0, 0, want);
+    mpz_clears(want, modulus, term, nullptr);
+    if (expected[size] != 0) continue; // 2^(8 size): no product
+    std::fill(result.begin() + static_cast<s64>(below * bytes), result.end(), u8{0xa5});
+    std::fill(rest.begin(), rest.begin() + static_cast<s64>(below * bytes), u8{0xa5});
+    km_FFTv2::finish_carries({result.data(), below, rest.data(), count, bytes}, carry.data());
+    for (u64 i = 0; i < size; i++) {
+      const bool in_rest = i >= below * bytes;
+      ASSERT_EQ((in_rest ? rest : result)[i], expected[i])
+          << "round " << round << ", byte " << i << " of " << count << " runs of " << bytes;
+      ASSERT_EQ((in_rest ? result : rest)[i], 0xa5) << "round " << round << ", byte " << i;
     }
   }
 }

@@ -74,6 +74,64 @@ template <class V> struct Blocks {
       w[c] = mul(C::broadcast(block + 2 * (c - 1)), C::load(lanes + (c - 1) * VECTOR));
   }
 
+  // The two steps of a base block with r = 3, 5, before its leaves: point p of all lanes to vector p.
+  template <u32 R, u32 SKIP>
+  KELVANE_INLINE static void forward_points(double* points, const double* data, const double* entry,
+                                            const LaneTable& table) {
+    const StepRoots<V> columns = column_roots(entry);
+    for (u32 c = 0; c < R; c++) {
+      C x[L];
+      for (u32 l = 0; l < L; l++) x[l] = C::load(data + (l * R + c) * VECTOR);
+      radix<LOG, SKIP>(x, columns);
+      transpose_square(x);
+      for (u32 l = 0; l < L; l++) x[l].store(points + (c * L + l) * VECTOR);
+    }
+    const StepRoots<V> lanes = lane_roots(entry, table);
+    for (u32 c = 0; c < R; c++) {
+      C x[L];
+      for (u32 h = 0; h < L; h++) x[h] = C::load(points + (h * R + c) * VECTOR);
+      radix<LOG>(x, lanes);
+      for (u32 h = 0; h < L; h++) x[h].store(points + (h * R + c) * VECTOR);
+    }
+  }
+  template <u32 R, u32 SKIP>
+  KELVANE_INLINE static void inverse_points(double* data, double* points, const double* entry,
+                                            const LaneTable& table) {
+    const StepRoots<V> lanes = lane_roots(entry, table);
+    for (u32 c = 0; c < R; c++) {
+      C x[L];
+      for (u32 h = 0; h < L; h++) x[h] = C::load(points + (h * R + c) * VECTOR);
+      inverse_radix<LOG>(x, lanes);
+      for (u32 h = 0; h < L; h++) x[h].store(points + (h * R + c) * VECTOR);
+    }
+    const StepRoots<V> columns = column_roots(entry);
+    for (u32 c = 0; c < R; c++) {
+      C x[L];
+      for (u32 l = 0; l < L; l++) x[l] = C::load(points + (c * L + l) * VECTOR);
+      transpose_square(x);
+      inverse_radix<LOG, SKIP>(x, columns);
+      for (u32 l = 0; l < L; l++) x[l].store(data + (l * R + c) * VECTOR);
+    }
+  }
+
+  // The points of one leaf; there and back.
+  template <u32 R> KELVANE_INLINE static void forward_leaf(C* x, const double* points, const C* w) {
+    x[0] = C::load(points);
+    for (u32 c = 1; c < R; c++) x[c] = mul(C::load(points + c * VECTOR), w[c]);
+    if constexpr (R == 3)
+      leaf3<1>(x[0], x[1], x[2]);
+    else
+      leaf5<1>(x[0], x[1], x[2], x[3], x[4]);
+  }
+  template <u32 R> KELVANE_INLINE static void inverse_leaf(double* points, C* x, const C* w) {
+    if constexpr (R == 3)
+      leaf3<-1>(x[0], x[1], x[2]);
+    else
+      leaf5<-1>(x[0], x[1], x[2], x[3], x[4]);
+    x[0].store(points);
+    for (u32 c = 1; c < R; c++) mul_conj(x[c], w[c]).store(points + c * VECTOR);
+  }
+
   template <u32 R, u32 SKIP = 0>
   static void forward_base(double* data, u64 J, u64 count, const LaneTable& table) {
     for (; count > 0; count--, J++, data += R * L * VECTOR) {
@@ -86,32 +144,12 @@ template <class V> struct Blocks {
         radix<LOG>(x, lane_roots(entry, table));
         for (u32 l = 0; l < L; l++) x[l].store(data + l * VECTOR);
       } else {
-        alignas(64) double points[R * L * VECTOR]; // point p of all lanes at vector p
-        const StepRoots<V> columns = column_roots(entry);
-        for (u32 c = 0; c < R; c++) {
-          C x[L];
-          for (u32 l = 0; l < L; l++) x[l] = C::load(data + (l * R + c) * VECTOR);
-          radix<LOG, SKIP>(x, columns);
-          transpose_square(x);
-          for (u32 l = 0; l < L; l++) x[l].store(points + (c * L + l) * VECTOR);
-        }
-        const StepRoots<V> lanes = lane_roots(entry, table);
-        for (u32 c = 0; c < R; c++) {
-          C x[L];
-          for (u32 h = 0; h < L; h++) x[h] = C::load(points + (h * R + c) * VECTOR);
-          radix<LOG>(x, lanes);
-          for (u32 h = 0; h < L; h++) x[h].store(points + (h * R + c) * VECTOR);
-        }
+        alignas(64) double points[R * L * VECTOR];
+        forward_points<R, SKIP>(points, data, entry, table);
         for (u32 g = 0; g < L; g++) {
           C x[R], w[R];
           leaf_roots<R>(w, table, J, g);
-          x[0] = C::load(points + g * R * VECTOR);
-          for (u32 c = 1; c < R; c++) x[c] = mul(C::load(points + (g * R + c) * VECTOR), w[c]);
-          if constexpr (R == 3) {
-            leaf3<1>(x[0], x[1], x[2]);
-          } else {
-            leaf5<1>(x[0], x[1], x[2], x[3], x[4]);
-          }
+          forward_leaf<R>(x, points + g * R * VECTOR, w);
           for (u32 c = 0; c < R; c++) x[c].store(data + (g * R + c) * VECTOR);
         }
       }
@@ -161,18 +199,39 @@ template <class V> struct Blocks {
     }
   }
 
+  // The same with r = 3, 5: the leaves' spectrum stays in registers.
+  template <u32 R, u32 SKIP, bool FORWARD, bool SQUARE>
+  static void product_leaves(double* data, const double* other, u64 J, u64 count, const LaneTable& table) {
+    for (; count > 0; count--, J++, data += R * L * VECTOR, other += R * L * VECTOR) {
+      const double* const entry = node(table, J);
+      alignas(64) double points[R * L * VECTOR];
+      if constexpr (FORWARD) forward_points<R, SKIP>(points, data, entry, table);
+      for (u32 g = 0; g < L; g++) {
+        const u64 at = g * R * VECTOR;
+        C x[R], w[R];
+        leaf_roots<R>(w, table, J, g);
+        if constexpr (FORWARD) {
+          forward_leaf<R>(x, points + at, w);
+        } else {
+          for (u32 c = 0; c < R; c++) x[c] = C::load(data + at + c * VECTOR);
+        }
+        for (u32 c = 0; c < R; c++) x[c] = product<SQUARE>(x[c], other + at + c * VECTOR);
+        inverse_leaf<R>(points + at, x, w);
+      }
+      inverse_points<R, SKIP>(data, points, entry, table);
+    }
+  }
+
   // data <- the inverse of the base blocks' steps of the product data * other, which may be data itself. With
   // FORWARD the forward steps of data come before; where the registers hold both, the spectrum never leaves
   // them.
   template <u32 R, u32 SKIP, bool FORWARD>
   static void product_base(double* data, const double* other, u64 J, u64 count, const LaneTable& table) {
-    constexpr bool IN_REGISTERS = FORWARD && R == 1 && L == 8;
+    constexpr bool IN_REGISTERS = FORWARD && (R == 3 || (R == 1 && L == 8));
     const bool square = data == other;
-    if constexpr (IN_REGISTERS)
-      forward_columns<SKIP>(data, J, count, table);
-    else if constexpr (FORWARD)
-      forward_base<R, SKIP>(data, J, count, table);
+    if constexpr (FORWARD && !IN_REGISTERS) forward_base<R, SKIP>(data, J, count, table);
     if constexpr (R == 1) {
+      if constexpr (IN_REGISTERS) forward_columns<SKIP>(data, J, count, table);
       if (square)
         product_lanes<IN_REGISTERS, true>(data, other, J, count, table);
       else
@@ -180,47 +239,9 @@ template <class V> struct Blocks {
       inverse_columns<SKIP>(data, J, count, table);
     } else {
       if (square)
-        inverse_leaves<R, SKIP, true>(data, other, J, count, table);
+        product_leaves<R, SKIP, IN_REGISTERS, true>(data, other, J, count, table);
       else
-        inverse_leaves<R, SKIP, false>(data, other, J, count, table);
-    }
-  }
-  // The same for r = 3, 5.
-  template <u32 R, u32 SKIP, bool SQUARE>
-  static void inverse_leaves(double* data, const double* other, u64 J, u64 count, const LaneTable& table) {
-    for (; count > 0; count--, J++, data += R * L * VECTOR, other += R * L * VECTOR) {
-      const double* const entry = node(table, J);
-      alignas(64) double points[R * L * VECTOR];
-      for (u32 g = 0; g < L; g++) {
-        C x[R], w[R];
-        leaf_roots<R>(w, table, J, g);
-        for (u32 c = 0; c < R; c++) {
-          const u64 at = (g * R + c) * VECTOR;
-          x[c] = product<SQUARE>(C::load(data + at), other + at);
-        }
-        if constexpr (R == 3) {
-          leaf3<-1>(x[0], x[1], x[2]);
-        } else {
-          leaf5<-1>(x[0], x[1], x[2], x[3], x[4]);
-        }
-        x[0].store(points + g * R * VECTOR);
-        for (u32 c = 1; c < R; c++) mul_conj(x[c], w[c]).store(points + (g * R + c) * VECTOR);
-      }
-      const StepRoots<V> lanes = lane_roots(entry, table);
-      for (u32 c = 0; c < R; c++) {
-        C x[L];
-        for (u32 h = 0; h < L; h++) x[h] = C::load(points + (h * R + c) * VECTOR);
-        inverse_radix<LOG>(x, lanes);
-        for (u32 h = 0; h < L; h++) x[h].store(points + (h * R + c) * VECTOR);
-      }
-      const StepRoots<V> columns = column_roots(entry);
-      for (u32 c = 0; c < R; c++) {
-        C x[L];
-        for (u32 l = 0; l < L; l++) x[l] = C::load(points + (c * L + l) * VECTOR);
-        transpose_square(x);
-        inverse_radix<LOG, SKIP>(x, columns);
-        for (u32 l = 0; l < L; l++) x[l].store(data + (l * R + c) * VECTOR);
-      }
+        product_leaves<R, SKIP, IN_REGISTERS, false>(data, other, J, count, table);
     }
   }
 

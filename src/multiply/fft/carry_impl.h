@@ -12,11 +12,9 @@
 //
 // Where two points fit a word together, |x + 2^b y| < 2^63, they are carried as one digit of 2 b bits: half
 // the chain and a third fewer operations. Here 2^63 takes the place of M: a multiple of 2^(2b).
-// - A point is a sum of at most `terms` products of balanced digits (CarryRuns): |x|, |y| <= t = terms
-// 2^(2b-2).
-//   The pair is at most (2^b + 1) t, and a carry c that is added to it becomes at most (c + (2^b + 1) t) /
-//   2^(2b) + 1: both together stay below 2^b t (1 + 2^-7), which is below 2^63 when terms 2^(3b-2) <= 2^63 -
-//   2^56.
+// - Let |x|, |y| <= t. The pair is at most (2^b + 1) t, and a carry c that is added to it
+//   becomes at most (c + (2^b + 1) t) / 2^(2b) + 1: both together stay below 2^b t (1 + 2^-7), which is below
+//   2^63 when 2^b t <= 2^63 - 2^56 (pairs_fit).
 // - With b >= 13 the two M of a pair are M + 2^b M = M modulo 2^64. What is wanted instead is 2^63 less the
 //   carry's bias, 2^(63-2b): the difference is 2^b f for an integer f < 2^49 (2^63 - M < 2^62, b <= 21),
 //   which comes with the number that is added to round the odd points. |y| <= 2^(63-b) <= 2^50, so |y + f| <
@@ -28,13 +26,13 @@
 namespace kelvane::km_FFTv2 {
 namespace {
 
-// Words w[0, WORDS) of the runs h, lane h of each, to out + h stride. At most 2 b bytes may be written. Two
+// Words w[0, WORDS) of the runs h, lane h of each, to out[h] + at. At most 2 b bytes may be written. Two
 // words and more are the instruction sets' own, transposed, so that 16 or 32 bytes of a run leave at once.
 template <u32 WORDS, class I>
-requires(WORDS == 1) KELVANE_INLINE void store_runs(u8* out, u64 stride, const I* w) {
+requires(WORDS == 1) KELVANE_INLINE void store_runs(u8* const* out, u64 at, const I* w) {
   alignas(64) u64 words[I::LANES];
   w[0].store(words);
-  for (u32 h = 0; h < I::LANES; h++) __builtin_memcpy(out + h * stride, &words[h], 8);
+  for (u32 h = 0; h < I::LANES; h++) __builtin_memcpy(out[h] + at, &words[h], 8);
 }
 
 // run[h] are the L points of run h, as bit patterns; pair[i] <- points 2 i + 2^b points (2 i + 1), a run to a
@@ -89,23 +87,17 @@ template <class V, class I> struct Carry {
   template <bool PAIRS> KELVANE_INLINE static u64 carry_bias(u32 b) {
     return PAIRS ? u64{1} << (63 - 2 * b) : MAGIC_BITS >> b;
   }
-  // Whether two points fit a word.
-  static bool pairs_fit(u64 terms, u32 b) {
-    return b >= 13 && terms <= ((u64{1} << 63) - (u64{1} << 56)) >> (3 * b - 2);
-  }
   // Whether rounding takes the carry's bias off: for all pairs, and for all single digits of b > 16.
   template <u32 WORDS, bool PAIRS> static constexpr bool UNBIASED = PAIRS || WORDS == 3;
   // What is added to round, of one vector of points.
   template <u32 WORDS, bool PAIRS> KELVANE_INLINE static V rounding(u32 b) {
-    alignas(64) double magic[L];
     const u64 bias = carry_bias<PAIRS>(b);
-    for (u32 i = 0; i < L; i++) {
-      double less = UNBIASED<WORDS, PAIRS> ? -static_cast<double>(bias) : 0;
-      if constexpr (PAIRS)
-        less = i % 2 == 0 ? 0 : static_cast<double>(((u64{1} << 63) - bias - MAGIC_BITS) >> b);
-      magic[i] = MAGIC + less;
+    if constexpr (PAIRS) { // even points, odd points
+      const u64 more = ((u64{1} << 63) - bias - MAGIC_BITS) >> b;
+      return unpack_low(V::set1(MAGIC), V::set1(MAGIC + static_cast<double>(more)));
+    } else {
+      return V::set1(MAGIC - (UNBIASED<WORDS, PAIRS> ? static_cast<double>(bias) : 0));
     }
-    return V::load(magic);
   }
 
   // The octet's 8 b bits of every run: word w of the runs of group k, a run to a lane, at word[k * WORDS +
@@ -155,25 +147,38 @@ template <class V, class I> struct Carry {
     const V magic = rounding<WORDS, PAIRS>(b);
     I carry[GROUPS];
     for (u32 k = 0; k < GROUPS; k++) carry[k] = I::set1(carry_bias<PAIRS>(b));
-    Points<PAIRS> points;
+    const auto round = [&](Points<PAIRS> & octet) __attribute__((always_inline)) {
+      round_octet<STEP, PAIRS>(octet, data, row_stride, roots, u, scale, magic, b);
+      data += GROUPS * B::VECTOR;
+    };
+    // From the load of a point to the store of its digits there are so many operations one after another that
+    // the processor could not look from one octet into the next. Where an octet leaves registers for more,
+    // the next one is rounded before it is packed.
+    constexpr bool AHEAD = GROUPS * (PAIRS ? 4 : 8) <= 8;
+    u8* out[8];
+    for (u32 h = 0; h < 8; h++) out[h] = runs.out[h];
+    u64 at = 0;
     I word[GROUPS * WORDS];
-    u8* out = runs.out;
-    for (u64 o = 1; o < runs.octets; o++, data += GROUPS * B::VECTOR, out += b) {
-      round_octet<STEP, PAIRS>(points, data, row_stride, roots, u, scale, magic, b);
+    Points<PAIRS> points, next;
+    round(points);
+    for (u64 o = 1; o < runs.octets; o++, at += b) {
+      if constexpr (AHEAD) round(next);
       pack_octet<WORDS, PAIRS>(word, points, carry, b);
       // What is written above the octet's b bytes is overwritten next: the run goes on for at least b bytes.
-      for (u32 k = 0; k < GROUPS; k++)
-        store_runs<WORDS>(out + k * I::LANES * runs.stride, runs.stride, word + k * WORDS);
+      for (u32 k = 0; k < GROUPS; k++) store_runs<WORDS>(out + k * I::LANES, at, word + k * WORDS);
+      if constexpr (AHEAD)
+        points = next;
+      else
+        round(points);
     }
     // The last octet ends where another run begins: exactly b bytes, the last eight of them at once.
-    round_octet<STEP, PAIRS>(points, data, row_stride, roots, u, scale, magic, b);
     pack_octet<WORDS, PAIRS>(word, points, carry, b);
     alignas(64) u64 words[8 * WORDS]; // word w of run h at 8 w + h
     for (u32 k = 0; k < GROUPS; k++) {
       for (u32 w = 0; w < WORDS; w++) word[k * WORDS + w].store(words + 8 * w + k * I::LANES);
     }
     for (u32 h = 0; h < 8; h++) {
-      u8* const to = out + h * runs.stride;
+      u8* const to = out[h] + at;
       u64 last = words[h];
       if constexpr (WORDS > 1) {
         for (u32 w = 0; w < WORDS - 1; w++) __builtin_memcpy(to + 8 * w, &words[8 * w + h], 8);
@@ -194,7 +199,7 @@ template <class V, class I> struct Carry {
   }
   template <bool STEP>
   static void run_digits(const double* data, u64 row_stride, const Shape& shape, const CarryRuns& runs) {
-    if (pairs_fit(runs.terms, shape.b)) return run_bits<STEP, true>(data, row_stride, shape, runs);
+    if (runs.pairs) return run_bits<STEP, true>(data, row_stride, shape, runs);
     run_bits<STEP, false>(data, row_stride, shape, runs);
   }
 

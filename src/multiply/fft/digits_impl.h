@@ -22,16 +22,22 @@ template <class V> struct Digits {
   }
 
   // RUNS of the eight runs (four rows, real then imaginary parts) hold digits, the others are zero: an
-  // operand of half the product's length or less has real parts only.
-  template <u32 RUNS>
-  static void step(double* dst, u64 row_stride, const Shape& shape, const DigitSource& digits, u64 position,
-                   u64 octets) {
+  // operand of half the product's length or less has real parts only. NORM: returns the sum of squares.
+  template <u32 RUNS, bool NORM>
+  static double step(double* dst, u64 row_stride, const Shape& shape, const DigitSource& digits, u64 position,
+                     u64 octets) {
     const StepRoots<V> roots = B::template step_roots<2>(*shape.table, 1);
     const C s = roots.w[0], t = roots.w[1];
     const u64 quarter = shape.n / 4;
+    V norm = V::zero();
     for (u64 o = 0; o < octets; o++, position += 8) {
       V run[8][PER_OCTET];
       for (u32 h = 0; h < RUNS; h++) octet(run[h], digits, h * quarter + position);
+      for (u32 v = 0; NORM && v < PER_OCTET; v++) {
+        V squares = run[0][v] * run[0][v];
+        for (u32 h = 1; h < RUNS; h++) squares = fmadd(run[h][v], run[h][v], squares);
+        norm = norm + squares;
+      }
       for (u32 v = 0; v < PER_OCTET; v++, dst += B::VECTOR) {
         C x[4];
         if constexpr (RUNS == 8) {
@@ -57,16 +63,31 @@ template <class V> struct Digits {
         for (u32 j = 0; j < 4; j++) x[j].store(dst + j * row_stride);
       }
     }
+    if constexpr (!NORM) return 0;
+    alignas(64) double lanes[V::LANES];
+    norm.store(lanes);
+    double sum = 0;
+    for (const double x : lanes) sum += x;
+    return sum;
   }
 
-  static void digits_step(double* dst, u64 row_stride, const Shape& shape, const DigitSource& digits,
-                          u64 position, u64 octets) {
+  template <bool NORM>
+  static double step_of(double* dst, u64 row_stride, const Shape& shape, const DigitSource& digits,
+                        u64 position, u64 octets) {
     // Digits above the operand's are zero but for one, which may hold the carry of the digit below it.
     const u64 used = 8 * digits.size / digits.b + 2, quarter = shape.n / 4;
-    if (used <= quarter) return step<1>(dst, row_stride, shape, digits, position, octets);
-    if (used <= 2 * quarter) return step<2>(dst, row_stride, shape, digits, position, octets);
-    if (used <= 4 * quarter) return step<4>(dst, row_stride, shape, digits, position, octets);
-    step<8>(dst, row_stride, shape, digits, position, octets);
+    if (used <= quarter) return step<1, NORM>(dst, row_stride, shape, digits, position, octets);
+    if (used <= 2 * quarter) return step<2, NORM>(dst, row_stride, shape, digits, position, octets);
+    if (used <= 4 * quarter) return step<4, NORM>(dst, row_stride, shape, digits, position, octets);
+    return step<8, NORM>(dst, row_stride, shape, digits, position, octets);
+  }
+  static void digits_step(double* dst, u64 row_stride, const Shape& shape, const DigitSource& digits,
+                          u64 position, u64 octets) {
+    step_of<false>(dst, row_stride, shape, digits, position, octets);
+  }
+  static double digits_norm_step(double* dst, u64 row_stride, const Shape& shape, const DigitSource& digits,
+                                 u64 position, u64 octets) {
+    return step_of<true>(dst, row_stride, shape, digits, position, octets);
   }
 };
 

@@ -21,18 +21,18 @@ KELVANE_INLINE void load_octet(Vec4* out, const DigitSource& s, const u8* p) {
 }
 
 template <u32 WORDS>
-requires(WORDS >= 2) KELVANE_INLINE void store_runs(u8* out, u64 stride, const simd::Int4* w) {
+requires(WORDS >= 2) KELVANE_INLINE void store_runs(u8* const* out, u64 at, const simd::Int4* w) {
   const __m256i even = _mm256_unpacklo_epi64(w[0].v, w[1].v), odd = _mm256_unpackhi_epi64(w[0].v, w[1].v);
   if constexpr (WORDS == 2) {
     const auto store = [&](u32 h, __m256i x) { // runs h and h + 2
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(out + h * stride), _mm256_castsi256_si128(x));
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(out + (h + 2) * stride), _mm256_extracti128_si256(x, 1));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(out[h] + at), _mm256_castsi256_si128(x));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(out[h + 2] + at), _mm256_extracti128_si256(x, 1));
     };
     store(0, even);
     store(1, odd);
   } else {
     const auto store = [&](u32 h, __m256i x, __m256i top) {
-      const auto to = [&](u32 run) { return reinterpret_cast<__m256i*>(out + run * stride); };
+      const auto to = [&](u32 run) { return reinterpret_cast<__m256i*>(out[run] + at); };
       _mm256_storeu_si256(to(h), _mm256_permute2x128_si256(x, top, 0x20));
       _mm256_storeu_si256(to(h + 2), _mm256_permute2x128_si256(x, top, 0x31));
     };

@@ -21,11 +21,11 @@ KELVANE_INLINE void load_octet(Vec8* out, const DigitSource& s, const u8* p) {
 
 // Words of eight runs, transposed: 16 or 32 bytes of a run at once.
 template <u32 WORDS>
-requires(WORDS >= 2) KELVANE_INLINE void store_runs(u8* out, u64 stride, const simd::Int8* w) {
+requires(WORDS >= 2) KELVANE_INLINE void store_runs(u8* const* out, u64 at, const simd::Int8* w) {
   const __m512i even = _mm512_unpacklo_epi64(w[0].v, w[1].v), odd = _mm512_unpackhi_epi64(w[0].v, w[1].v);
   if constexpr (WORDS == 2) {
     const auto store = [&](u32 h, __m128i x) {
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(out + h * stride), x);
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(out[h] + at), x);
     };
     store(0, _mm512_castsi512_si128(even));
     store(1, _mm512_castsi512_si128(odd));
@@ -41,9 +41,8 @@ requires(WORDS >= 2) KELVANE_INLINE void store_runs(u8* out, u64 stride, const s
     const __m512i low = _mm512_setr_epi64(0, 1, 8, 9, 2, 3, 10, 11);
     const __m512i high = _mm512_setr_epi64(4, 5, 12, 13, 6, 7, 14, 15);
     const auto store = [&](u32 h, __m512i x) { // runs h and h + 2
-      _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + h * stride), _mm512_castsi512_si256(x));
-      _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + (h + 2) * stride),
-                          _mm512_extracti64x4_epi64(x, 1));
+      _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[h] + at), _mm512_castsi512_si256(x));
+      _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[h + 2] + at), _mm512_extracti64x4_epi64(x, 1));
     };
     store(0, _mm512_permutex2var_epi64(even, low, even2));
     store(1, _mm512_permutex2var_epi64(odd, low, odd2));

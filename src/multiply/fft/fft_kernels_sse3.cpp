@@ -19,12 +19,13 @@ KELVANE_INLINE void load_octet(Vec2* out, const DigitSource& s, const u8* p) {
 }
 
 template <u32 WORDS>
-requires(WORDS >= 2) KELVANE_INLINE void store_runs(u8* out, u64 stride, const simd::Int2* w) {
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_unpacklo_epi64(w[0].v, w[1].v));
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(out + stride), _mm_unpackhi_epi64(w[0].v, w[1].v));
+requires(WORDS >= 2) KELVANE_INLINE void store_runs(u8* const* out, u64 at, const simd::Int2* w) {
+  const auto to = [&](u32 run, u32 byte) { return reinterpret_cast<__m128i*>(out[run] + at + byte); };
+  _mm_storeu_si128(to(0, 0), _mm_unpacklo_epi64(w[0].v, w[1].v));
+  _mm_storeu_si128(to(1, 0), _mm_unpackhi_epi64(w[0].v, w[1].v));
   if constexpr (WORDS == 3) {
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(out + 16), w[2].v);
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(out + stride + 16), _mm_unpackhi_epi64(w[2].v, w[2].v));
+    _mm_storel_epi64(to(0, 16), w[2].v);
+    _mm_storel_epi64(to(1, 16), _mm_unpackhi_epi64(w[2].v, w[2].v));
   }
 }
 

@@ -54,6 +54,10 @@ DigitSource::DigitSource(const u64* A, u64 words, u64 points, u32 bits)
   std::memcpy(head + 1, tail, WINDOW - 1);
 }
 
+bool pairs_fit(double t, u32 b) {
+  return b >= 13 && t <= static_cast<double>(((u64{1} << 63) - (u64{1} << 56)) >> b);
+}
+
 const Kernels& kernels_for(simd::Isa isa, u32 q) {
   // The root's step and the lanes' own steps take 2 + log2 L of the q levels; q is at least 4.
   if (isa >= simd::Isa::avx512 && q >= 6) return avx512::KERNELS8;

@@ -62,15 +62,15 @@ struct Shape {
 };
 
 // Eight runs of `octets` octets each, far apart: run h of quarter-row h mod 4, real parts first. Run h's
-// words go to out + h * stride bytes; its carry out of the top to carry[h]. Every point is the sum of at most
-// `terms` products of two digits.
+// octets * b bytes go to out[h], its carry out of the top to carry[h].
 struct CarryRuns {
-  u8* out;
-  u64 stride;
+  u8* out[8];
   u64 octets;
-  u64 terms;
+  bool pairs; // the points are so small that two of them may be carried together
   s64* carry;
 };
+// Whether they are, when none is larger than t (carry_impl.h).
+bool pairs_fit(double t, u32 b);
 
 struct Kernels {
   const char* name;
@@ -80,6 +80,9 @@ struct Kernels {
   // `octets` octets in every quarter. `position` is a multiple of 8.
   void (*digits_step)(double* dst, u64 row_stride, const Shape& shape, const DigitSource& digits,
                       u64 position, u64 octets);
+  // The same; returns the sum of the digits' squares.
+  double (*digits_norm_step)(double* dst, u64 row_stride, const Shape& shape, const DigitSource& digits,
+                             u64 position, u64 octets);
   // All that follows the root's step, in place.
   void (*forward_rest)(double* data, const Shape& shape);
   // All steps below node J over a block of r L^2 2^levels points, in place.

@@ -16,6 +16,7 @@ template <class V, class I> constexpr Kernels make_kernels(const char* name) {
   return {name,
           V::LOG_LANES,
           Digits<V>::digits_step,
+          Digits<V>::digits_norm_step,
           Blocks<V>::forward_rest,
           Blocks<V>::forward_block,
           Blocks<V>::forward_step,

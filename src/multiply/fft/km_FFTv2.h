@@ -36,8 +36,10 @@ inline constexpr u64 MAX_BITS = u64{1} << 34;
 
 // The plan of row i of the size table.
 Plan plan_of_row(u64 row, u64 bits, u64 threads);
-// The smallest plan that carries a product of `bits` bits; beyond the table km_exception with code -4.
+// The smallest plan that carries a product of `bits` bits, and its number of points alone; beyond the table
+// km_exception with code -4.
 Plan make_plan(u64 bits, u64 threads);
+u64 plan_points(u64 bits);
 
 // Work bytes of a product of n 64-bit words: both transforms and the scratch, 4 N + 2 * 8 N.
 u64 memory_cost(u64 n, u64 threads);
@@ -50,6 +52,8 @@ class btp_t final : public km_MULv3::abstract_btp {
 public:
   // The context's tables must cover the product; a record without tables answers questions of size only.
   btp_t(const Plan& plan, const km_MULv3::Context& context);
+  // For products of `bits` bits.
+  btp_t(u64 bits, const km_MULv3::Context& context);
 
   const Plan& plan() const { return plan_; }
   const Shape& shape() const { return shape_; }
@@ -69,13 +73,14 @@ public:
   void inverse_points(void* TA, const void* TB, void* scratch) const;
 
 private:
+  void set_up(const km_MULv3::Context& context);
   void inverse(u64* out, u64 n, void* TA, const void* TB, void* scratch, bool words) const;
-  // Of a transform that fits the cache the root's step from digits; and the root's inverse step to words,
-  // out[0, n).
-  void first_step(double* T, const u64* A, u64 L) const;
-  void last_step(u64* out, u64 n, const double* T, void* scratch) const;
-  // No point of a product of n words is the sum of more products of two digits.
-  u64 terms(u64 n) const;
+  // Of a transform that fits the cache the root's step from digits; with `norm` it returns the sum of their
+  // squares. And the root's inverse step to words, out[0, n); `pairs` as in CarryRuns.
+  double first_step(double* T, const u64* A, u64 L, bool norm) const;
+  void last_step(u64* out, u64 n, const double* T, bool pairs, void* scratch) const;
+  // No point of a product of n words is larger.
+  double largest_point(u64 n) const;
   void require_table() const;
   void tick(km_MULv3::Worker worker) const;
 

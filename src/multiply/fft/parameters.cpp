@@ -12,10 +12,9 @@ template <class W> u64 words64(u64 n) {
 }
 } // namespace
 
-u64 memory_cost(u64 n, u64 threads) {
+u64 memory_cost(u64 n, u64) {
   if (n > MAX_BITS / 64) throw km_exception(ERROR_BEYOND_TABLE, "");
-  const Plan plan = make_plan(64 * n, threads);
-  return plan.N4 + 2 * plan.N8;
+  return 20 * plan_points(64 * n);
 }
 
 template <class W> u64 algorithm<W>::memory_cost(u64 n, u64 threads) const {
@@ -29,7 +28,7 @@ km_MULv3::abstract_btp* algorithm<W>::make_parameters(u64 n, const km_MULv3::Con
   static_assert(sizeof(btp_t) <= sizeof(km_MULv3::btp_storage));
   const u64 words = words64<W>(n);
   if (words > MAX_BITS / 64) throw km_exception(ERROR_BEYOND_TABLE, "");
-  return new (storage->bytes) btp_t(make_plan(64 * words, context.threads), context);
+  return new (storage->bytes) btp_t(64 * words, context);
 }
 
 template class algorithm<u32>;

@@ -45,6 +45,13 @@ constexpr auto FIRST_ROWS = [] {
 }();
 static_assert(MAX_BITS == u64{1} << (FIRST_ROWS.size() - 1));
 
+u64 row_of(u64 bits) {
+  if (bits > MAX_BITS) throw km_exception(ERROR_BEYOND_TABLE, "");
+  u64 row = FIRST_ROWS[static_cast<u64>(std::bit_width(bits | 1)) - 1];
+  while (ROWS[row].capacity() < bits) row++;
+  return row;
+}
+
 } // namespace
 
 Plan plan_of_row(u64 row, u64 bits, u64 threads) {
@@ -64,10 +71,11 @@ Plan plan_of_row(u64 row, u64 bits, u64 threads) {
 }
 
 Plan make_plan(u64 bits, u64 threads) {
-  if (bits > MAX_BITS) throw km_exception(ERROR_BEYOND_TABLE, "");
-  u64 row = FIRST_ROWS[static_cast<u64>(std::bit_width(bits | 1)) - 1];
-  while (ROWS[row].capacity() < bits) row++;
-  return plan_of_row(row, bits, threads);
+  return plan_of_row(row_of(bits), bits, threads);
+}
+
+u64 plan_points(u64 bits) {
+  return points(ROWS[row_of(bits)].k);
 }
 
 } // namespace kelvane::km_FFTv2

@@ -3,6 +3,7 @@
 // A transform that fits the cache runs on the calling thread: the root's step over the digits, then the rest;
 // back the same way, the root's inverse step delivering words. A larger one is a pass over tiles and then the
 // blocks below, both drawn by the threads as tasks; back the same way, then the carries in pieces.
+#include <cmath>
 #include <cstring>
 
 #include "multiply/fft/carry.h"
@@ -33,6 +34,16 @@ u64 min_of(u64 a, u64 b) {
 } // namespace
 
 btp_t::btp_t(const Plan& plan, const km_MULv3::Context& context) : plan_(plan), progress_(context.progress) {
+  set_up(context);
+}
+// The plan is made where it stays: a copy would wait for what has just been written.
+btp_t::btp_t(u64 bits, const km_MULv3::Context& context)
+    : plan_(make_plan(bits, context.threads)), progress_(context.progress) {
+  set_up(context);
+}
+
+void btp_t::set_up(const km_MULv3::Context& context) {
+  const Plan& plan = plan_;
   const km_MULv3::TableSet* const set = context.tables;
   const table_d* const roots = set != nullptr ? set->fft : nullptr;
   if (roots != nullptr && 64 * roots->max_words() < plan.requested_bits) {
@@ -60,24 +71,32 @@ void btp_t::tick(Worker worker) const {
 }
 
 // An operand of L words has at most 64 L / b + 2 digits that are not zero, with the one above for balancing;
-// a point has no more terms than the shorter operand has digits, at most half the sum of both.
-u64 btp_t::terms(u64 n) const {
-  return min_of(shape_.n, 32 * n / shape_.b + 2);
+// a point has no more terms than the shorter operand has digits, at most half the sum of both. A term is the
+// product of two balanced digits, at most 2^(2b-2).
+double btp_t::largest_point(u64 n) const {
+  return static_cast<double>(min_of(shape_.n, 32 * n / shape_.b + 2) << (2 * shape_.b - 2));
 }
 
-void btp_t::first_step(double* T, const u64* A, u64 L) const {
+double btp_t::first_step(double* T, const u64* A, u64 L, bool norm) const {
   const u64 quarter = shape_.n / 4;
-  kernels_->digits_step(T, 2 * quarter, shape_, DigitSource(A, L, shape_.n, shape_.b), 0, quarter / 8);
+  const DigitSource digits(A, L, shape_.n, shape_.b);
+  if (norm) return kernels_->digits_norm_step(T, 2 * quarter, shape_, digits, 0, quarter / 8);
+  kernels_->digits_step(T, 2 * quarter, shape_, digits, 0, quarter / 8);
+  return 0;
 }
 
-void btp_t::last_step(u64* out, u64 n, const double* T, void* scratch) const {
+void btp_t::last_step(u64* out, u64 n, const double* T, bool pairs, void* scratch) const {
+  // Runs that end within the product go there at once.
   const u64 quarter = shape_.n / 4, run_bytes = quarter * shape_.b / 8;
+  auto* const result = reinterpret_cast<u8*>(out);
+  const Runs runs{result, 8 * n / run_bytes, static_cast<u8*>(scratch), 8, run_bytes};
   s64 carries[8];
-  kernels_->carry(T, 2 * quarter, true, shape_,
-                  {static_cast<u8*>(scratch), run_bytes, quarter / 8, terms(n), carries});
-  auto* const words = static_cast<u64*>(scratch);
-  finish_carries(words, plan_.capacity_bits / 64, carries, 8, run_bytes);
-  std::memcpy(out, words, 8 * n);
+  CarryRuns lanes{{}, quarter / 8, pairs, carries};
+  for (u64 h = 0; h < 8; h++) lanes.out[h] = runs.at(h);
+  kernels_->carry(T, 2 * quarter, true, shape_, lanes);
+  finish_carries(runs, carries);
+  const u64 done = runs.below * run_bytes;
+  std::memcpy(result + done, runs.rest + done, 8 * n - done);
   tick({0, true});
 }
 
@@ -90,7 +109,7 @@ void btp_t::forward(void* T, const u64* A, u64 L, void* scratch) const {
   require_table();
   auto* const data = static_cast<double*>(T);
   if (cached_) {
-    first_step(data, A, L);
+    first_step(data, A, L, false);
     return kernels_->forward_rest(data, shape_);
   }
   const DigitSource digits(A, L, shape_.n, shape_.b);
@@ -127,24 +146,38 @@ void btp_t::inverse_points(void* TA, const void* TB, void* scratch) const {
 void btp_t::product(u64* out, const u64* A, u64 LA, const u64* B, u64 LB, void* TA, void* TB,
                     void* scratch) const {
   const bool is_square = B == nullptr;
-  if (!is_square) forward(TB, B, LB, scratch);
+  const u64 n = is_square ? 2 * LA : LA + LB;
   if (!cached_) {
+    if (!is_square) forward(TB, B, LB, scratch);
     forward(TA, A, LA, scratch);
-    return inverse(out, is_square ? 2 * LA : LA + LB, TA, is_square ? TA : TB, scratch, true);
+    return inverse(out, n, TA, is_square ? TA : TB, scratch, true);
   }
   require_table();
   auto* const data = static_cast<double*>(TA);
-  first_step(data, A, LA);
-  kernels_->product_rest(data, is_square ? data : static_cast<const double*>(TB), shape_);
-  last_step(out, is_square ? 2 * LA : LA + LB, data, scratch);
+  auto* const other = static_cast<double*>(is_square ? TA : TB);
+  // By Cauchy and Schwarz no point is larger than the product of the operands' norms. For all but the most
+  // unusual operands that is a third of what the number of terms allows for.
+  const double largest = largest_point(n);
+  bool pairs = pairs_fit(largest, shape_.b);
+  const bool norms = !pairs && pairs_fit(largest / 3, shape_.b);
+  double norm_b = 0;
+  if (!is_square) {
+    norm_b = first_step(other, B, LB, norms);
+    kernels_->forward_rest(other, shape_);
+  }
+  const double norm_a = first_step(data, A, LA, norms);
+  if (norms) pairs = pairs_fit(std::sqrt(norm_a * (is_square ? norm_a : norm_b)) * (1 + 1e-6), shape_.b);
+  kernels_->product_rest(data, other, shape_);
+  last_step(out, n, data, pairs, scratch);
 }
 
 void btp_t::inverse(u64* out, u64 n, void* TA, const void* TB, void* scratch, bool words) const {
   auto* const data = static_cast<double*>(TA);
   const auto* const other = static_cast<const double*>(TB);
+  const bool pairs = words && pairs_fit(largest_point(n), shape_.b);
   if (cached_) {
     kernels_->inverse_rest(data, other, shape_);
-    if (words) last_step(out, n, data, scratch);
+    if (words) last_step(out, n, data, pairs, scratch);
     return;
   }
 
@@ -154,19 +187,18 @@ void btp_t::inverse(u64* out, u64 n, void* TA, const void* TB, void* scratch, bo
   u64 pieces = 1;
   while (pieces < MAX_CARRY_PIECES && quarter / pieces >= 2 * MIN_PIECE_POINTS) pieces *= 2;
   const u64 points = quarter / pieces, run_bytes = points * shape_.b / 8;
+  const Runs runs{nullptr, 0, static_cast<u8*>(scratch), 8 * pieces, run_bytes};
   s64 carries[8 * MAX_CARRY_PIECES];
   const auto carry = [&](u64 piece, Worker worker) {
     s64 top[8];
-    const CarryRuns runs{static_cast<u8*>(scratch) + piece * run_bytes, quarter * shape_.b / 8, points / 8,
-                         terms(n), top};
-    kernels_->carry(data + piece * 2 * points, 2 * quarter, false, shape_, runs);
+    CarryRuns lanes{{}, points / 8, pairs, top};
+    for (u64 h = 0; h < 8; h++) lanes.out[h] = runs.at(h * pieces + piece);
+    kernels_->carry(data + piece * 2 * points, 2 * quarter, false, shape_, lanes);
     for (u64 h = 0; h < 8; h++) carries[h * pieces + piece] = top[h];
     tick(worker);
   };
   auto* const product = static_cast<u64*>(scratch);
-  const auto finish = [&](u64, Worker) {
-    finish_carries(product, plan_.capacity_bits / 64, carries, 8 * pieces, run_bytes);
-  };
+  const auto finish = [&](u64, Worker) { finish_carries(runs, carries); };
   const auto copy = [&](u64 piece, Worker) {
     const u64 first = n * piece / pieces, end = n * (piece + 1) / pieces;
     std::memcpy(out + first, product + first, 8 * (end - first));
