@@ -219,14 +219,6 @@ struct Ifma {
     x2 = sub(add(y0, k.p4), y2);
     x3 = sub(add(y1, k.p2), y3);
   }
-  // Output NUMBER of a last inverse3 before the recombination: from [0, 2) to [0, 8).
-  template <u32 NUMBER>
-  NTT_INLINE V inverse3_root(V a, V b, V c, const Tw& minus_half, const Tw& third, const K& k) {
-    const V sum = add(b, c);
-    if constexpr (NUMBER == 0) return add(a, sum);
-    const V m = add(a, mul(sum, minus_half, k)), n = mul(sub(add(b, k.p2), c), third, k);
-    return NUMBER == 1 ? add(m, n) : sub(add(m, k.p2), n);
-  }
   // From [0, 2): b + c < 4, everything < 8. Returns [0, 1.1).
   NTT_INLINE void inverse3(V& x0, V& x1, V& x2, const Tw& minus_half, const Tw& third, const K& k) {
     const V a = x0, b = x1, c = x2;

@@ -175,7 +175,7 @@ inline Ahead columns_ahead(const Shape& shape, const u64* x, u32 primes) {
 // What is left of the columns' inverse when their residues are recombined: where eight runs are recombined
 // side by side, the last step, which joins parts of the tile, is taken on the way, and what it makes is
 // neither reduced nor stored.
-enum class LastStep { none, four, eight, thirds };
+enum class LastStep { none, four, eight };
 
 // The rows of a tile in groups of RUNS: the same rows of all parts that four or eight are joined from,
 // otherwise neighbours.
@@ -196,30 +196,20 @@ template <class F, LastStep STEP> class Residues {
 public:
   Residues(const Shape& shape, const u64* x) : T_(shape.tile()), stride_(shape.rows() * T_), x_(x) {
     if constexpr (STEP != LastStep::none) {
-      part_ = STEP == LastStep::thirds ? stride_ / 3 : STEP == LastStep::four ? stride_ / 4 : stride_ / 8;
+      part_ = STEP == LastStep::four ? stride_ / 4 : stride_ / 8;
       for (u32 i = 0; i < shape.w; i++) {
         const PrimeTable& table = prime_table(F::BACKEND, i);
         const Tree tree = column_tree<F>(shape, table, 1, 0);
         const Node<F> root{tree, 0, 0};
         Prime& prime = primes_[i];
         prime.k = typename F::K(table.p);
-        if (STEP == LastStep::thirds) {
-          prime.factors[0] = F::broadcast(table.minus_half);
-          prime.factors[1] = F::broadcast(table.third[1]);
-          continue;
-        }
         prime.factors[4] = root.at(1, 1);
         for (u64 t = 0; t < 4 && STEP == LastStep::eight; t++) prime.factors[t] = root.at(2, t);
       }
     }
   }
   // The group that begins with `row`.
-  void select(u64 row) {
-    row_ = x_ + row * T_;
-    if (STEP != LastStep::thirds) return;
-    third_ = row * T_ / part_;
-    row_ -= third_ * part_;
-  }
+  void select(u64 row) { row_ = x_ + row * T_; }
   // Of run 0, points t and on of prime i.
   const u64* points(u32 i, u64 t) const { return row_ + i * stride_ + t; }
   // A vector of prime i from point t on of every run, run l's in v[l]: in [0, 8).
@@ -244,42 +234,26 @@ public:
       for (u32 n = 0; n < 4; n++) F::inverse2(v[2 * n], v[2 * n + 1], factors[n], k);
 #pragma GCC unroll 2
       for (u32 n = 0; n < 2; n++) F::inverse4_root(v[n], v[2 + n], v[4 + n], v[6 + n], factors[4], k);
-    } else if (third_ == 0) {
-      join_thirds<0>(x, v, factors, k);
-    } else if (third_ == 1) {
-      join_thirds<1>(x, v, factors, k);
-    } else {
-      join_thirds<2>(x, v, factors, k);
     }
   }
 
 private:
   struct Prime {
     typename F::K k{1};
-    typename F::Tw factors[5]; // of a third: -1/2 and (w - w^2) / 2; else of the radix-2 steps, and e(-1/4)
+    typename F::Tw factors[5]; // of the four radix-2 steps, and e(-1/4)
   };
-  template <u32 NUMBER>
-  [[gnu::always_inline]] void join_thirds(const u64* x, V (&v)[8], const typename F::Tw* factors,
-                                          const typename F::K& k) const {
-#pragma GCC unroll 8
-    for (u32 run = 0; run < 8; run++) {
-      const u64* const y = x + run * T_;
-      v[run] = F::template inverse3_root<NUMBER>(F::load(y), F::load(y + part_), F::load(y + 2 * part_),
-                                                 factors[0], factors[1], k);
-    }
-  }
-
-  u64 T_, stride_, part_ = 0, third_ = 0; // words
+  u64 T_, stride_, part_ = 0; // words
   const u64 *x_, *row_ = nullptr;
   Prime primes_[STEP == LastStep::none ? 1 : MAX_PRIMES];
 };
 
-// The last step that is left to the recombination of an output of n words. Joined rows lie all over the tile,
-// which costs more than it saves where much of the tile's end lies beyond the output.
+// The last step that is left to the recombination of an output of n words. Joining thirds on the way would
+// load each row three times. Joined rows lie all over the tile, which costs more than it saves where much of
+// the tile's end lies beyond the output.
 inline LastStep last_step(const Shape& shape, u64 n) {
-  if (shape.r == 3) return LastStep::thirds;
   const u32 levels = levels_of_step(shape.log_rows);
-  if (levels < 2 || levels >= shape.log_rows || n < shape.capacity_words() / 8 * 7) return LastStep::none;
+  if (shape.r == 3 || levels < 2 || levels >= shape.log_rows) return LastStep::none;
+  if (n < shape.capacity_words() / 8 * 7) return LastStep::none;
   return levels == 2 ? LastStep::four : LastStep::eight;
 }
 
@@ -307,7 +281,7 @@ void inverse_columns(const Shape& shape, const u64* data, u64 tile, LastStep las
       const Tree tree = column_tree<F>(shape, c.table, 1, third);
       inverse<F>(tree, c, x + third * M, size_log, 0, 0, matrix);
     }
-    if (shape.r == 3 && last == LastStep::none) {
+    if (shape.r == 3) {
       for (u64 t = 0; t < M; t += F::LANES) {
         auto x0 = F::load(x + t), x1 = F::load(x + t + M), x2 = F::load(x + t + 2 * M);
         F::inverse3(x0, x1, x2, c.minus_half, c.third[1], c.k);
@@ -379,8 +353,6 @@ void inverse_tile_of(const Shape& shape, const u64* data, u64 tile, const Output
       return inverse_tile_by<F, W, LastStep::four>(shape, data, tile, output, area);
     case LastStep::eight:
       return inverse_tile_by<F, W, LastStep::eight>(shape, data, tile, output, area);
-    case LastStep::thirds:
-      return inverse_tile_by<F, W, LastStep::thirds>(shape, data, tile, output, area);
     case LastStep::none:
       break;
     }
