@@ -38,6 +38,25 @@ TEST(HntProducts, ShapeBoundaries) {
   }
 }
 
+// Outputs that end within a row of every part of the tiles, or before: how rows are put together in groups
+// depends on how much of the shape an output fills.
+TEST(HntProducts, OutputsShortOfTheShape) {
+  std::mt19937_64 random(8);
+  for (const simd::Isa isa : every_isa()) {
+    const Forced forced(isa);
+    for (const u64 words : boundaries(short_run() ? 36000 : 150000)) {
+      const Record record(words, 1);
+      const u64 part = words / 8 / 8 * 8;
+      for (const u64 n : {words - words / 16 - 3, 7 * part, 7 * part - 1, words / 2 + random() % 100}) {
+        const Words a = operand(n / 2, Pattern::ones, random), b = operand(n - n / 2, Pattern::ones, random);
+        ASSERT_EQ(difference(record.product(a, b), expected_product(a, b)), "")
+            << n << " of " << words << " words, " << name(isa) << ", w " << record->shape().w << " N "
+            << record->shape().N();
+      }
+    }
+  }
+}
+
 TEST(HntProducts, UnequalLengthsAndSquares) {
   std::mt19937_64 random(2);
   const int rounds = scale(4);

@@ -11,7 +11,7 @@
 //   where
 //     15 (2^48 - p) < 0.07 p for every prime of the set: in [0, 1.1).
 //
-// Forward values lie in [2, 12), inverse values in [0, 3), packed ones in [0, 1).
+// Forward values lie in [2, 12), inverse values in [0, 3), in columns [0, 2), packed ones in [0, 1).
 #pragma once
 
 // GCC 12 takes the deliberately undefined pass-through operands of its own intrinsics for mistakes.
@@ -35,7 +35,7 @@ struct Ifma {
   using V = __m512i;
   static constexpr Backend BACKEND = Backend::ifma;
   static constexpr u32 LANES = 8, LOG_LANES = 3;
-  static constexpr bool PACKS = true;
+  static constexpr bool PACKS = true, SETTLES = true;
   static constexpr u64 MASK = (u64{1} << 52) - 1;
 
   struct Tw {
@@ -192,8 +192,8 @@ struct Ifma {
     x1 = mul(sub(add(x0, k.p8), x1), s, k);
     x0 = t;
   }
-  // y0, y2 < 6; y1, y3 < 1.5, from differences below 7: 1 + 1.14 * 7 / 16; y0 + y2 < 12, y0 - y2 + 8 < 14. y1
-  // + y3 < 3 stays as it is.
+  // y0, y2 < 6; y1, y3 < 1.5, from differences below 7: 1 + 1.14 * 7 / 16; y0 + y2 < 12, y0 - y2 + 8 < 14.
+  // y1 + y3 < 3 stays as it is; inverse4_settled reduces it to return [0, 2).
   NTT_INLINE void inverse4(V& x0, V& x1, V& x2, V& x3, const Tw& s2, const Tw& s, const Tw& is, const K& k) {
     const V y0 = add(x0, x1), y1 = mul(sub(add(x0, k.p4), x1), s, k);
     const V y2 = add(x2, x3), y3 = mul(sub(add(x2, k.p4), x3), is, k);
@@ -201,6 +201,11 @@ struct Ifma {
     x2 = mul(sub(add(y0, k.p8), y2), s2, k);
     x1 = add(y1, y3);
     x3 = mul(sub(add(y1, k.p2), y3), s2, k);
+  }
+  NTT_INLINE void inverse4_settled(V& x0, V& x1, V& x2, V& x3, const Tw& s2, const Tw& s, const Tw& is,
+                                   const K& k) {
+    inverse4(x0, x1, x2, x3, s2, s, is, k);
+    x1 = red(x1, k);
   }
   // The same to reduced values.
   NTT_INLINE void inverse4_reduced(V& x0, V& x1, V& x2, V& x3, const Tw& s2, const Tw& s, const Tw& is,
@@ -211,6 +216,15 @@ struct Ifma {
     x2 = reduce_once(mul(sub(add(y0, k.p8), y2), s2, k), k);
     x1 = reduce(add(y1, y3), k);
     x3 = reduce_once(mul(sub(add(y1, k.p2), y3), s2, k), k);
+  }
+  // At the root (s = 1), which nothing but the recombination follows: from [0, 2) to [0, 8).
+  NTT_INLINE void inverse4_root(V& x0, V& x1, V& x2, V& x3, const Tw& i, const K& k) {
+    const V y0 = add(x0, x1), y1 = sub(add(x0, k.p2), x1);
+    const V y2 = add(x2, x3), y3 = mul(sub(add(x2, k.p2), x3), i, k);
+    x0 = add(y0, y2);
+    x1 = add(y1, y3);
+    x2 = sub(add(y0, k.p4), y2);
+    x3 = sub(add(y1, k.p2), y3);
   }
   // From [0, 3): b + c < 6, everything < 9. Returns [0, 1.1).
   NTT_INLINE void inverse3(V& x0, V& x1, V& x2, const Tw& minus_half, const Tw& third, const K& k) {

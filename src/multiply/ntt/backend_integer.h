@@ -16,7 +16,7 @@ struct Integer {
   using V = u64;
   static constexpr Backend BACKEND = Backend::integer1;
   static constexpr u32 LANES = 1;
-  static constexpr bool PACKS = false;
+  static constexpr bool PACKS = false, SETTLES = false;
 
   struct Tw {
     u64 w, q;

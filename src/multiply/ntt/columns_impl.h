@@ -172,19 +172,111 @@ inline Ahead columns_ahead(const Shape& shape, const u64* x, u32 primes) {
   return {x, shape.row_stride(), (shape.words_of(shape.tile()) + 7) / 8, primes * shape.rows()};
 }
 
+// What is left of the columns' inverse when their residues are recombined: where eight runs are recombined
+// side by side, the last step, which joins parts of the tile, is taken on the way, and what it makes is
+// neither reduced nor stored.
+enum class LastStep { none, four, eight };
+
+// The rows of a tile in groups of RUNS: the same rows of all parts that four or eight are joined from,
+// otherwise neighbours.
+struct Groups {
+  u64 rows, runs;
+  u32 parts_log;
+  u64 first(u64 group) const { return group * (runs >> parts_log); }
+  u64 row(u64 group, u64 run) const {
+    const u64 of_part = runs >> parts_log;
+    return run / of_part * (rows >> parts_log) + first(group) + run % of_part;
+  }
+};
+
+// The residues of the runs of a group.
+template <class F, LastStep STEP> class Residues {
+  using V = typename F::V;
+
+public:
+  Residues(const Shape& shape, const u64* x) : T_(shape.tile()), stride_(shape.rows() * T_), x_(x) {
+    if constexpr (STEP != LastStep::none) {
+      part_ = STEP == LastStep::four ? stride_ / 4 : stride_ / 8;
+      for (u32 i = 0; i < shape.w; i++) {
+        const PrimeTable& table = prime_table(F::BACKEND, i);
+        const Tree tree = column_tree<F>(shape, table, 1, 0);
+        const Node<F> root{tree, 0, 0};
+        Prime& prime = primes_[i];
+        prime.k = typename F::K(table.p);
+        prime.factors[4] = root.at(1, 1);
+        for (u64 t = 0; t < 4 && STEP == LastStep::eight; t++) prime.factors[t] = root.at(2, t);
+      }
+    }
+  }
+  // The group that begins with `row`.
+  void select(u64 row) { row_ = x_ + row * T_; }
+  // Of run 0, points t and on of prime i.
+  const u64* points(u32 i, u64 t) const { return row_ + i * stride_ + t; }
+  // A vector of prime i from point t on of every run, run l's in v[l]: in [0, 8).
+  [[gnu::always_inline]] void load(u32 i, u64 t, V (&v)[8]) const {
+    const u64* const x = points(i, t);
+    const typename F::Tw* const factors = primes_[STEP == LastStep::none ? 0 : i].factors;
+    const typename F::K& k = primes_[STEP == LastStep::none ? 0 : i].k;
+    if constexpr (STEP == LastStep::none) {
+#pragma GCC unroll 8
+      for (u32 run = 0; run < 8; run++) v[run] = F::load(x + run * T_);
+    } else if constexpr (STEP == LastStep::four) {
+#pragma GCC unroll 2
+      for (u32 row = 0; row < 2; row++) {
+#pragma GCC unroll 4
+        for (u32 part = 0; part < 4; part++) v[2 * part + row] = F::load(x + part * part_ + row * T_);
+        F::inverse4_root(v[row], v[2 + row], v[4 + row], v[6 + row], factors[4], k);
+      }
+    } else if constexpr (STEP == LastStep::eight) {
+#pragma GCC unroll 8
+      for (u32 part = 0; part < 8; part++) v[part] = F::load(x + part * part_);
+#pragma GCC unroll 4
+      for (u32 n = 0; n < 4; n++) F::inverse2(v[2 * n], v[2 * n + 1], factors[n], k);
+#pragma GCC unroll 2
+      for (u32 n = 0; n < 2; n++) F::inverse4_root(v[n], v[2 + n], v[4 + n], v[6 + n], factors[4], k);
+    }
+  }
+
+private:
+  struct Prime {
+    typename F::K k{1};
+    typename F::Tw factors[5]; // of the four radix-2 steps, and e(-1/4)
+  };
+  u64 T_, stride_, part_ = 0; // words
+  const u64 *x_, *row_ = nullptr;
+  Prime primes_[STEP == LastStep::none ? 1 : MAX_PRIMES];
+};
+
+// The last step that is left to the recombination of an output of n words. Joining thirds on the way would
+// load each row three times. Joined rows lie all over the tile, which costs more than it saves where much of
+// the tile's end lies beyond the output.
+inline LastStep last_step(const Shape& shape, u64 n) {
+  const u32 levels = levels_of_step(shape.log_rows);
+  if (shape.r == 3 || levels < 2 || levels >= shape.log_rows) return LastStep::none;
+  if (n < shape.capacity_words() / 8 * 7) return LastStep::none;
+  return levels == 2 ? LastStep::four : LastStep::eight;
+}
+
+// Columns of tile `tile` up to `last`, into the area.
 template <class F, u32 W>
-void inverse_tile_of(const Shape& shape, const u64* data, u64 tile, const Output& output, u64* area) {
-  const u64 T = shape.tile(), R = shape.rows(), stride = R * T, column = shape.words_of(tile * T);
-  const u32 fetched = primes_ahead<W>(shape);
+void inverse_columns(const Shape& shape, const u64* data, u64 tile, LastStep last, u32 fetched, u64* area) {
+  const u64 T = shape.tile(), column = shape.words_of(tile * T);
   for (u32 i = 0; i < W; i++) {
     const Constants<F> c(prime_table(F::BACKEND, i));
-    u64* const x = area + i * stride;
+    u64* const x = area + i * shape.rows() * T;
     // Read only: the inverse takes its rows from the matrix and leaves it alone.
     u64* const from = const_cast<u64*>(data) + i * shape.prime_stride() + column;
     const MatrixRows<F> matrix{shape.log_tile, x, from, shape.row_stride(), false, shape.packed};
     if (i + fetched < W) c.ahead = columns_ahead(shape, from + fetched * shape.prime_stride(), 1);
     const u32 size_log = shape.log_rows + shape.log_tile;
     const u64 M = u64{1} << size_log;
+    if (last == LastStep::four || last == LastStep::eight) {
+      const u32 levels = last == LastStep::four ? 2 : 3;
+      const Tree tree = column_tree<F>(shape, c.table, 1, 0);
+      for (u64 t = 0; t < u64{1} << levels; t++)
+        inverse<F>(tree, c, x + t * (M >> levels), size_log - levels, levels, t, matrix);
+      continue;
+    }
     for (u32 third = 0; third < shape.r; third++) {
       const Tree tree = column_tree<F>(shape, c.table, 1, third);
       inverse<F>(tree, c, x + third * M, size_log, 0, 0, matrix);
@@ -199,26 +291,35 @@ void inverse_tile_of(const Shape& shape, const u64* data, u64 tile, const Output
       }
     }
   }
+}
+
+template <class F, u32 W, LastStep STEP>
+void inverse_tile_by(const Shape& shape, const u64* data, u64 tile, const Output& output, u64* area) {
+  const u64 T = shape.tile(), R = shape.rows();
+  const u32 fetched = primes_ahead<W>(shape);
+  inverse_columns<F, W>(shape, data, tile, STEP, fetched, area);
   const Recombiner<F, W> recombiner(shape, output.bias);
+  constexpr u64 RUNS = Recombiner<F, W>::RUNS;
+  const Groups groups{R, RUNS, STEP == LastStep::four ? 2u : STEP == LastStep::eight ? 3u : 0u};
+  Residues<F, STEP> residues(shape, area);
   u64 top = 0;
   const u64 run_words = shape.run_words(), overhang = shape.overhang_words();
-  const u64 runs_of_row = shape.tiles();
+  const auto word_of = [&](u64 row) { return (row * shape.tiles() + tile) * run_words; };
   Ahead next_tile;
   if (tile + 1 < shape.tiles())
     next_tile = columns_ahead(shape, data + shape.words_of((tile + 1) * T), fetched);
-  for (u64 row = 0; row < R; row += recombiner.RUNS) {
-    const u64 first = (row * runs_of_row + tile) * run_words;
-    if (first >= output.n) break;
+  for (u64 group = 0; group < R / RUNS; group++) {
+    if (word_of(groups.first(group)) >= output.n) break;
     // Runs that do not end within the output are completed aside.
-    alignas(64) u64 aside[recombiner.RUNS][MAX_RUN_WORDS];
+    alignas(64) u64 aside[RUNS][MAX_RUN_WORDS];
     RunsTo to;
-    to.overhang = output.overhang + (tile * R + row) * overhang;
-    for (u64 i = 0; i < recombiner.RUNS; i++) {
-      const u64 word = first + i * runs_of_row * run_words;
+    for (u64 i = 0; i < RUNS; i++) {
+      const u64 row = groups.row(group, i), word = word_of(row);
       to.words[i] = word + run_words <= output.n ? output.words + word : aside[i];
+      to.overhang[i] = output.overhang + (tile * R + row) * overhang;
     }
-    for (u64 i = 0; i < recombiner.RUNS; i++) { // the next group's words
-      const u64 word = first + (recombiner.RUNS + i) * runs_of_row * run_words;
+    for (u64 i = 0; i < RUNS && group + 1 < R / RUNS; i++) { // the next group's words
+      const u64 word = word_of(groups.row(group + 1, i));
       if (word + run_words > output.n) break;
       const u64* const words = output.words + word;
       if (recombiner.STREAMS && shape.stream) { // but for the lines that it shares with its neighbours
@@ -228,10 +329,10 @@ void inverse_tile_of(const Shape& shape, const u64* data, u64 tile, const Output
       }
       for (u64 j = 0; j < run_words + 7; j += 8) __builtin_prefetch(words + j, 1, 3);
     }
-    recombiner.put_runs(to, area + row * T, stride, output.top == nullptr ? nullptr : &top, next_tile,
-                        fetched * recombiner.RUNS);
-    for (u64 i = 0; i < recombiner.RUNS; i++) {
-      const u64 word = first + i * runs_of_row * run_words;
+    residues.select(groups.first(group));
+    recombiner.put_runs(to, residues, output.top == nullptr ? nullptr : &top, next_tile, fetched * RUNS);
+    for (u64 i = 0; i < RUNS; i++) {
+      const u64 word = word_of(groups.row(group, i));
       if (to.words[i] == aside[i] && word < output.n)
         std::memcpy(output.words + word, aside[i], 8 * (output.n - word));
     }
@@ -242,6 +343,21 @@ void inverse_tile_of(const Shape& shape, const u64* data, u64 tile, const Output
     while (seen < top && !output.top->compare_exchange_weak(seen, top, std::memory_order_relaxed)) {
     }
   }
+}
+
+template <class F, u32 W>
+void inverse_tile_of(const Shape& shape, const u64* data, u64 tile, const Output& output, u64* area) {
+  if constexpr (F::BACKEND == Backend::ifma) {
+    switch (last_step(shape, output.n)) {
+    case LastStep::four:
+      return inverse_tile_by<F, W, LastStep::four>(shape, data, tile, output, area);
+    case LastStep::eight:
+      return inverse_tile_by<F, W, LastStep::eight>(shape, data, tile, output, area);
+    case LastStep::none:
+      break;
+    }
+  }
+  inverse_tile_by<F, W, LastStep::none>(shape, data, tile, output, area);
 }
 
 template <class F>

@@ -12,7 +12,7 @@ struct Lanes4 {
   using V = __m256d;
   using I = __m256i;
   static constexpr Backend BACKEND = Backend::double4;
-  static constexpr bool PACKS = false;
+  static constexpr bool PACKS = false, SETTLES = false;
   static constexpr u32 LANES = 4, LOG_LANES = 2;
 
   NTT_INLINE V set(double x) { return _mm256_set1_pd(x); }

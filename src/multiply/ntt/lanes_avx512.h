@@ -19,7 +19,7 @@ struct Lanes8 {
   using V = __m512d;
   using I = __m512i;
   static constexpr Backend BACKEND = Backend::double8;
-  static constexpr bool PACKS = false;
+  static constexpr bool PACKS = false, SETTLES = false;
   static constexpr u32 LANES = 8, LOG_LANES = 3;
 
   NTT_INLINE V set(double x) { return _mm512_set1_pd(x); }

@@ -176,16 +176,25 @@ void step4_forward(const Node<F>& n, const typename F::K& constants, const Parts
       F::forward4(x[0], x[1], x[2], x[3], s2, s, is, k);
   });
 }
-template <class F, Form FROM, Form TO>
+// SETTLED: values as small as the recombination wants them, which backends with SETTLES otherwise leave
+// larger.
+template <class F, bool SETTLED, Form TO>
+[[gnu::always_inline]] inline void
+inverse4(typename F::V& x0, typename F::V& x1, typename F::V& x2, typename F::V& x3, const typename F::Tw& s2,
+         const typename F::Tw& s, const typename F::Tw& is, const typename F::K& k) {
+  if constexpr (TO == Form::packed)
+    F::inverse4_reduced(x0, x1, x2, x3, s2, s, is, k);
+  else if constexpr (SETTLED && F::SETTLES)
+    F::inverse4_settled(x0, x1, x2, x3, s2, s, is, k);
+  else
+    F::inverse4(x0, x1, x2, x3, s2, s, is, k);
+}
+template <class F, Form FROM, Form TO, bool SETTLED>
 void step4_inverse(const Node<F>& n, const typename F::K& constants, const Parts& parts, u64 M) {
   const typename F::K k = constants;
   const auto s2 = n.at(0, 0), s = n.at(1, 0), is = n.at(1, 1);
-  for_vectors<F, 4, true, FROM, TO>(parts, M, [&](auto* x) {
-    if constexpr (TO == Form::packed)
-      F::inverse4_reduced(x[0], x[1], x[2], x[3], s2, s, is, k);
-    else
-      F::inverse4(x[0], x[1], x[2], x[3], s2, s, is, k);
-  });
+  for_vectors<F, 4, true, FROM, TO>(
+      parts, M, [&](auto* x) { inverse4<F, SETTLED, TO>(x[0], x[1], x[2], x[3], s2, s, is, k); });
 }
 // At the root, with nothing in the upper half.
 template <class F> void step4_forward_half(const Constants<F>& c, u64* d, u64 M) {
@@ -211,15 +220,10 @@ template <class F, Form FROM = Form::plain>
       F::forward4(x[t], x[t + 2], x[t + 4], x[t + 6], s2, s, is, k);
   }
 }
-template <class F, Form TO = Form::plain>
+template <class F, Form TO = Form::plain, bool SETTLED = false>
 [[gnu::always_inline]] inline void join8(const Node<F>& n, typename F::V* x, const typename F::K& k) {
   const auto s2 = n.at(0, 0), s = n.at(1, 0), is = n.at(1, 1);
-  for (u32 t = 0; t < 2; t++) {
-    if constexpr (TO == Form::packed)
-      F::inverse4_reduced(x[t], x[t + 2], x[t + 4], x[t + 6], s2, s, is, k);
-    else
-      F::inverse4(x[t], x[t + 2], x[t + 4], x[t + 6], s2, s, is, k);
-  }
+  for (u32 t = 0; t < 2; t++) inverse4<F, SETTLED, TO>(x[t], x[t + 2], x[t + 4], x[t + 6], s2, s, is, k);
 }
 
 // A radix-8 step: a radix-4 step over both halves of every quarter, then a radix-2 step in each quarter.
@@ -232,12 +236,12 @@ void step8_forward(const Node<F>& n, const typename F::K& constants, const Parts
     settle<F, 8, TO>(x, k);
   });
 }
-template <class F, Form FROM, Form TO>
+template <class F, Form FROM, Form TO, bool SETTLED>
 void step8_inverse(const Node<F>& n, const typename F::K& constants, const Parts& parts, u64 M) {
   const typename F::K k = constants;
   for_vectors<F, 8, true, FROM, TO>(parts, M, [&](auto* x) {
     for (u64 t = 0; t < 4; t++) F::inverse2(x[2 * t], x[2 * t + 1], n.at(2, t), k);
-    join8<F, TO>(n, x, k);
+    join8<F, TO, SETTLED>(n, x, k);
   });
 }
 
@@ -250,12 +254,12 @@ void step_forward(u32 steps, const Node<F>& node, const typename F::K& k, const 
   else
     step2_forward<F, FROM, TO>(node, k, d, M);
 }
-template <class F, Form FROM = Form::plain, Form TO = Form::plain>
+template <class F, Form FROM = Form::plain, Form TO = Form::plain, bool SETTLED = false>
 void step_inverse(u32 steps, const Node<F>& node, const typename F::K& k, const Parts& d, u64 M) {
   if (steps == 2)
-    step4_inverse<F, FROM, TO>(node, k, d, M);
+    step4_inverse<F, FROM, TO, SETTLED>(node, k, d, M);
   else if (steps == 3)
-    step8_inverse<F, FROM, TO>(node, k, d, M);
+    step8_inverse<F, FROM, TO, SETTLED>(node, k, d, M);
   else
     step2_inverse<F, FROM, TO>(node, k, d, M);
 }
@@ -468,6 +472,7 @@ constexpr u32 levels_of_step(u32 left) {
 
 // What stands at the bottom of the recursion below. Base blocks, in place.
 template <class F> struct BaseBlocks {
+  static constexpr bool SETTLED = false;
   static constexpr u32 STOP_LOG = shape_of(F::BACKEND).base_log;
   static constexpr u32 stop_log() { return STOP_LOG; }
   void forward(u32 steps, const Node<F>& node, const Constants<F>& c, const u64* from, u64* d) const {
@@ -495,6 +500,7 @@ template <class F> struct PackedBlocks : BaseBlocks<F> {
 // Rows of a tile, row i at base + i 2^log_tile, which the last forward step brings to the matrix and the
 // first inverse step fetches from there, row i at matrix + i stride.
 template <class F> struct MatrixRows {
+  static constexpr bool SETTLED = true;
   u32 log_tile;
   u64* base;
   u64* matrix;
@@ -518,9 +524,9 @@ template <class F> struct MatrixRows {
     c.ahead.advance(u64{1} << steps);
     const Parts parts{row_of(d), stride, d, T};
     if constexpr (F::PACKS) {
-      if (packed) return step_inverse<F, Form::packed>(steps, node, c.k, parts, T);
+      if (packed) return step_inverse<F, Form::packed, Form::plain, SETTLED>(steps, node, c.k, parts, T);
     }
-    step_inverse<F>(steps, node, c.k, parts, T);
+    step_inverse<F, Form::plain, Form::plain, SETTLED>(steps, node, c.k, parts, T);
   }
 };
 
@@ -548,7 +554,7 @@ void inverse(const Tree& tree, const Constants<F>& c, u64* d, u32 size_log, u32 
   for (u64 t = 0; t < u64{1} << steps; t++) {
     inverse<F>(tree, c, d + t * M, part_log, level + steps, (j << steps) + t, bottom);
   }
-  step_inverse<F>(steps, node, c.k, in_place(d, M), M);
+  step_inverse<F, Form::plain, Form::plain, Bottom::SETTLED>(steps, node, c.k, in_place(d, M), M);
 }
 
 // The same with the first or the last step from or to a packed row; of more than one step.

@@ -4,20 +4,27 @@
 // Coefficients. With P the product of the W primes and M_i = P / p_i, residue i arrives as
 // y_i = x_i / (g_i M_i) modulo p_i, g_i a small multiplier (see twiddles.h), so that the coefficient is
 //     c = sum of y_i g_i M_i  - q P,   0 <= c < P,   q = floor(sum of y_i g_i / p_i).
-// The y_i are in [0, 4), in units of p_i, and not reduced: q < 4 * 8 * 11 < 2^9. The second sum is formed in
-// units of 2^-36: floor(y_i f_i / 2^52) with f_i = floor(2^88 g_i / p_i) falls short by less than 1.25, all of
-// them by less than 10. A right coefficient is below 2^k <= P, k an integer (see shape.h), while P is at most
-// a twentieth below 2^(48 W): c / P < 0.53. So the floor of the sum and 1/4 is q, and what is left of the sum
-// is c / P.
+// The sum is formed by pairs of primes, and what is left of an odd number, which takes fewer multiplications:
+//     u = y_i g_i p_j + y_j g_j p_i,   c = sum of u N - q P,   N = P / (p_i p_j) < 2^(48 (W - 2)).
+// The y_i are in [0, 8), in units of p_i, and not reduced. A bias is a sum of the same kind with y_i in
+// [0, 1), formed once. With G the sum of the g_i, at most 24, q <= 9 G < Q = 9 G + 1 <= 217.
+//
+// The sum of the fractions u / (p_i p_j) is formed in units of 2^-36: u has two limbs of base 2^52 and is
+// below 8 * 16 * 2^96 = 2^103, v is its upper limb less a carry of the lower one, and floor(v f / 2^52) with
+// 2^140 / (p_i p_j) - 3 < f falls short by less than 3, that of an odd prime, floor(y f / 2^52) with
+// f = floor(2^88 g / p), by less than 2, the bias by less than 2: all of them by less than 14. A right
+// coefficient is below 2^k <= P, k an integer (see shape.h), while P is at most a twentieth below 2^(48 W):
+// c / P < 0.53. So the floor of the sum and 1/4 is q, and what is left of the sum is c / P.
+//
+// For -q P the u of the first pair, below 16 * 2^96, is raised by (Q - q) p_0 p_1, to less than 2^104, and
+// every sum begins with -Q P. Limb j < W - 1 of a sum gathers at most 4 halves from each pair, 2 from an odd
+// prime and what it begins with, below 17 * 2^52; the highest makes up the rest and may be negative.
 //
 // Words. The runs are summed in base 2^52 without carries. Coefficient t adds 2^(t b) c: with t b = 52 k + s
-// the factors g_i M_i 2^s < 2^(48 (W - 1) + 4 + 52) have W limbs, and the low and high halves of y_i times
-// limb j go to limbs k + j and k + j + 1. For -P 2^s = l - h 2^(52 W), 0 < l < 2^(52 W), q l is added alike
-// and q h, below 2^50, is taken from limb k + W. The limbs of a coefficient are summed by themselves and then
-// added to those that the last ones have reached; those below the next coefficient's are complete and leave
-// with their carry, which may be negative. A limb gathers at most 2 W + 2 halves from one coefficient, and
-// W + 1 coefficients reach it, b being at least 52: below 2^5 2^4 2^52. At the end 16 limbs are packed into
-// 13 words, and lanes are transposed into runs.
+// limb j of c adds the lower 52 bits of 2^s times it to limb k + j, the others, below 17 * 2^s, to limb
+// k + j + 1. The limbs below the next coefficient's are complete and leave with their carry, which may be
+// negative. W + 1 coefficients reach a limb, b being at least 52: below 9 * 10 * 2^52. At the end 16 limbs
+// are packed into 13 words, and lanes are transposed into runs.
 #pragma once
 
 #include <algorithm>
@@ -42,50 +49,57 @@ public:
       : T_(shape.tile()), run_words_(shape.run_words()), overhang_(shape.overhang_words()),
         stream_(shape.stream) {
     const u32 set = transform_set(Ifma::BACKEND, W);
-    alignas(64) u64 shift[MAX_TILE];
     for (u64 t = 0; t <= T_; t++) at_[t] = static_cast<u32>(t * shape.b / 52);
-    for (u64 t = 0; t < T_; t++) shift[t] = t * shape.b % 52;
-    for (u32 i = 0; i <= W; i++) { // P comes last
-      u64 limbs[W + 1] = {i < W ? prime_table(Ifma::BACKEND, i).multiplier[set] : 1};
-      for (u32 j = 0; j < W; j++) {
-        if (j != i) multiply(limbs, prime_table(Ifma::BACKEND, j).p);
-      }
-      for (u64 t = 0; t < T_; t += 8) shifted(radix_[t / 8] + i * W, limbs, Ifma::load(shift + t), i == W);
-      if (i == W) break;
-      const PrimeTable& table = prime_table(Ifma::BACKEND, i);
-      fraction_[i] = static_cast<u64>((static_cast<u128>(table.multiplier[set]) << 88) / table.p);
-      bias_[i] = bias == nullptr ? 0 : field_of(Ifma::BACKEND, i).mul(bias[i].value, table.scale[set]);
+    for (u64 t = 0; t < T_; t++) shift_[t] = static_cast<u32>(t * shape.b % 52);
+    u64 p[W], g[W];
+    for (u32 i = 0; i < W; i++) {
+      p[i] = prime_table(Ifma::BACKEND, i).p;
+      g[i] = prime_table(Ifma::BACKEND, i).multiplier[set];
     }
-    last_prime_ = prime_table(Ifma::BACKEND, W - 1).p;
+    for (u32 k = 0; k < PAIRS; k++) {
+      const u32 i = 2 * k, j = i + 1;
+      partner_[i] = Ifma::set(g[i] * p[j]);
+      partner_[j] = Ifma::set(g[j] * p[i]);
+      broadcast(others_[k], product_of_others(p, i, j, 1));
+      const u64 f = static_cast<u64>((static_cast<u128>(1) << 92) / p[i]);
+      fraction_[k] = Ifma::set(static_cast<u64>((static_cast<u128>(f) << 48) / p[j]));
+    }
+    if constexpr (ODD) {
+      broadcast(last_, product_of_others(p, W - 1, W - 1, g[W - 1]));
+      fraction_[PAIRS] = Ifma::set(fraction_of(p, g, W - 1));
+    }
+    const u128 first = static_cast<u128>(p[0]) * p[1];
+    first_[0] = Ifma::set(static_cast<u64>(first) & Ifma::MASK);
+    first_[1] = Ifma::set(static_cast<u64>(first >> 52));
+    begin(p, g, bias, set);
+    last_prime_ = p[W - 1];
   }
 
-  // The words of run l, from residues at x + l T and on, prime i at i stride, go to `to`. *top, unless null,
-  // is raised to the largest floor(c / (p_0 .. p_(W-2))), or up to 2^16 less. Meanwhile `ahead` advances by
-  // `parts`.
-  void put_runs(const RunsTo& to, const u64* x, u64 stride, u64* top, Ahead& ahead, u64 parts) const {
+  // The words of run l go to `to`. residues.load(i, t, v) brings those modulo prime i of coefficients t to
+  // t + 7, run l's in v[l], each in [0, 8) p_i. *top, unless null, is raised to the largest
+  // floor(c / (p_0 .. p_(W-2))), or up to 2^16 less. Meanwhile `ahead` advances by `parts`.
+  template <class Residues>
+  void put_runs(const RunsTo& to, const Residues& residues, u64* top, Ahead& ahead, u64 parts) const {
     const u64 parts_of_step = (parts * 8 + T_ - 1) / T_;
     V limbs[MAX_LIMBS_OF_RUN];
     V* limb = limbs;
-    V a[W + 1], carry = Ifma::zero(), most = Ifma::zero();
+    V a[W + 1], carry = Ifma::zero(), most = Ifma::set(QUARTER);
     for (u32 j = 0; j <= W; j++) a[j] = Ifma::zero();
     for (u64 t = 0; t < T_; t += 8) {
-      alignas(64) u64 residues[W][8][8]; // [prime][coefficient][run]
-      for (u32 i = 0; i < W; i++) {
-        V v[8];
-        for (u32 run = 0; run < 8; run++) v[run] = Ifma::load(x + i * stride + run * T_ + t);
-        Ifma::transpose(v);
-        for (u32 n = 0; n < 8; n++) Ifma::store(residues[i][n], v[n]);
-      }
+      V u[8][W];
+      const V fraction = form_pairs(u, residues, t);
+      if (top != nullptr) most = _mm512_max_epi64(most, fraction);
       for (u32 n = 0; n < 8; n++) {
-        const V fraction = add_coefficient(a, residues[0][n], radix_[t / 8][0] + n);
-        if (top != nullptr) most = _mm512_max_epi64(most, fraction);
+        V c[W];
+        coefficient(c, u[n]);
+        add_shifted(a, c, shift_[t + n]);
         leave(at_[t + n + 1] - at_[t + n], a, limb, carry);
       }
       ahead.advance(parts_of_step);
     }
     leave_some<W + 1>(a, limb, carry);
     if (top != nullptr) {
-      const auto fraction = static_cast<u64>(_mm512_reduce_max_epi64(most));
+      const u64 fraction = static_cast<u64>(_mm512_reduce_max_epi64(most)) - QUARTER;
       *top = std::max(*top, static_cast<u64>(static_cast<u128>(fraction) * last_prime_ >> FRACTION_LOG));
     }
     const u64 words = run_words_ + overhang_, blocks = (words + BLOCK_WORDS - 1) / BLOCK_WORDS;
@@ -97,65 +111,146 @@ public:
 
 private:
   static constexpr u32 MAX_TILE = 64;
+  static constexpr u32 PAIRS = W / 2;
+  static constexpr bool ODD = W % 2 != 0;
   static constexpr u32 FRACTION_LOG = 36;
+  static constexpr u64 FRACTION = (u64{1} << FRACTION_LOG) - 1, QUARTER = u64{1} << (FRACTION_LOG - 2);
 
-  // limbs <- limbs x, W + 1 of 52 bits.
-  static void multiply(u64* limbs, u64 x) {
-    u128 carry = 0;
-    for (u32 j = 0; j <= W; j++) {
-      carry += static_cast<u128>(limbs[j]) * x;
-      limbs[j] = static_cast<u64>(carry) & Ifma::MASK;
-      carry >>= 52;
-    }
-  }
-  // Limbs of x 2^s for eight s: W of them, or of a `negative` one the W of l and then h.
-  static void shifted(u64 (*out)[8], const u64* x, V s, bool negative) {
-    V borrow = Ifma::zero();
-    for (u32 j = 0; j < W + negative; j++) {
-      V limb = _mm512_sllv_epi64(Ifma::set(x[j]), s);
-      if (j > 0)
-        limb = _mm512_or_si512(limb, _mm512_srlv_epi64(Ifma::set(x[j - 1]), Ifma::sub(Ifma::set(52), s)));
-      limb = _mm512_and_si512(limb, Ifma::set(Ifma::MASK));
-      if (negative && j < W) {
-        const V difference = Ifma::sub(borrow, limb);
-        borrow = _mm512_srai_epi64(difference, 52);
-        limb = _mm512_and_si512(difference, Ifma::set(Ifma::MASK));
-      } else if (negative) {
-        limb = Ifma::sub(limb, borrow);
+  // Numbers of W limbs while constants are made.
+  struct Limbs {
+    u64 limb[W] = {};
+    // this <- this x, which fits.
+    void multiply(u64 x) {
+      u128 carry = 0;
+      for (u64& l : limb) {
+        carry += static_cast<u128>(l) * x;
+        l = static_cast<u64>(carry) & Ifma::MASK;
+        carry >>= 52;
       }
-      Ifma::store(out[j], limb);
     }
+  };
+  // x times the primes but numbers i and j.
+  static Limbs product_of_others(const u64* p, u32 i, u32 j, u64 x) {
+    Limbs product;
+    product.limb[0] = x;
+    for (u32 k = 0; k < W; k++) {
+      if (k != i && k != j) product.multiply(p[k]);
+    }
+    return product;
+  }
+  static void broadcast(V (&to)[W], const Limbs& x) {
+    for (u32 j = 0; j < W; j++) to[j] = Ifma::set(x.limb[j]);
+  }
+  static u64 fraction_of(const u64* p, const u64* g, u32 i) {
+    return static_cast<u64>((static_cast<u128>(g[i]) << 88) / p[i]);
+  }
+  // What every sum begins with: that of the bias, less Q P.
+  void begin(const u64* p, const u64* g, const Factor* bias, u32 set) {
+    u64 Q = 1;
+    for (u32 i = 0; i < W; i++) Q += 9 * g[i];
+    const Limbs subtracted = product_of_others(p, W, W, Q);
+    s64 sum[W];
+    for (u32 j = 0; j < W; j++) sum[j] = -static_cast<s64>(subtracted.limb[j]);
+    u128 fraction = 0;
+    for (u32 i = 0; i < W && bias != nullptr; i++) {
+      const u64 y = field_of(Ifma::BACKEND, i).mul(bias[i].value, prime_table(Ifma::BACKEND, i).scale[set]);
+      Limbs x = product_of_others(p, i, i, g[i]);
+      x.multiply(y);
+      for (u32 j = 0; j < W; j++) sum[j] += static_cast<s64>(x.limb[j]);
+      fraction += static_cast<u128>(fraction_of(p, g, i)) * y;
+    }
+    for (u32 j = 0; j + 1 < W; j++) { // the highest limb keeps the sign
+      sum[j + 1] += sum[j] >> 52;
+      sum[j] &= static_cast<s64>(Ifma::MASK);
+    }
+    for (u32 j = 0; j < W; j++) begin_[j] = Ifma::set(static_cast<u64>(sum[j]));
+    begin_fraction_ = Ifma::set(QUARTER + static_cast<u64>(fraction >> 52));
+    Q_ = Ifma::set(Q);
   }
 
-  // a += 2^s c for the coefficient with residues at y, 64 words apart; constants at `radix`, 8 words apart.
-  // Returns 2^FRACTION_LOG c / P.
-  [[gnu::always_inline]] V add_coefficient(V* a, const u64* y, const u64* radix) const {
-    V sum[W + 1], fraction = Ifma::zero();
-    for (u32 j = 0; j <= W; j++) sum[j] = Ifma::zero();
-    const auto add = [&](u32 i, V factor) __attribute__((always_inline)) {
-#pragma GCC unroll 8
-      for (u32 j = 0; j < W; j++) {
-        const V limb = Ifma::set(radix[8 * (i * W + j)]);
-        sum[j] = Ifma::low(sum[j], factor, limb);
-        sum[j + 1] = Ifma::high(sum[j + 1], factor, limb);
+  // u[n] <- what coefficient t + n is formed of: the lower limb of pair k in 2 k, the upper one in 2 k + 1,
+  // and y of an odd prime. Returns the largest 2^FRACTION_LOG (c / P + 1/4).
+  template <class Residues>
+  [[gnu::always_inline]] V form_pairs(V (&u)[8][W], const Residues& residues, u64 t) const {
+    V fraction[8], largest = Ifma::zero();
+    for (u32 n = 0; n < 8; n++) fraction[n] = begin_fraction_;
+    if constexpr (ODD) {
+      V y[8];
+      residues.load(W - 1, t, y);
+      Ifma::transpose(y);
+      for (u32 n = 0; n < 8; n++) {
+        u[n][W - 1] = y[n];
+        fraction[n] = Ifma::high(fraction[n], y[n], fraction_[PAIRS]);
       }
-    };
-#pragma GCC unroll 8
-    for (u32 i = 0; i < W; i++) {
-      const V residue = Ifma::add(Ifma::load(y + 64 * i), Ifma::set(bias_[i]));
-      fraction = Ifma::high(fraction, residue, Ifma::set(fraction_[i]));
-      add(i, residue);
     }
-    const V q = _mm512_srli_epi64(Ifma::add(fraction, Ifma::set(u64{1} << (FRACTION_LOG - 2))), FRACTION_LOG);
-    add(W, q);
-    sum[W] = Ifma::sub(sum[W], Ifma::low(Ifma::zero(), q, Ifma::set(radix[8 * (W + 1) * W])));
-#pragma GCC unroll 16
-    for (u32 j = 0; j <= W; j++) a[j] = Ifma::add(a[j], sum[j]);
-    return Ifma::sub(fraction, _mm512_slli_epi64(q, FRACTION_LOG));
+    for (u32 k = PAIRS; k-- > 0;) { // the first one comes last: q is known then
+      V x[8], y[8];
+      residues.load(2 * k, t, x);
+      Ifma::transpose(x);
+      residues.load(2 * k + 1, t, y);
+      Ifma::transpose(y);
+      const V by_x = partner_[2 * k], by_y = partner_[2 * k + 1], f = fraction_[k];
+      for (u32 n = 0; n < 8; n++) {
+        V upper = Ifma::high(Ifma::high(Ifma::zero(), x[n], by_x), y[n], by_y);
+        V lower = Ifma::low(Ifma::low(Ifma::zero(), x[n], by_x), y[n], by_y);
+        fraction[n] = Ifma::high(fraction[n], upper, f);
+        if (k == 0) {
+          const V q = Ifma::sub(Q_, _mm512_srli_epi64(fraction[n], FRACTION_LOG)); // Q - q
+          lower = Ifma::low(lower, q, first_[0]);
+          upper = Ifma::low(Ifma::high(upper, q, first_[0]), q, first_[1]);
+          largest = _mm512_max_epi64(largest, _mm512_and_si512(fraction[n], Ifma::set(FRACTION)));
+        }
+        u[n][2 * k] = lower;
+        u[n][2 * k + 1] = Ifma::add(upper, _mm512_srli_epi64(lower, 52));
+      }
+    }
+    return largest;
+  }
+
+  // The limbs of c. Halves are summed apart: all in one the additions, each waiting for the one before, would
+  // take longer than the multipliers need.
+  [[gnu::always_inline]] void coefficient(V (&c)[W], const V (&u)[W]) const {
+    V low_lower[W], high_lower[W], low_upper[W], high_upper[W];
+#pragma GCC unroll 8
+    for (u32 j = 0; j < W; j++) {
+      low_lower[j] = begin_[j];
+      high_lower[j] = low_upper[j] = high_upper[j] = Ifma::zero();
+    }
+    if constexpr (ODD) {
+#pragma GCC unroll 8
+      for (u32 j = 0; j + 1 < W; j++) {
+        low_lower[j] = Ifma::low(low_lower[j], u[W - 1], last_[j]);
+        high_lower[j + 1] = Ifma::high(high_lower[j + 1], u[W - 1], last_[j]);
+      }
+    }
+#pragma GCC unroll 4
+    for (u32 k = 0; k < PAIRS; k++) {
+#pragma GCC unroll 8
+      for (u32 j = 0; j + 2 < W; j++) {
+        const V limb = others_[k][j], lower = u[2 * k], upper = u[2 * k + 1];
+        low_lower[j] = Ifma::low(low_lower[j], lower, limb);
+        high_lower[j + 1] = Ifma::high(high_lower[j + 1], lower, limb);
+        low_upper[j + 1] = Ifma::low(low_upper[j + 1], upper, limb);
+        high_upper[j + 2] = Ifma::high(high_upper[j + 2], upper, limb);
+      }
+    }
+#pragma GCC unroll 8
+    for (u32 j = 0; j < W; j++)
+      c[j] = Ifma::add(Ifma::add(low_lower[j], high_upper[j]), Ifma::add(high_lower[j], low_upper[j]));
+  }
+
+  // a += 2^s c.
+  [[gnu::always_inline]] static void add_shifted(V (&a)[W + 1], const V (&c)[W], u32 s) {
+    const V power = Ifma::set(u64{1} << s), down = Ifma::set(52 - s);
+#pragma GCC unroll 8
+    for (u32 j = 0; j < W; j++) {
+      a[j] = Ifma::low(a[j], c[j], power);
+      a[j + 1] = Ifma::add(a[j + 1], _mm512_srav_epi64(c[j], down));
+    }
   }
 
   // The lowest N limbs leave, the others move down.
-  template <u32 N> [[gnu::always_inline]] static void leave_some(V* a, V*& limb, V& carry) {
+  template <u32 N> [[gnu::always_inline]] static void leave_some(V (&a)[W + 1], V*& limb, V& carry) {
     for (u32 j = 0; j < N; j++) {
       const V sum = Ifma::add(a[j], carry);
       *limb++ = _mm512_and_si512(sum, Ifma::set(Ifma::MASK));
@@ -163,7 +258,7 @@ private:
     }
     for (u32 j = 0; j <= W; j++) a[j] = j + N <= W ? a[j + N] : Ifma::zero();
   }
-  [[gnu::always_inline]] static void leave(u32 n, V* a, V*& limb, V& carry) {
+  [[gnu::always_inline]] static void leave(u32 n, V (&a)[W + 1], V*& limb, V& carry) {
     static_assert(MAX_RUN_WORDS <= 224); // b <= 208 = 4 * 52
     if (n == 1)
       leave_some<1>(a, limb, carry);
@@ -219,16 +314,21 @@ private:
     one_by_one(i, run_words_);
     const u64* const lanes = reinterpret_cast<const u64*>(words + run_words_);
     for (u32 run = 0; run < RUNS; run++) {
-      for (u64 j = 0; j < overhang_; j++) to.overhang[run * overhang_ + j] = lanes[8 * j + run];
+      for (u64 j = 0; j < overhang_; j++) to.overhang[run][j] = lanes[8 * j + run];
     }
   }
 
   u64 T_, run_words_, overhang_;
   bool stream_;
-  u64 bias_[W], fraction_[W], last_prime_;
+  u64 last_prime_;
+  // Constants, the same in all lanes.
+  V partner_[2 * PAIRS];         // g_i p_j for the pair (i, j)
+  V others_[PAIRS][W], last_[W]; // N, and g M of an odd prime
+  V fraction_[PAIRS + ODD];      // f
+  V first_[2], Q_;               // p_0 p_1
+  V begin_[W], begin_fraction_;
+  u32 shift_[MAX_TILE];
   u32 at_[MAX_TILE + 1]; // limb in which coefficient t begins
-  // [t / 8][limb j of g_i M_i 2^s, of l, h][t % 8]
-  alignas(64) u64 radix_[MAX_TILE / 8][W * (W + 1) + 1][8];
 };
 
 } // namespace

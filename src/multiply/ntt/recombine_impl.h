@@ -15,11 +15,10 @@ namespace {
 // b <= 208, T <= 64: 208 words, and the coefficient that begins in the last of them.
 constexpr u32 MAX_RUN_WORDS = 224;
 
-// Where the words of a group of runs go: of each its own, and what hangs over, run by run.
+// Where the words of a group of runs go: of each its own, and what hangs over.
 constexpr u32 MAX_RUNS = 8;
 struct RunsTo {
-  u64* words[MAX_RUNS];
-  u64* overhang;
+  u64 *words[MAX_RUNS], *overhang[MAX_RUNS];
 };
 
 // sum[0, N] += t[0, N]; the last carry is 0.
@@ -65,9 +64,10 @@ public:
   static constexpr u32 RUNS = 1;
   static constexpr bool STREAMS = false;
 
-  // The words of the run with residues at x and on, prime i at i stride, go to `to`. *top, unless null, is
-  // raised to its largest d_(W-1). Meanwhile `ahead` advances by `parts`.
-  void put_runs(const RunsTo& to, const u64* x, u64 stride, u64* top, Ahead& ahead, u64 parts) const {
+  // The words of the run with residues at residues.points(i, t) go to `to`. *top, unless null, is raised to
+  // its largest d_(W-1). Meanwhile `ahead` advances by `parts`.
+  template <class Residues>
+  void put_runs(const RunsTo& to, const Residues& residues, u64* top, Ahead& ahead, u64 parts) const {
     ahead.advance(parts);
     u64 sum[MAX_RUN_WORDS];
     for (u64 i = 0; i < run_words_ + overhang_ + 8; i++) sum[i] = 0;
@@ -75,7 +75,7 @@ public:
     for (u64 t = 0; t < T_; t += I * F::LANES) {
       typename F::V d[W][I];
 #pragma GCC unroll 8
-      for (u32 i = 0; i < W; i++) digit(i, d, x + i * stride + t);
+      for (u32 i = 0; i < W; i++) digit(i, d, residues.points(i, t));
       alignas(64) u64 digit[W][I * F::LANES];
       for (u32 i = 0; i < W; i++) {
         for (u32 n = 0; n < I; n++) F::store_integer(digit[i] + n * F::LANES, d[i][n]);
@@ -105,7 +105,7 @@ public:
       }
     }
     std::memcpy(to.words[0], sum, 8 * run_words_);
-    std::memcpy(to.overhang, sum + run_words_, 8 * overhang_);
+    std::memcpy(to.overhang[0], sum + run_words_, 8 * overhang_);
   }
 
 private:
