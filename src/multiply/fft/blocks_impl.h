@@ -76,8 +76,8 @@ template <class V> struct Blocks {
 
   // The two steps of a base block with r = 3, 5, before its leaves: point p of all lanes to vector p.
   template <u32 R, u32 SKIP>
-  KELVANE_INLINE static void forward_points(double* points, const double* data, const double* entry,
-                                            const LaneTable& table) {
+  KELVANE_INLINE_LARGE static void forward_points(double* points, const double* data, const double* entry,
+                                                  const LaneTable& table) {
     const StepRoots<V> columns = column_roots(entry);
     for (u32 c = 0; c < R; c++) {
       C x[L];
@@ -95,8 +95,8 @@ template <class V> struct Blocks {
     }
   }
   template <u32 R, u32 SKIP>
-  KELVANE_INLINE static void inverse_points(double* data, double* points, const double* entry,
-                                            const LaneTable& table) {
+  KELVANE_INLINE_LARGE static void inverse_points(double* data, double* points, const double* entry,
+                                                  const LaneTable& table) {
     const StepRoots<V> lanes = lane_roots(entry, table);
     for (u32 c = 0; c < R; c++) {
       C x[L];

@@ -213,7 +213,7 @@ public:
   // Of run 0, points t and on of prime i.
   const u64* points(u32 i, u64 t) const { return row_ + i * stride_ + t; }
   // A vector of prime i from point t on of every run, run l's in v[l]: in [0, 8).
-  NTT_RECOMBINE_INLINE void load(u32 i, u64 t, V (&v)[8]) const {
+  KELVANE_INLINE_LARGE void load(u32 i, u64 t, V (&v)[8]) const {
     const u64* const x = points(i, t);
     const typename F::Tw* const factors = primes_[STEP == LastStep::none ? 0 : i].factors;
     const typename F::K& k = primes_[STEP == LastStep::none ? 0 : i].k;

@@ -171,7 +171,7 @@ private:
   // u[n] <- what coefficient t + n is formed of: the lower limb of pair k in 2 k, the upper one in 2 k + 1,
   // and y of an odd prime. Returns the largest 2^FRACTION_LOG (c / P + 1/4).
   template <class Residues>
-  NTT_RECOMBINE_INLINE V form_pairs(V (&u)[8][W], const Residues& residues, u64 t) const {
+  KELVANE_INLINE_LARGE V form_pairs(V (&u)[8][W], const Residues& residues, u64 t) const {
     V fraction[8], largest = Ifma::zero();
     for (u32 n = 0; n < 8; n++) fraction[n] = begin_fraction_;
     if constexpr (ODD) {
@@ -209,7 +209,7 @@ private:
 
   // The limbs of c. Halves are summed apart: all in one the additions, each waiting for the one before, would
   // take longer than the multipliers need.
-  NTT_RECOMBINE_INLINE void coefficient(V (&c)[W], const V (&u)[W]) const {
+  KELVANE_INLINE_LARGE void coefficient(V (&c)[W], const V (&u)[W]) const {
     V low_lower[W], high_lower[W], low_upper[W], high_upper[W];
 #pragma GCC unroll 8
     for (u32 j = 0; j < W; j++) {
@@ -240,7 +240,7 @@ private:
   }
 
   // a += 2^s c.
-  NTT_RECOMBINE_INLINE static void add_shifted(V (&a)[W + 1], const V (&c)[W], u32 s) {
+  KELVANE_INLINE_LARGE static void add_shifted(V (&a)[W + 1], const V (&c)[W], u32 s) {
     const V power = Ifma::set(u64{1} << s), down = Ifma::set(52 - s);
 #pragma GCC unroll 8
     for (u32 j = 0; j < W; j++) {
@@ -250,7 +250,7 @@ private:
   }
 
   // The lowest N limbs leave, the others move down.
-  template <u32 N> NTT_RECOMBINE_INLINE static void leave_some(V (&a)[W + 1], V*& limb, V& carry) {
+  template <u32 N> KELVANE_INLINE_LARGE static void leave_some(V (&a)[W + 1], V*& limb, V& carry) {
     for (u32 j = 0; j < N; j++) {
       const V sum = Ifma::add(a[j], carry);
       *limb++ = _mm512_and_si512(sum, Ifma::set(Ifma::MASK));
@@ -258,7 +258,7 @@ private:
     }
     for (u32 j = 0; j <= W; j++) a[j] = j + N <= W ? a[j + N] : Ifma::zero();
   }
-  NTT_RECOMBINE_INLINE static void leave(u32 n, V (&a)[W + 1], V*& limb, V& carry) {
+  KELVANE_INLINE_LARGE static void leave(u32 n, V (&a)[W + 1], V*& limb, V& carry) {
     static_assert(MAX_RUN_WORDS <= 224); // b <= 208 = 4 * 52
     if (n == 1)
       leave_some<1>(a, limb, carry);
@@ -271,7 +271,7 @@ private:
   }
 
   // 13 words <- 16 limbs, in place or below; a word takes its bits from two or three limbs.
-  NTT_RECOMBINE_INLINE static void pack(V* words, const V* limbs) {
+  KELVANE_INLINE_LARGE static void pack(V* words, const V* limbs) {
     V limb[BLOCK_LIMBS];
 #pragma GCC unroll 16
     for (u32 k = 0; k < BLOCK_LIMBS; k++) limb[k] = limbs[k];

@@ -8,13 +8,7 @@
 #include <cstring>
 
 #include "multiply/ntt/passes_impl.h"
-
-// A sanitizer's checks make inlined kernels so long that they compile for minutes.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define NTT_RECOMBINE_INLINE
-#else
-#define NTT_RECOMBINE_INLINE [[gnu::always_inline]]
-#endif
+#include "multiply/simd/always_inline.h"
 
 namespace kelvane::ntt {
 namespace {
