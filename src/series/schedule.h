@@ -36,13 +36,13 @@ struct Schedule {
 };
 
 // N terms cut into segments as said above, whose integers get `share` (at most 1) of the precision left.
-// left(k): nats of precision needed behind term k; finished(s):
-// whether what is left behind the segments so far is better summed as one last segment.
+// left(k): nats of precision needed behind term k; finished(s): whether what is left behind the segments so
+// far is better summed as one last segment.
 Schedule cut_terms(const kc_BSS& series, u64 precision_words, u64 N, double share,
                    const std::function<double(u64)>& left,
                    const std::function<bool(const Schedule& s)>& finished);
-// The share is 1/2. left(k) = target - log_convergence(0, k). Finished when at most 1000 terms are left and
-// their integers are no longer than the first segment's quotient.
+// The share is 1/2, of a series of up to 1000 terms 1. left(k) = target - log_convergence(0, k). Finished when
+// at most 1000 terms are left and their integers are no longer than the first segment's quotient.
 Schedule build_schedule(const kc_BSS& series, u64 precision_words, double factor = 1.0);
 
 } // namespace kelvane
