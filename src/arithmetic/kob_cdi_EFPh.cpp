@@ -62,13 +62,13 @@ void kob_cdi_EFPh::Transform::describe(const km_MULv3::abstract_btp& p, void* st
 void kob_cdi_EFPh::Transform::forward(const km_MULv3::abstract_btp& p, void* storage, const kob_cdi_EFPh& x,
                                       void* scratch) {
   describe(p, storage, x);
-  p.forward(storage, x.T, x.L, scratch);
+  weight = p.forward(storage, x.T, x.L, scratch);
 }
 
 void kob_cdi_EFPh::Transform::forward_once(const km_MULv3::abstract_btp& p, void* storage,
                                            const kob_cdi_EFPh& x, void* scratch) {
   describe(p, storage, x);
-  p.forward_once(storage, x.T, x.L, scratch);
+  weight = p.forward_once(storage, x.T, x.L, scratch);
 }
 
 void kob_cdi_EFPh::attach(u64* words, u64 allocated) {
@@ -232,7 +232,8 @@ void kob_cdi_EFPh::set_inverse_fmul(const Transform& TA, const Transform& TB, vo
   const u64 n = check_product(TA, TB, AL, "kob_cdi_EFPh::set_inverse_fmul()");
   T = buffer;
   hash = residue::mul(TA.hash, TB.hash);
-  TA.parameters->inverse_fmul(T, n, TA.data, TB.data, scratch);
+  const km_MULv3::Term term{TA.data, TB.data, false, TA.weight * TB.weight};
+  TA.parameters->inverse_sum(T, n, &term, 1, scratch);
   exp = TA.exp + TB.exp;
   L = n - (T[n - 1] == 0);
 }
@@ -246,11 +247,19 @@ void kob_cdi_EFPh::set_inverse_fsqr(const Transform& TA, void* scratch) {
   L = n - (T[n - 1] == 0);
 }
 
+bool kob_cdi_EFPh::may_add(const Transform& TA, const Transform& TB, const Transform& TC,
+                           const Transform& TD) {
+  return TA.parameters->may_add(TA.weight * TB.weight + TC.weight * TD.weight);
+}
+
 void kob_cdi_EFPh::set_inverse_fmul_ext(const Transform& TA, const Transform& TB, const Transform& TC,
                                         const Transform& TD, bool subtract, void* scratch) {
   const char* const name = "kob_cdi_EFPh::set_inverse_fmul_ext()";
   const u64 first = check_product(TA, TB, AL, name), second = check_product(TC, TD, AL, name);
   if (!accepted(TA, TC)) fatal((std::string(name) + ": Mismatching Transform Parameters").c_str());
+  if (!may_add(TA, TB, TC, TD))
+    assert_fail(INVALID_FUNCTION_PARAMETERS, L"kob_cdi_EFPh::set_inverse_fmul_ext()",
+                L"The products can not be added.");
   if (TA.exp + TB.exp != TC.exp + TD.exp)
     assert_fail(INVALID_FUNCTION_PARAMETERS, L"kob_cdi_EFPh::set_inverse_fmul_ext()", L"Exponents differ.");
   // One word more, where there is room, for the carry of the sum.
@@ -259,8 +268,9 @@ void kob_cdi_EFPh::set_inverse_fmul_ext(const Transform& TA, const Transform& TB
   T = buffer;
   const u64 a = residue::mul(TA.hash, TB.hash), b = residue::mul(TC.hash, TD.hash);
   hash = subtract ? residue::sub(a, b) : residue::add(a, b);
-  const km_MULv3::Term terms[] = {{TA.data, TB.data, false}, {TC.data, TD.data, subtract}};
-  TA.parameters->ntp()->inverse_sum(T, n, terms, 2, scratch);
+  const km_MULv3::Term terms[] = {{TA.data, TB.data, false, TA.weight * TB.weight},
+                                  {TC.data, TD.data, subtract, TC.weight * TD.weight}};
+  TA.parameters->inverse_sum(T, n, terms, 2, scratch);
   exp = TA.exp + TB.exp;
   L = words::normalized_length(T, n);
 }

@@ -32,6 +32,7 @@ public:
     u64 L = 0;
     s64 exp = 0;
     u64 hash = 0;
+    double weight = km_MULv3::NO_WEIGHT; // see km_MULv3::abstract_btp::may_add
 
     void forward(const km_MULv3::abstract_btp& p, void* storage, const kob_cdi_EFPh& x, void* scratch);
     // For a single use: the next product must consume it. Cheaper.
@@ -78,8 +79,10 @@ public:
   // Fatal: mismatching parameters, a product longer than the transform holds, too little room.
   void set_inverse_fmul(const Transform& TA, const Transform& TB, void* scratch);
   void set_inverse_fsqr(const Transform& TA, void* scratch);
-  // This = TA TB + TC TD, or the difference, which must be positive: one inverse of both. Of parameters that
-  // have an ntp() only. TA's data are destroyed, the others' kept. Both products have the same exponent.
+  // Whether TA TB and TC TD may be added before one inverse.
+  static bool may_add(const Transform& TA, const Transform& TB, const Transform& TC, const Transform& TD);
+  // This = TA TB + TC TD, or the difference, which must be positive: one inverse of both. Where they may be
+  // added only. TA's data are destroyed, the others' kept. Both products have the same exponent.
   void set_inverse_fmul_ext(const Transform& TA, const Transform& TB, const Transform& TC,
                             const Transform& TD, bool subtract, void* scratch);
   // This = A * B through the algorithm table, without kept transforms.

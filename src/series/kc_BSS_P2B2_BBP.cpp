@@ -78,7 +78,7 @@ public:
     record_ = km_MULv3::select(n, full, &storage_);
     Layout measure;
     place(measure, 4);
-    four_ = record_->ntp() != nullptr && sum_words_ <= n && measure.used() <= bytes;
+    four_ = record_->may_add(0) && sum_words_ <= n && measure.used() <= bytes;
     Layout layout(work, bytes);
     place(layout, four_ ? 4 : 3);
     qr_.forward(*record_, data_[0], right[0], scratch_);
@@ -88,9 +88,7 @@ public:
   // Q needs a buffer of its own, which also holds a product of R; R's may be that of the left range. R is
   // exact for keep = ~0, else cut to keep + 1 words or a whole product.
   void run(kob_cdi_EFPh& Q, kob_cdi_EFPh& R, u64 keep) {
-    if (four_ && sum_words_ <= R.AL) {
-      add_transforms(Q, R);
-    } else {
+    if (!four_ || sum_words_ > R.AL || !add_transforms(Q, R)) {
       multiply_fraction(Q, left_[1], qr_); // Rl Qr
       R.set_shifted(Q, bits_, keep);
       multiply_fraction(Q, right_[1], ql_); // Ql Rr
@@ -112,18 +110,19 @@ private:
     passing.forward_once(*record_, data_[2], x, scratch_);
     out.set_inverse_fmul(passing, by, scratch_);
   }
-  // R of both products' transforms; the operands with their zeros in Q's buffer and over the left range.
-  void add_transforms(kob_cdi_EFPh& Q, kob_cdi_EFPh& R) {
+  // R of both products' transforms; the operands with their zeros pass through Q's buffer. False when the
+  // products may not be added.
+  bool add_transforms(kob_cdi_EFPh& Q, kob_cdi_EFPh& R) {
     kob_cdi_EFPh::Transform rl, rr;
     Q.set_shifted(left_[1], 64 * below_left_ + bits_ % 64, ~u64{0});
     shift_words(Q, static_cast<s64>(bits_ / 64) - static_cast<s64>(below_left_));
     rl.forward_once(*record_, data_[2], Q, scratch_);
-    kob_cdi_EFPh shifted;
-    attach_over(shifted, left_);
-    shifted.set_shifted(right_[1], 64 * below_right_, ~u64{0});
-    shift_words(shifted, -static_cast<s64>(below_right_));
-    rr.forward_once(*record_, data_[3], shifted, scratch_);
+    Q.set_shifted(right_[1], 64 * below_right_, ~u64{0});
+    shift_words(Q, -static_cast<s64>(below_right_));
+    rr.forward_once(*record_, data_[3], Q, scratch_);
+    if (!kob_cdi_EFPh::may_add(rl, qr_, ql_, rr)) return false;
     R.set_inverse_fmul_ext(rl, qr_, ql_, rr, subtract_, scratch_);
+    return true;
   }
 
   const kob_cdi_EFPh *left_, *right_;

@@ -66,8 +66,10 @@ void kc_BSS_P2B3_Type0::merge(const km_MULv3::Context& context, u64 a, u64 m, u6
                               u64 bytes) const {
   const u64 n = longest(left) + longest(right);
   const bool subtract = alternating && ((m - a) & 1) != 0;
-  if (MergeProducts products(context, n + 1, work, bytes); products.possible())
-    return products.merge(left, right, subtract, need_P ? &out[0] : nullptr, out[1], out[2]);
+  if (MergeProducts products(context, n + 1, work, bytes);
+      products.possible() &&
+      products.merge(left, right, subtract, need_P ? &out[0] : nullptr, out[1], out[2]))
+    return;
 
   Layout layout(work, bytes);
   const MergePlacement place(layout, n, context);

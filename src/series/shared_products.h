@@ -85,9 +85,9 @@ public:
   MergeProducts(const km_MULv3::Context& context, u64 product_words, void* work, u64 bytes)
       : full_(context), words_(product_words) {
     full_.reduced_memory = false;
-    if (product_words <= km_MULv3::LONGEST_FFT) return;
+    if (product_words <= km_MULv3::LONGEST_BASECASE) return;
     const km_MULv3::abstract_btp* const record = km_MULv3::select(product_words, full_, &storage_);
-    if (record->ntp() == nullptr) return;
+    if (!record->may_add(0)) return;
     Layout measure;
     place(measure, *record);
     if (measure.used() > bytes) return;
@@ -98,8 +98,9 @@ public:
   // Whether the work holds what is needed.
   bool possible() const { return parameters_ != nullptr; }
 
-  // Q = Ql Qr, R = Rl Qr + Pl Rr or the difference, P = Pl Pr where P is not null.
-  void merge(const kob_cdi_EFPh* left, const kob_cdi_EFPh* right, bool subtract, kob_cdi_EFPh* P,
+  // Q = Ql Qr, R = Rl Qr + Pl Rr or the difference, P = Pl Pr where P is not null. False when the products of
+  // R may not be added: P and R are as before then.
+  bool merge(const kob_cdi_EFPh* left, const kob_cdi_EFPh* right, bool subtract, kob_cdi_EFPh* P,
              kob_cdi_EFPh& Q, kob_cdi_EFPh& R) {
     kob_cdi_EFPh::Transform qr, pl, passing, other;
     qr.forward(*parameters_, data_[0], right[1], scratch_);
@@ -112,11 +113,16 @@ public:
       pl.forward(*parameters_, data_[2], left[0], scratch_);
     else
       pl.forward_once(*parameters_, data_[2], left[0], scratch_);
+    if (!kob_cdi_EFPh::may_add(passing, qr, pl, other)) return false;
     R.set_inverse_fmul_ext(passing, qr, pl, other, subtract, scratch_);
-    if (P == nullptr) return;
-    if (alone) return P->set_product(full_, left[0], right[0], data_[0]); // all transforms are spent
-    passing.forward_once(*parameters_, data_[1], right[0], scratch_);
-    P->set_inverse_fmul(passing, pl, scratch_);
+    if (P == nullptr) return true;
+    if (alone) {
+      P->set_product(full_, left[0], right[0], data_[0]); // all transforms are spent
+    } else {
+      passing.forward_once(*parameters_, data_[1], right[0], scratch_);
+      P->set_inverse_fmul(passing, pl, scratch_);
+    }
+    return true;
   }
 
 private:

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "arithmetic/kob_cdi_EFPh.h"
+#include "multiply/fft/km_FFTv2.h"
 #include "multiply/hnt/km_HNT.h"
 #include "shell/exception.h"
 #include "support/bignum.h"
@@ -88,7 +89,7 @@ TEST(TransformedProducts, OneInverseOfOneProduct) {
 // result, transforms made for one use and kept ones.
 TEST(TransformedProducts, OneInverseOfTwoProducts) {
   Words random(2);
-  std::vector<u64> lengths{17410, 20011, 35000};
+  std::vector<u64> lengths{60, 300, 1999, 9000, 17410, 20011, 35000};
   if (long_run()) {
     for (u64 n = 50000; n < 400000; n += n / 4) lengths.push_back(n);
   }
@@ -200,6 +201,17 @@ TEST(TransformedProducts, WhatIsRefused) {
   refused(ext(R, too_long, TB, TB, TB), (two + range).c_str());
   refused(ext(R, TA, TB, too_long, TB), (two + range).c_str());
   refused(ext(small, TA, TB, TB, TB), "Insufficient Allocated Space");
+  // Of rounded transforms, heavy ones: digits of the largest size only; and those of short products.
+  const u64 short_n = 2000, digit = km_FFTv2::make_plan(64 * short_n, 1).b;
+  std::vector<u64> heavy(short_n / 2, 0);
+  for (u64 bit = digit - 1; bit < 64 * heavy.size(); bit += digit) heavy[bit / 64] |= u64{1} << bit % 64;
+  Transforms rounded(short_n, 1), basecase(40, 1);
+  const Transform TH = rounded.make(OwnedEFPh(heavy, 0)), TS = basecase.make(OwnedEFPh(random.number(20), 0));
+  for (const Transform& t : {TH, TS}) {
+    const Captured sum = capture(ext(R, t, t, t, t), "\n");
+    EXPECT_NE(sum.status, 0);
+    EXPECT_NE(sum.output.find("The products can not be added."), std::string::npos) << sum.output;
+  }
   const Captured exponents = capture(ext(R, TA, TB, shifted, TB), "\n");
   EXPECT_NE(exponents.status, 0);
   EXPECT_NE(exponents.output.find("Exponents differ."), std::string::npos) << exponents.output;

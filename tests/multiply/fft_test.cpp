@@ -258,6 +258,18 @@ TEST(Fft, CarriesBetweenRuns) {
   }
 }
 
+// The largest distance from the nearest integer of the points of a product or a sum of two.
+double rounding_error(const btp_t& record, const Areas& at, const std::vector<km_MULv3::Term>& terms) {
+  record.inverse_points(terms.data(), terms.size(), at.scratch.data());
+  const auto* const points = static_cast<const double*>(terms[0].TA);
+  double error = 0;
+  for (u64 i = 0; i < record.plan().N; i++) {
+    const double x = points[i] * (2 / static_cast<double>(record.plan().N));
+    error = std::max(error, std::fabs(x - std::nearbyint(x)));
+  }
+  return error;
+}
+
 // The distance from the nearest integer of the points of operands of the largest norm, of ones and of random
 // ones, for every row up to 2^20 points; the product itself must be right as well.
 TEST(Fft, RoundingErrors) {
@@ -276,13 +288,7 @@ TEST(Fft, RoundingErrors) {
                         : kind == 1 ? operand(n / 2, Pattern::ones, random)
                                     : operand(n / 2, Pattern::random, random);
         record.forward(at.TA.data(), a.data(), a.size(), at.scratch.data());
-        record.inverse_points(at.TA.data(), at.TA.data(), at.scratch.data());
-        const auto* const points = static_cast<const double*>(at.TA.data());
-        double error = 0;
-        for (u64 i = 0; i < plan.N; i++) {
-          const double x = points[i] * (2 / static_cast<double>(plan.N));
-          error = std::max(error, std::fabs(x - std::nearbyint(x)));
-        }
+        const double error = rounding_error(record, at, {{at.TA.data(), at.TA.data()}});
         ASSERT_LT(error, std::min(0.125, km_FFTv2::worst_case_error(plan)))
             << text(plan, isa) << ", kind " << kind;
         largest = std::max(largest, error);
@@ -296,6 +302,55 @@ TEST(Fft, RoundingErrors) {
   for (u64 row = 0; row < km_FFTv2::PLANS; row++) {
     const Plan plan = km_FFTv2::plan_of_row(row, 0, 1);
     EXPECT_LT(13 * km_FFTv2::typical_error(plan), 0.5) << plan.N;
+  }
+}
+
+// A B + C D and A B - C D before one inverse: random operands, ones, and the heaviest that may be added, all
+// at the plan's limits; heavier ones are refused. The heaviest err most.
+TEST(Fft, Sums) {
+  std::mt19937_64 random(46);
+  const u64 rows = short_run() ? 22 : 33;
+  for (const simd::Isa isa : supported_isas()) {
+    const Engine engine(km_FFTv2::plan_of_row(rows, 0, 1).capacity_bits / 64, isa);
+    u64 summed = 0;
+    for (u64 row = 0; row < rows; row++) {
+      const Plan plan = km_FFTv2::plan_of_row(row, 0, 1);
+      const btp_t record(plan, engine.context);
+      if (!record.may_add(0)) continue;
+      summed++;
+      const Areas at(record), more(record);
+      const auto forward = [&](const Buffer& T, const Words& a) {
+        return record.forward(T.data(), a.data(), a.size(), at.scratch.data());
+      };
+      const u64 full = plan.capacity_bits / 64, n = full - 1; // a word for the carry
+      for (int kind = 0; kind < 4; kind++) {
+        const bool subtract = kind % 2 != 0, heavy = kind >= 2;
+        const u64 la = heavy ? full * 31 / 128 : n / 2 + 1, lb = heavy ? la : n - la;
+        Words a = heavy ? peak_operand(la, plan.b) : operand(la, Pattern::random, random);
+        Words b = heavy ? a : operand(lb, row % 2 == 0 ? Pattern::random : Pattern::ones, random);
+        a.back() |= u64{1} << 63; // so that the difference is positive
+        b.back() |= u64{1} << 63;
+        const Words c = heavy ? peak_operand(la - 1, plan.b) : operand(la - 1, Pattern::random, random);
+        const Words d = heavy ? opposite_operand(lb, plan.b) : operand(lb, Pattern::ones, random);
+        const double ab = forward(at.TA, a) * forward(at.TB, b), cd = forward(more.TA, c) * forward(more.TB, d);
+        const std::string what = text(plan, isa) + ", kind " + std::to_string(kind);
+        ASSERT_TRUE(record.may_add(ab + cd)) << what;
+        const std::vector<km_MULv3::Term> terms{{at.TA.data(), at.TB.data(), false, ab},
+                                                {more.TA.data(), more.TB.data(), subtract, cd}};
+        Words out(full), want = expected_product(a, b), second = expected_product(c, d);
+        record.inverse_sum(out.data(), full, terms.data(), 2, at.scratch.data());
+        want.resize(full);
+        second.resize(full);
+        (subtract ? mpn_sub_n : mpn_add_n)(want.data(), want.data(), second.data(), static_cast<mp_size_t>(full));
+        ASSERT_EQ(difference(out, want), "") << what;
+        forward(at.TA, a);
+        ASSERT_LT(rounding_error(record, at, terms), std::min(0.125, km_FFTv2::worst_case_error(plan))) << what;
+      }
+      const double peak = forward(at.TA, peak_operand(full / 2, plan.b));
+      EXPECT_FALSE(record.may_add(2 * peak * peak)) << text(plan, isa);
+      EXPECT_FALSE(record.may_add(km_MULv3::NO_WEIGHT)) << text(plan, isa);
+    }
+    EXPECT_GT(summed, 15u) << name(isa);
   }
 }
 

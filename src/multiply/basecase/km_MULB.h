@@ -58,7 +58,7 @@ public:
   u64 transform_bytes() const override;
   u64 scratch_bytes() const override;
   bool accepts(const km_MULv3::abstract_btp& other) const override;
-  void forward(void* T, const u64* A, u64 L, void* scratch) const override;
+  double forward(void* T, const u64* A, u64 L, void* scratch) const override;
   void inverse_fmul(u64* out, u64 n, void* TA, const void* TB, void* scratch) const override;
   void inverse_fsqr(u64* out, u64 n, void* T, void* scratch) const override;
 

@@ -55,9 +55,10 @@ bool btp_t::accepts(const km_MULv3::abstract_btp& other) const {
   return o != nullptr && o->word_bits_ == word_bits_;
 }
 
-void btp_t::forward(void* T, const u64* A, u64 L, void*) const {
+double btp_t::forward(void* T, const u64* A, u64 L, void*) const {
   std::memcpy(T, &L, sizeof L);
   std::memcpy(static_cast<u8*>(T) + HEADER_BYTES, A, 8 * L);
+  return km_MULv3::NO_WEIGHT;
 }
 
 void btp_t::inverse_fmul(u64* out, u64 n, void* TA, const void* TB, void* scratch) const {

@@ -156,12 +156,21 @@ template <class V> struct Blocks {
     }
   }
 
-  // The pointwise product; of a square, whose `b` is a, (r + i x)^2 = r^2 - x^2 + 2 r x i.
-  template <bool SQUARE> KELVANE_INLINE static C product(C x, const double* b) {
-    if constexpr (SQUARE)
+  // The pointwise product; of a square (r + i x)^2 = r^2 - x^2 + 2 r x i.
+  enum class Pointwise { square, product, sum };
+  template <Pointwise KIND> struct Kind {
+    static constexpr Pointwise value = KIND;
+  };
+  template <Pointwise KIND> KELVANE_INLINE static C product(C x, const Factors& f, u64 at) {
+    if constexpr (KIND == Pointwise::square) {
       return {fnmadd(x.i, x.i, x.r * x.r), (x.r + x.r) * x.i};
-    else
-      return mul(x, C::load(b));
+    } else {
+      const C first = mul(x, C::load(f.other + at));
+      if constexpr (KIND == Pointwise::product) return first;
+      const C second = mul(C::load(f.x + at), C::load(f.y + at));
+      const V sign = V::set1(f.sign);
+      return {fmadd(sign, second.r, first.r), fmadd(sign, second.i, first.i)};
+    }
   }
 
   // The steps of a base block with r = 1 about the product. Each goes over all blocks by itself: in a loop
@@ -177,17 +186,18 @@ template <class V> struct Blocks {
     }
   }
   // With FORWARD the lanes' forward step comes before the product.
-  template <bool FORWARD, bool SQUARE>
-  static void product_lanes(double* data, const double* other, u64 J, u64 count, const LaneTable& table) {
-    for (; count > 0; count--, J++, data += L * VECTOR, other += L * VECTOR) {
+  template <bool FORWARD, Pointwise KIND>
+  static void product_lanes(double* data, const Factors& factors, u64 J, u64 count, const LaneTable& table) {
+    const Factors f = factors; // stores to the data cannot change a copy
+    for (u64 at = 0; count > 0; count--, J++, at += L * VECTOR) {
       const double* const entry = node(table, J);
       C x[L];
-      for (u32 l = 0; l < L; l++) x[l] = C::load(data + l * VECTOR);
+      for (u32 l = 0; l < L; l++) x[l] = C::load(data + at + l * VECTOR);
       if constexpr (FORWARD) radix<LOG>(x, lane_roots(entry, table));
-      for (u32 l = 0; l < L; l++) x[l] = product<SQUARE>(x[l], other + l * VECTOR);
+      for (u32 l = 0; l < L; l++) x[l] = product<KIND>(x[l], f, at + l * VECTOR);
       inverse_radix<LOG>(x, lane_roots(entry, table));
       transpose_square(x);
-      for (u32 l = 0; l < L; l++) x[l].store(data + l * VECTOR);
+      for (u32 l = 0; l < L; l++) x[l].store(data + at + l * VECTOR);
     }
   }
   template <u32 SKIP> static void inverse_columns(double* data, u64 J, u64 count, const LaneTable& table) {
@@ -200,9 +210,10 @@ template <class V> struct Blocks {
   }
 
   // The same with r = 3, 5: the leaves' spectrum stays in registers.
-  template <u32 R, u32 SKIP, bool FORWARD, bool SQUARE>
-  static void product_leaves(double* data, const double* other, u64 J, u64 count, const LaneTable& table) {
-    for (; count > 0; count--, J++, data += R * L * VECTOR, other += R * L * VECTOR) {
+  template <u32 R, u32 SKIP, bool FORWARD, Pointwise KIND>
+  static void product_leaves(double* data, const Factors& factors, u64 J, u64 count, const LaneTable& table) {
+    Factors f = factors;
+    for (; count > 0; count--, J++, data += R * L * VECTOR, f = f.behind(R * L * VECTOR)) {
       const double* const entry = node(table, J);
       alignas(64) double points[R * L * VECTOR];
       if constexpr (FORWARD) forward_points<R, SKIP>(points, data, entry, table);
@@ -215,34 +226,34 @@ template <class V> struct Blocks {
         } else {
           for (u32 c = 0; c < R; c++) x[c] = C::load(data + at + c * VECTOR);
         }
-        for (u32 c = 0; c < R; c++) x[c] = product<SQUARE>(x[c], other + at + c * VECTOR);
+        for (u32 c = 0; c < R; c++) x[c] = product<KIND>(x[c], f, at + c * VECTOR);
         inverse_leaf<R>(points + at, x, w);
       }
       inverse_points<R, SKIP>(data, points, entry, table);
     }
   }
 
-  // data <- the inverse of the base blocks' steps of the product data * other, which may be data itself. With
-  // FORWARD the forward steps of data come before; where the registers hold both, the spectrum never leaves
-  // them.
+  // data <- the inverse of the base blocks' steps of data times the factors. With FORWARD the forward steps of
+  // data come before; where the registers hold both, the spectrum never leaves them.
   template <u32 R, u32 SKIP, bool FORWARD>
-  static void product_base(double* data, const double* other, u64 J, u64 count, const LaneTable& table) {
+  static void product_base(double* data, const Factors& f, u64 J, u64 count, const LaneTable& table) {
     constexpr bool IN_REGISTERS = FORWARD && (R == 3 || (R == 1 && L == 8));
-    const bool square = data == other;
     if constexpr (FORWARD && !IN_REGISTERS) forward_base<R, SKIP>(data, J, count, table);
-    if constexpr (R == 1) {
-      if constexpr (IN_REGISTERS) forward_columns<SKIP>(data, J, count, table);
-      if (square)
-        product_lanes<IN_REGISTERS, true>(data, other, J, count, table);
+    if constexpr (R == 1 && IN_REGISTERS) forward_columns<SKIP>(data, J, count, table);
+    const auto pointwise = [&](auto kind) {
+      constexpr Pointwise KIND = decltype(kind)::value;
+      if constexpr (R == 1)
+        product_lanes<IN_REGISTERS, KIND>(data, f, J, count, table);
       else
-        product_lanes<IN_REGISTERS, false>(data, other, J, count, table);
-      inverse_columns<SKIP>(data, J, count, table);
-    } else {
-      if (square)
-        product_leaves<R, SKIP, IN_REGISTERS, true>(data, other, J, count, table);
-      else
-        product_leaves<R, SKIP, IN_REGISTERS, false>(data, other, J, count, table);
-    }
+        product_leaves<R, SKIP, IN_REGISTERS, KIND>(data, f, J, count, table);
+    };
+    if (data == f.other)
+      pointwise(Kind<Pointwise::square>());
+    else if (FORWARD || f.x == nullptr)
+      pointwise(Kind<Pointwise::product>());
+    else if constexpr (!FORWARD)
+      pointwise(Kind<Pointwise::sum>());
+    if constexpr (R == 1) inverse_columns<SKIP>(data, J, count, table);
   }
 
   // A step of 2^K children from rows to rows of `vectors` vectors.
@@ -287,8 +298,8 @@ template <class V> struct Blocks {
 
   // Back from the product; with FORWARD there and back.
   template <u32 R, bool FORWARD>
-  static void product_block(double* data, const double* other, u32 levels, u64 J, const LaneTable& table) {
-    if (levels == 0) return product_base<R, 0, FORWARD>(data, other, J, 1, table);
+  static void product_block(double* data, const Factors& f, u32 levels, u64 J, const LaneTable& table) {
+    if (levels == 0) return product_base<R, 0, FORWARD>(data, f, J, 1, table);
     const u32 step = step_of(levels);
     const u64 vectors = u64{R * L} << (levels - step), stride = vectors * VECTOR;
     const u64 children = u64{1} << step;
@@ -298,11 +309,11 @@ template <class V> struct Blocks {
       if (step == 3) forward_rows<3>(data, stride, data, stride, vectors, J, table);
     }
     if (levels == step) {
-      product_base<R, 0, FORWARD>(data, other, J * children, children, table);
+      product_base<R, 0, FORWARD>(data, f, J * children, children, table);
     } else {
       for (u64 c = 0; c < children; c++) {
         const u64 at = c * stride;
-        product_block<R, FORWARD>(data + at, other + at, levels - step, J * children + c, table);
+        product_block<R, FORWARD>(data + at, f.behind(at), levels - step, J * children + c, table);
       }
     }
     if (step == 1) inverse_rows<1>(data, stride, data, stride, vectors, J, table);
@@ -320,15 +331,15 @@ template <class V> struct Blocks {
     for (u64 i = 0; i < 4; i++) forward<R>(data + i * shape.n / 2, q - 2 - 2 * LOG, 4 + i, *shape.table);
   }
   template <u32 R, bool FORWARD>
-  static void product_rest_of(double* data, const double* other, const Shape& shape) {
+  static void product_rest_of(double* data, const Factors& f, const Shape& shape) {
     const u32 q = shape.q;
     const LaneTable& table = *shape.table;
-    if (q == 2 * LOG) return product_base<R, 2, FORWARD>(data, other, 1, 1, table);
-    if (q == 2 * LOG + 1) return product_base<R, 1, FORWARD>(data, other, 2, 2, table);
-    if (q == 2 * LOG + 2) return product_base<R, 0, FORWARD>(data, other, 4, 4, table);
+    if (q == 2 * LOG) return product_base<R, 2, FORWARD>(data, f, 1, 1, table);
+    if (q == 2 * LOG + 1) return product_base<R, 1, FORWARD>(data, f, 2, 2, table);
+    if (q == 2 * LOG + 2) return product_base<R, 0, FORWARD>(data, f, 4, 4, table);
     for (u64 i = 0; i < 4; i++) {
       const u64 at = i * shape.n / 2;
-      product_block<R, FORWARD>(data + at, other + at, q - 2 - 2 * LOG, 4 + i, table);
+      product_block<R, FORWARD>(data + at, f.behind(at), q - 2 - 2 * LOG, 4 + i, table);
     }
   }
 
@@ -338,20 +349,20 @@ template <class V> struct Blocks {
     if (shape.r == 3) return forward_rest_of<3>(data, shape);
     forward_rest_of<5>(data, shape);
   }
-  template <bool FORWARD> static void product_rest(double* data, const double* other, const Shape& shape) {
-    if (shape.r == 1) return product_rest_of<1, FORWARD>(data, other, shape);
-    if (shape.r == 3) return product_rest_of<3, FORWARD>(data, other, shape);
-    product_rest_of<5, FORWARD>(data, other, shape);
+  template <bool FORWARD> static void product_rest(double* data, const Factors& f, const Shape& shape) {
+    if (shape.r == 1) return product_rest_of<1, FORWARD>(data, f, shape);
+    if (shape.r == 3) return product_rest_of<3, FORWARD>(data, f, shape);
+    product_rest_of<5, FORWARD>(data, f, shape);
   }
   static void forward_block(double* data, u32 levels, u64 J, const Shape& shape) {
     if (shape.r == 1) return forward<1>(data, levels, J, *shape.table);
     if (shape.r == 3) return forward<3>(data, levels, J, *shape.table);
     forward<5>(data, levels, J, *shape.table);
   }
-  static void inverse_block(double* data, const double* other, u32 levels, u64 J, const Shape& shape) {
-    if (shape.r == 1) return product_block<1, false>(data, other, levels, J, *shape.table);
-    if (shape.r == 3) return product_block<3, false>(data, other, levels, J, *shape.table);
-    product_block<5, false>(data, other, levels, J, *shape.table);
+  static void inverse_block(double* data, const Factors& f, u32 levels, u64 J, const Shape& shape) {
+    if (shape.r == 1) return product_block<1, false>(data, f, levels, J, *shape.table);
+    if (shape.r == 3) return product_block<3, false>(data, f, levels, J, *shape.table);
+    product_block<5, false>(data, f, levels, J, *shape.table);
   }
   static void forward_step(double* dst, u64 dst_stride, const double* src, u64 src_stride, u64 vectors, u64 J,
                            const Shape& shape) {

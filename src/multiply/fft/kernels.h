@@ -72,6 +72,17 @@ struct CarryRuns {
 // Whether they are, when none is larger than t (carry_impl.h).
 bool pairs_fit(double t, u32 b);
 
+// What a spectrum is multiplied by before its inverse: a spectrum, the same data for a square. With x there,
+// sign (1 or -1) times the product of the spectra x and y is added.
+struct Factors {
+  const double* other;
+  const double *x = nullptr, *y = nullptr;
+  double sign = 1;
+  [[gnu::always_inline]] Factors behind(u64 doubles) const {
+    return {other + doubles, x == nullptr ? x : x + doubles, y == nullptr ? y : y + doubles, sign};
+  }
+};
+
 struct Kernels {
   const char* name;
   u32 log_lanes;
@@ -91,12 +102,12 @@ struct Kernels {
   void (*forward_step)(double* dst, u64 dst_stride, const double* src, u64 src_stride, u64 vectors, u64 J,
                        const Shape& shape);
 
-  // data <- the inverse of all steps but the root's of the pointwise product data * other.
-  void (*inverse_rest)(double* data, const double* other, const Shape& shape);
-  // forward_rest of data, then inverse_rest, block by block; other may be data.
-  void (*product_rest)(double* data, const double* other, const Shape& shape);
-  // The same of all steps below node J.
-  void (*inverse_block)(double* data, const double* other, u32 levels, u64 J, const Shape& shape);
+  // data <- the inverse of all steps but the root's of data times the factors, point by point.
+  void (*inverse_rest)(double* data, const Factors& factors, const Shape& shape);
+  // forward_rest of data, then inverse_rest, block by block; without a second product.
+  void (*product_rest)(double* data, const Factors& factors, const Shape& shape);
+  // The inverse of all steps below node J.
+  void (*inverse_block)(double* data, const Factors& factors, u32 levels, u64 J, const Shape& shape);
   void (*inverse_step)(double* dst, u64 dst_stride, const double* src, u64 src_stride, u64 vectors, u64 J,
                        const Shape& shape);
   // The root's inverse radix-4 step (when `step`) over rows at data + j row_stride, then scaling by 1/n,

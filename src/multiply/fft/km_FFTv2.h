@@ -63,18 +63,24 @@ public:
   u64 scratch_bytes() const override { return plan_.N4; }
   bool accepts(const km_MULv3::abstract_btp& other) const override;
   // 64 (L + 1) must not exceed the capacity when a product is to be formed.
-  void forward(void* T, const u64* A, u64 L, void* scratch) const override;
+  // The weight is the norm of the balanced digits, of operands whose transforms fit the cache.
+  double forward(void* T, const u64* A, u64 L, void* scratch) const override;
   void inverse_fmul(u64* out, u64 n, void* TA, const void* TB, void* scratch) const override;
   void inverse_fsqr(u64* out, u64 n, void* T, void* scratch) const override;
   void product(u64* out, const u64* A, u64 LA, const u64* B, u64 LB, void* TA, void* TB,
                void* scratch) const override;
-  // TA <- the points of the product, not yet scaled by 2/N and rounded; the first part of inverse_fmul, for
-  // measurements of the rounding error.
-  void inverse_points(void* TA, const void* TB, void* scratch) const;
+  // While the sum of the norms' products is no larger than for the largest single product (precision.h).
+  bool may_add(double weight) const override;
+  void inverse_sum(u64* out, u64 n, const km_MULv3::Term* terms, u64 count, void* scratch) const override;
+  // TA <- the points of the product, or of the sum of two, not yet scaled by 2/N and rounded; the first part
+  // of inverse_sum, for measurements of the rounding error.
+  void inverse_points(const km_MULv3::Term* terms, u64 count, void* scratch) const;
 
 private:
   void set_up(const km_MULv3::Context& context);
-  void inverse(u64* out, u64 n, void* TA, const void* TB, void* scratch, bool words) const;
+  // No point of the result is larger than `largest`.
+  void inverse(u64* out, u64 n, void* TA, const Factors& factors, double largest, void* scratch,
+               bool words) const;
   // Of a transform that fits the cache the root's step from digits; with `norm` it returns the sum of their
   // squares. And the root's inverse step to words, out[0, n); `pairs` as in CarryRuns.
   double first_step(double* T, const u64* A, u64 L, bool norm) const;

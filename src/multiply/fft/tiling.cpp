@@ -97,15 +97,15 @@ void forward_any(double* data, u32 q, u64 J, const Kernels& kernels, const Shape
   }
 }
 
-void inverse_any(double* data, const double* other, u32 q, u64 J, const Kernels& kernels, const Shape& shape,
-                 double* buffer) {
+void inverse_any(double* data, const Factors& factors, u32 q, u64 J, const Kernels& kernels,
+                 const Shape& shape, double* buffer) {
   if (Tiling::levels_of(shape.r, q) == 0) {
-    return kernels.inverse_block(data, other, q - 2 * kernels.log_lanes, J, shape);
+    return kernels.inverse_block(data, factors, q - 2 * kernels.log_lanes, J, shape);
   }
   const Tiling tiling(kernels, shape, q, J);
   for (u64 i = 0; i < tiling.children(); i++) {
     const u64 at = i * tiling.child_doubles();
-    inverse_any(data + at, other + at, q - tiling.levels(), J * tiling.children() + i, kernels, shape,
+    inverse_any(data + at, factors.behind(at), q - tiling.levels(), J * tiling.children() + i, kernels, shape,
                 buffer);
   }
   for (u64 tile = 0; tile < tiling.tiles(); tile++) tiling.inverse(data, tile, buffer);

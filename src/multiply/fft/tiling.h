@@ -55,7 +55,7 @@ private:
 // All steps below node J of a block of r 2^q points, in the calling thread; the inverse begins with the
 // pointwise product. buffer: Tiling::BUFFER_DOUBLES, used when the block does not fit the cache.
 void forward_any(double* data, u32 q, u64 J, const Kernels& kernels, const Shape& shape, double* buffer);
-void inverse_any(double* data, const double* other, u32 q, u64 J, const Kernels& kernels, const Shape& shape,
-                 double* buffer);
+void inverse_any(double* data, const Factors& factors, u32 q, u64 J, const Kernels& kernels,
+                 const Shape& shape, double* buffer);
 
 } // namespace kelvane::km_FFTv2

@@ -8,6 +8,7 @@
 
 #include "multiply/fft/carry.h"
 #include "multiply/fft/km_FFTv2.h"
+#include "multiply/fft/precision.h"
 #include "multiply/fft/tiling.h"
 #include "multiply/fft/twiddles.h"
 #include "multiply/table/parallel.h"
@@ -17,6 +18,7 @@
 namespace kelvane::km_FFTv2 {
 
 using km_MULv3::Phase;
+using km_MULv3::Term;
 using km_MULv3::Worker;
 
 namespace {
@@ -29,6 +31,19 @@ constexpr u64 TILES_PER_TICK = 64;
 
 u64 min_of(u64 a, u64 b) {
   return a < b ? a : b;
+}
+
+// More than the rounding of a norm and a product of two can take away.
+constexpr double NORM_ROUNDING = 1 + 1e-6;
+
+Factors factors_of(const Term* terms, u64 count) {
+  Factors f{static_cast<const double*>(terms[0].TB)};
+  if (count == 2) {
+    f.x = static_cast<const double*>(terms[1].TA);
+    f.y = static_cast<const double*>(terms[1].TB);
+    f.sign = terms[1].subtract ? -1 : 1;
+  }
+  return f;
 }
 
 } // namespace
@@ -105,12 +120,13 @@ void btp_t::require_table() const {
   assert_fail(INVALID_FUNCTION_PARAMETERS, L"km_FFTv2::btp_t::forward()", L"There are no twiddle tables.");
 }
 
-void btp_t::forward(void* T, const u64* A, u64 L, void* scratch) const {
+double btp_t::forward(void* T, const u64* A, u64 L, void* scratch) const {
   require_table();
   auto* const data = static_cast<double*>(T);
   if (cached_) {
-    first_step(data, A, L, false);
-    return kernels_->forward_rest(data, shape_);
+    const double squares = first_step(data, A, L, true);
+    kernels_->forward_rest(data, shape_);
+    return std::sqrt(squares);
   }
   const DigitSource digits(A, L, shape_.n, shape_.b);
   auto* const buffers = static_cast<double*>(scratch);
@@ -126,18 +142,31 @@ void btp_t::forward(void* T, const u64* A, u64 L, void* scratch) const {
     tick(worker);
   };
   km_MULv3::run_phases(workers_, Phase{tiling.tiles(), tile}, Phase{children, block});
+  return km_MULv3::NO_WEIGHT;
 }
 
 void btp_t::inverse_fmul(u64* out, u64 n, void* TA, const void* TB, void* scratch) const {
-  inverse(out, n, TA, TB, scratch, true);
+  inverse(out, n, TA, {static_cast<const double*>(TB)}, largest_point(n), scratch, true);
 }
 void btp_t::inverse_fsqr(u64* out, u64 n, void* T, void* scratch) const {
-  inverse(out, n, T, T, scratch, true);
+  inverse_fmul(out, n, T, T, scratch);
 }
-void btp_t::inverse_points(void* TA, const void* TB, void* scratch) const {
-  inverse(nullptr, 0, TA, TB, scratch, false);
+
+bool btp_t::may_add(double weight) const {
+  return cached_ && weight * SUM_ROUNDING <= km_FFTv2::largest_point(plan_);
+}
+void btp_t::inverse_sum(u64* out, u64 n, const Term* terms, u64 count, void* scratch) const {
+  // By Cauchy and Schwarz no point of a product is larger than its weight. For all but the most unusual
+  // operands that is a third of what the number of terms allows for.
+  double weight = 0;
+  for (u64 i = 0; i < count; i++) weight += terms[i].weight;
+  const double largest = std::fmin(static_cast<double>(count) * largest_point(n), weight * NORM_ROUNDING);
+  inverse(out, n, terms[0].TA, factors_of(terms, count), largest, scratch, true);
+}
+void btp_t::inverse_points(const Term* terms, u64 count, void* scratch) const {
+  inverse(nullptr, 0, terms[0].TA, factors_of(terms, count), 0, scratch, false);
   if (cached_) {
-    auto* const data = static_cast<double*>(TA);
+    auto* const data = static_cast<double*>(terms[0].TA);
     const u64 quarter = shape_.n / 4;
     kernels_->inverse_step(data, 2 * quarter, data, 2 * quarter, quarter >> kernels_->log_lanes, 1, shape_);
   }
@@ -150,13 +179,12 @@ void btp_t::product(u64* out, const u64* A, u64 LA, const u64* B, u64 LB, void* 
   if (!cached_) {
     if (!is_square) forward(TB, B, LB, scratch);
     forward(TA, A, LA, scratch);
-    return inverse(out, n, TA, is_square ? TA : TB, scratch, true);
+    return inverse_fmul(out, n, TA, is_square ? TA : TB, scratch);
   }
   require_table();
   auto* const data = static_cast<double*>(TA);
   auto* const other = static_cast<double*>(is_square ? TA : TB);
-  // By Cauchy and Schwarz no point is larger than the product of the operands' norms. For all but the most
-  // unusual operands that is a third of what the number of terms allows for.
+  // The norms, as in inverse_sum, where they can decide.
   const double largest = largest_point(n);
   bool pairs = pairs_fit(largest, shape_.b);
   const bool norms = !pairs && pairs_fit(largest / 3, shape_.b);
@@ -166,17 +194,17 @@ void btp_t::product(u64* out, const u64* A, u64 LA, const u64* B, u64 LB, void* 
     kernels_->forward_rest(other, shape_);
   }
   const double norm_a = first_step(data, A, LA, norms);
-  if (norms) pairs = pairs_fit(std::sqrt(norm_a * (is_square ? norm_a : norm_b)) * (1 + 1e-6), shape_.b);
-  kernels_->product_rest(data, other, shape_);
+  if (norms) pairs = pairs_fit(std::sqrt(norm_a * (is_square ? norm_a : norm_b)) * NORM_ROUNDING, shape_.b);
+  kernels_->product_rest(data, {other}, shape_);
   last_step(out, n, data, pairs, scratch);
 }
 
-void btp_t::inverse(u64* out, u64 n, void* TA, const void* TB, void* scratch, bool words) const {
+void btp_t::inverse(u64* out, u64 n, void* TA, const Factors& factors, double largest, void* scratch,
+                    bool words) const {
   auto* const data = static_cast<double*>(TA);
-  const auto* const other = static_cast<const double*>(TB);
-  const bool pairs = words && pairs_fit(largest_point(n), shape_.b);
+  const bool pairs = words && pairs_fit(largest, shape_.b);
   if (cached_) {
-    kernels_->inverse_rest(data, other, shape_);
+    kernels_->inverse_rest(data, factors, shape_);
     if (words) last_step(out, n, data, pairs, scratch);
     return;
   }
@@ -208,7 +236,7 @@ void btp_t::inverse(u64* out, u64 n, void* TA, const void* TB, void* scratch, bo
   const u64 children = tiling.children();
   const auto block = [&](u64 i, Worker worker) {
     const u64 at = i * tiling.child_doubles();
-    inverse_any(data + at, other + at, shape_.q - tiling.levels(), children + i, *kernels_, shape_,
+    inverse_any(data + at, factors.behind(at), shape_.q - tiling.levels(), children + i, *kernels_, shape_,
                 buffers + worker.index * Tiling::BUFFER_DOUBLES);
     tick(worker);
   };

@@ -13,11 +13,13 @@ class Record : public km_MULv3::abstract_ntp {
 public:
   const Shape& shape() const { return engine_.shape(); }
 
-  void forward(void* T, const u64* A, u64 L, void* scratch) const final {
+  double forward(void* T, const u64* A, u64 L, void* scratch) const final {
     transform(T, A, L, false, scratch);
+    return 0;
   }
-  void forward_once(void* T, const u64* A, u64 L, void* scratch) const final {
+  double forward_once(void* T, const u64* A, u64 L, void* scratch) const final {
     transform(T, A, L, true, scratch);
+    return 0;
   }
   void inverse_fmul(u64* out, u64 n, void* TA, const void* TB, void* scratch) const final {
     const km_MULv3::Term term{TA, TB};

@@ -12,6 +12,7 @@
 // of the same record.
 #pragma once
 
+#include <limits>
 #include <string>
 
 #include "shell/types.h"
@@ -41,6 +42,17 @@ struct Context {
 
 class abstract_ntp;
 
+// The weight of an operand that was not weighed: its products can not be added.
+inline constexpr double NO_WEIGHT = std::numeric_limits<double>::infinity();
+
+// One product of a sum: TA * TB, added or subtracted. They may be the same transform.
+struct Term {
+  void* TA;
+  const void* TB;
+  bool subtract = false;
+  double weight = NO_WEIGHT; // the product of the operands' weights, where they are known
+};
+
 // Parameters of one in-memory product.
 //
 // Work buffers are the caller's, 64-byte aligned:
@@ -57,8 +69,9 @@ public:
   // True when transforms made through `other` may be combined with those made through this record.
   virtual bool accepts(const abstract_btp& other) const = 0;
 
-  // T <- transform of the L words at A. 64 L must not exceed the capacity.
-  virtual void forward(void* T, const u64* A, u64 L, void* scratch) const = 0;
+  // T <- transform of the L words at A. 64 L must not exceed the capacity. Returns the operand's weight: see
+  // may_add.
+  virtual double forward(void* T, const u64* A, u64 L, void* scratch) const = 0;
   // out[0, n) <- the product of the two transformed operands; n is the sum of their lengths.
   // TA is destroyed, TB is kept (they may be the same transform: a square). out may not overlap TA, TB,
   // scratch.
@@ -68,7 +81,9 @@ public:
 
   // The same transform for a single use: the next inverse must consume it, as TA or TB. Cheaper where the
   // algorithm can leave a part of the work to the inverse.
-  virtual void forward_once(void* T, const u64* A, u64 L, void* scratch) const { forward(T, A, L, scratch); }
+  virtual double forward_once(void* T, const u64* A, u64 L, void* scratch) const {
+    return forward(T, A, L, scratch);
+  }
   // out[0, LA + LB) <- A B; A^2 with B null. TA: transform_bytes(); TB: second_bytes(), none for a square.
   // Faster than forward, forward, inverse; a record made with reduced_memory may have a smaller
   // second_bytes().
@@ -80,6 +95,18 @@ public:
     forward(TB, B, LB, scratch);
     inverse_fmul(out, LA + LB, TA, TB, scratch);
   }
+
+  // Whether two products may be added before one inverse. Where transforms are rounded, that depends on the
+  // operands: `weight` is the product of the weights of the first two plus that of the others. 0 asks whether
+  // the record adds products at all.
+  virtual bool may_add(double) const { return false; }
+  // out[0, n) <- the sum of the terms' products, which must be non-negative and fit. One term; two where
+  // may_add says so. terms[0].TA is destroyed and must not occur in another term; all other transforms are
+  // kept.
+  virtual void inverse_sum(u64* out, u64 n, const Term* terms, u64, void* scratch) const {
+    inverse_fmul(out, n, terms[0].TA, terms[0].TB, scratch);
+  }
+
   // The record's further abilities, null when it has none.
   virtual const abstract_ntp* ntp() const { return nullptr; }
 
@@ -88,24 +115,17 @@ protected:
   u64 capacity_bits_ = 0;
 };
 
-// One product of a sum: TA * TB, added or subtracted. They may be the same transform.
-struct Term {
-  void* TA;
-  const void* TB;
-  bool subtract = false;
-};
-
-// Parameters of a transform over prime fields: exact, so that products can be added before one inverse, and
-// cyclic, so that a product can be had modulo a number of known form.
+// Parameters of a transform over prime fields: exact, so that products can be added before one inverse
+// whatever their operands, which weigh nothing, and cyclic, so that a product can be had modulo a number of
+// known form.
 class abstract_ntp : public abstract_btp {
 public:
   const abstract_ntp* ntp() const final { return this; }
+  bool may_add(double) const final { return true; }
 
-  // How many products may be added; with subtraction, half as many of each sign. A wrapped sum: half of both.
+  // How many products inverse_sum may add; with subtraction, half as many of each sign. A wrapped sum: half
+  // of both.
   virtual u64 max_sum() const = 0;
-  // out[0, n) <- the sum of the terms' products, which must be non-negative and fit. terms[0].TA is
-  // destroyed and must not occur in another term; all other transforms are kept.
-  virtual void inverse_sum(u64* out, u64 n, const Term* terms, u64 count, void* scratch) const = 0;
 
   // The product's own modulus is M = 2^(64 wrap_words()) - 1.
   virtual u64 wrap_words() const = 0;
