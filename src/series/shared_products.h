@@ -4,9 +4,9 @@
 // work does not hold them, none is kept: each product is formed on its own, one operand's transform prime by
 // prime.
 //
-// MergeProducts: all of a merge's operands transformed once, Rl Qr +- Pl Rr added before one inverse: four
-// transforms at a time. At the top of a recursion they are what would take the most memory of a run; from the
-// level below on, the work that the top needs holds them.
+// MergeProducts: all of a merge's operands transformed once, Rl Qr +- Pl Rr added before one inverse, where
+// transforms can be added: four transforms at a time. At the top of a recursion they are what would take the
+// most memory of a run; from the level below on, the work that the top needs holds them.
 #pragma once
 
 #include "arithmetic/kob_cdi_EFPh.h"
