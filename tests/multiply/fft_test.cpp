@@ -332,7 +332,8 @@ TEST(Fft, Sums) {
         b.back() |= u64{1} << 63;
         const Words c = heavy ? peak_operand(la - 1, plan.b) : operand(la - 1, Pattern::random, random);
         const Words d = heavy ? opposite_operand(lb, plan.b) : operand(lb, Pattern::ones, random);
-        const double ab = forward(at.TA, a) * forward(at.TB, b), cd = forward(more.TA, c) * forward(more.TB, d);
+        const double ab = forward(at.TA, a) * forward(at.TB, b),
+                     cd = forward(more.TA, c) * forward(more.TB, d);
         const std::string what = text(plan, isa) + ", kind " + std::to_string(kind);
         ASSERT_TRUE(record.may_add(ab + cd)) << what;
         const std::vector<km_MULv3::Term> terms{{at.TA.data(), at.TB.data(), false, ab},
@@ -341,10 +342,12 @@ TEST(Fft, Sums) {
         record.inverse_sum(out.data(), full, terms.data(), 2, at.scratch.data());
         want.resize(full);
         second.resize(full);
-        (subtract ? mpn_sub_n : mpn_add_n)(want.data(), want.data(), second.data(), static_cast<mp_size_t>(full));
+        (subtract ? mpn_sub_n : mpn_add_n)(want.data(), want.data(), second.data(),
+                                           static_cast<mp_size_t>(full));
         ASSERT_EQ(difference(out, want), "") << what;
         forward(at.TA, a);
-        ASSERT_LT(rounding_error(record, at, terms), std::min(0.125, km_FFTv2::worst_case_error(plan))) << what;
+        ASSERT_LT(rounding_error(record, at, terms), std::min(0.125, km_FFTv2::worst_case_error(plan)))
+            << what;
       }
       const double peak = forward(at.TA, peak_operand(full / 2, plan.b));
       EXPECT_FALSE(record.may_add(2 * peak * peak)) << text(plan, isa);

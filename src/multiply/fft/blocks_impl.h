@@ -158,9 +158,7 @@ template <class V> struct Blocks {
 
   // The pointwise product; of a square (r + i x)^2 = r^2 - x^2 + 2 r x i.
   enum class Pointwise { square, product, sum };
-  template <Pointwise KIND> struct Kind {
-    static constexpr Pointwise value = KIND;
-  };
+  template <Pointwise KIND> struct Kind { static constexpr Pointwise value = KIND; };
   template <Pointwise KIND> KELVANE_INLINE static C product(C x, const Factors& f, u64 at) {
     if constexpr (KIND == Pointwise::square) {
       return {fnmadd(x.i, x.i, x.r * x.r), (x.r + x.r) * x.i};
@@ -233,8 +231,8 @@ template <class V> struct Blocks {
     }
   }
 
-  // data <- the inverse of the base blocks' steps of data times the factors. With FORWARD the forward steps of
-  // data come before; where the registers hold both, the spectrum never leaves them.
+  // data <- the inverse of the base blocks' steps of data times the factors. With FORWARD the forward steps
+  // of data come before; where the registers hold both, the spectrum never leaves them.
   template <u32 R, u32 SKIP, bool FORWARD>
   static void product_base(double* data, const Factors& f, u64 J, u64 count, const LaneTable& table) {
     constexpr bool IN_REGISTERS = FORWARD && (R == 3 || (R == 1 && L == 8));
