@@ -36,7 +36,7 @@
 //
 // Sums. The points of z_A z_B +- z_C z_D obey all this with ||z_A|| ||z_B|| + ||z_C|| ||z_D|| for ||z_A||
 // ||z_B||, and one more rounding, u |Z_A Z_B +- Z_C Z_D|, where the products meet. The others come to more
-// than 96 u for every plan (q >= 4), so a sum whose weight, ||z_A|| ||z_B|| + ||z_C|| ||z_D||, is less than
+// than 100 u for every plan (q >= 5), so a sum whose weight, ||z_A|| ||z_B|| + ||z_C|| ||z_D||, is less than
 // (N/2) 2^(2b-2) / SUM_ROUNDING errs no more than the largest product. Digits of random operands have a
 // third of the largest mean square, so sums of theirs have two thirds of that weight.
 //
