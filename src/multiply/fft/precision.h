@@ -40,8 +40,9 @@
 // (N/2) 2^(2b-2) / SUM_ROUNDING errs no more than the largest product. Digits of random operands have a
 // third of the largest mean square, so sums of theirs have two thirds of that weight.
 //
-// worst_case_error is the sum. It is below 1/2, a proof for every operand and every way the roundings fall,
-// for 23 of the 73 rows, among them 2048, 8192 and 32768 points; for the others it lies between 0.5 and 1.6.
+// worst_case_error is all of it together. It is below 1/2, a proof for every operand and every way the
+// roundings fall, for 23 of the 73 rows, among them 2048, 8192 and 32768 points; for the others it lies
+// between 0.5 and 1.6.
 //
 // There the argument is that roundings are not adversaries: as independent errors of mean 0, with about 0.75
 // u per level in the root of the mean square, they move a point by
