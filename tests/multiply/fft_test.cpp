@@ -345,6 +345,18 @@ TEST(Fft, Sums) {
         (subtract ? mpn_sub_n : mpn_add_n)(want.data(), want.data(), second.data(),
                                            static_cast<mp_size_t>(full));
         ASSERT_EQ(difference(out, want), "") << what;
+        // A square and a product.
+        Words square = expected_product(b, b);
+        if (square.size() <= n) {
+          square.resize(full);
+          const std::vector<km_MULv3::Term> with_square{
+              {at.TB.data(), at.TB.data(), false, km_MULv3::NO_WEIGHT},
+              {more.TA.data(), more.TB.data(), false, cd}};
+          mpn_add_n(want.data(), square.data(), second.data(), static_cast<mp_size_t>(full));
+          record.inverse_sum(out.data(), full, with_square.data(), 2, at.scratch.data());
+          ASSERT_EQ(difference(out, want), "") << what << ", a square";
+          forward(at.TB, b);
+        }
         forward(at.TA, a);
         ASSERT_LT(rounding_error(record, at, terms), std::min(0.125, km_FFTv2::worst_case_error(plan)))
             << what;

@@ -245,12 +245,14 @@ template <class V> struct Blocks {
       else
         product_leaves<R, SKIP, IN_REGISTERS, KIND>(data, f, J, count, table);
     };
-    if (data == f.other)
-      pointwise(Kind<Pointwise::square>());
-    else if (FORWARD || f.x == nullptr)
-      pointwise(Kind<Pointwise::product>());
-    else if constexpr (!FORWARD)
-      pointwise(Kind<Pointwise::sum>());
+    if (FORWARD || f.x == nullptr) {
+      if (data == f.other)
+        pointwise(Kind<Pointwise::square>());
+      else
+        pointwise(Kind<Pointwise::product>());
+    } else if constexpr (!FORWARD) {
+      pointwise(Kind<Pointwise::sum>()); // the first product may be a square
+    }
     if constexpr (R == 1) inverse_columns<SKIP>(data, J, count, table);
   }
 

@@ -126,6 +126,7 @@ public:
   // How many products inverse_sum may add; with subtraction, half as many of each sign. A wrapped sum: half
   // of both.
   virtual u64 max_sum() const = 0;
+  void inverse_sum(u64* out, u64 n, const Term* terms, u64 count, void* scratch) const override = 0;
 
   // The product's own modulus is M = 2^(64 wrap_words()) - 1.
   virtual u64 wrap_words() const = 0;
